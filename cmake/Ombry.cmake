@@ -1,0 +1,34 @@
+# Shared build rules: warnings, sanitizers, and the two helpers every folder uses.
+
+set(OMBRY_WARNINGS -Wall -Wextra -Wpedantic)
+if(OMBRY_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+endif()
+
+# ombry_library(NAME SOURCES a.cpp b.cpp DEPS other_lib Qt6::Core)
+# One static library per subsystem folder; its folder's parent (src/) is the include root,
+# so code includes "data/Store.h", "platform/Clock.h" and so on.
+function(ombry_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_compile_options(${name} PRIVATE ${OMBRY_WARNINGS})
+    target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+endfunction()
+
+# ombry_test(NAME SOURCES t.cpp DEPS lib [LABELS unit|service|desktop])
+# A Qt Test executable registered with CTest. Tests never touch the user's real files:
+# each runs with its own HOME and XDG folders under the build tree.
+function(ombry_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_compile_options(${name} PRIVATE ${OMBRY_WARNINGS})
+    target_link_libraries(${name} PRIVATE ${ARG_DEPS} ombry_test_support Qt6::Test)
+    add_test(NAME ${name} COMMAND ${name})
+    set(home ${CMAKE_BINARY_DIR}/testhome/${name})
+    set_tests_properties(${name} PROPERTIES
+        ENVIRONMENT "HOME=${home};XDG_CONFIG_HOME=${home}/config;XDG_DATA_HOME=${home}/data;XDG_CACHE_HOME=${home}/cache;QT_QPA_PLATFORM=offscreen;OMBRY_SITE_URL=;OPENROUTER_API_KEY=;DEEPGRAM_API_KEY=;OMBRY_BINARY=$<TARGET_FILE:ombry-voice>"
+        LABELS "${ARG_LABELS}"
+        TIMEOUT 300)
+endfunction()

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs every Debian package the project needs to build, run and test.
+# The one place that lists them: setup.sh and test.sh both call it.
+set -euo pipefail
+
+PACKAGES=(
+  build-essential cmake ninja-build pkg-config git clang-format
+  qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6svg6 qcoro-qt6-dev
+  libpulse-dev pulseaudio pulseaudio-utils
+  libx11-dev libxi-dev libxtst-dev
+  libcld2-dev libespeak-ng-dev espeak-ng
+  libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
+  libsecret-1-dev libssl-dev
+  xvfb xauth xdotool xclip openbox zenity sox dbus dbus-x11
+  fonts-dejavu-core
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ "${#missing[@]}" -gt 0 ]; then
+  SUDO=""
+  [ "$(id -u)" -ne 0 ] && SUDO="sudo"
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

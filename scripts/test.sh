@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what is needed, builds, and runs every test twice: in a normal build, then in a
+# build with AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh
+
+jobs=$(nproc)
+export QT_QPA_PLATFORM=offscreen
+# The desktop tests start their own Xvfb and PulseAudio; nothing here may reach the user's own.
+unset DISPLAY WAYLAND_DISPLAY PULSE_SERVER
+
+echo "== build"
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build
+echo "== tests"
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+echo "== build with AddressSanitizer and UndefinedBehaviorSanitizer"
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DOMBRY_SANITIZE=ON -DOMBRY_BENCH=OFF >/dev/null
+cmake --build build-asan
+echo "== tests under the sanitizers"
+export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+ctest --test-dir build-asan --output-on-failure -j "$jobs"

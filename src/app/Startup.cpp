@@ -1,0 +1,9 @@
+#include "app/Startup.h"
+
+namespace ombry {
+
+void runStartupHead() {}
+
+void finishHeadlessRun() {}
+
+} // namespace ombry

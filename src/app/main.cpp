@@ -1,0 +1,51 @@
+#include "app/Modes.h"
+#include "app/Output.h"
+#include "app/Startup.h"
+#include "app/Switches.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QTimer>
+#include <cstdlib>
+#include <memory>
+
+using namespace ombry;
+
+namespace {
+
+QCoro::Task<void> runAndExit(Switch sw) {
+    co_await runMode(std::move(sw));
+    finishHeadlessRun();
+    std::exit(0);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
+    const std::optional<Switch> sw = findSwitch(arguments);
+
+    // The modes that draw need a GUI application but never a window or a display.
+    std::unique_ptr<QCoreApplication> app;
+    if (sw && (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot)) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
+    QCoreApplication::setApplicationName(QStringLiteral("Ombry Voice"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral("quennard.com"));
+
+    runStartupHead();
+
+    if (!sw) {
+        printLine(QStringLiteral(
+            "Ombry Voice : l'application de bureau n'est pas encore disponible dans cette version."
+            " Les modes en ligne de commande sont listés dans le README."));
+        return 0;
+    }
+    QTimer::singleShot(0, app.get(), [s = *sw] { runAndExit(s); });
+    app->exec();
+    return 0;
+}

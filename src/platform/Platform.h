@@ -1,0 +1,76 @@
+#pragma once
+
+#include <QString>
+#include <QUrl>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+namespace ombry {
+
+class Clock;
+
+// The former build's keychain, read only (Secret Service on Linux).
+class Keychain {
+public:
+    virtual ~Keychain() = default;
+    // The secret stored under (service, account), or nothing.
+    virtual std::optional<QString> genericPassword(const QString& service,
+                                                   const QString& account) = 0;
+};
+
+// Desktop notifications; silent when nobody can show them.
+class Notifier {
+public:
+    virtual ~Notifier() = default;
+    virtual void post(const QString& title, const QString& body) = 0;
+};
+
+// What the machine is: read by the device profile and the hosted-service identity.
+class MachineInfo {
+public:
+    virtual ~MachineInfo() = default;
+    virtual uint64_t physicalMemoryBytes() = 0;
+    virtual int activeProcessorCount() = 0;
+    virtual QString cpuBrand() = 0;         // empty when unknown
+    virtual bool lowPowerMode() = 0;        // power-saver profile
+    virtual int thermalState() = 0;         // 0 nominal, 1 fair, 2 serious, 3 critical
+    virtual QString machineIdentifier() = 0; // stable per machine; empty when unknown
+};
+
+// Opens an address in the user's browser.
+class Browser {
+public:
+    virtual ~Browser() = default;
+    virtual bool open(const QUrl& url) = 0;
+};
+
+// Every service of the operating system that the logic needs, behind one injectable object.
+// The process uses the Linux implementation; tests replace any part with a fake.
+class Platform {
+public:
+    static Platform& current();
+
+    Clock& clock() { return *clock_; }
+    Keychain& keychain() { return *keychain_; }
+    Notifier& notifier() { return *notifier_; }
+    MachineInfo& machine() { return *machine_; }
+    Browser& browser() { return *browser_; }
+
+    // Replacing a service; the previous one is destroyed. For start-up and tests only.
+    void setClock(std::unique_ptr<Clock> c);
+    void setKeychain(std::unique_ptr<Keychain> k);
+    void setNotifier(std::unique_ptr<Notifier> n);
+    void setMachine(std::unique_ptr<MachineInfo> m);
+    void setBrowser(std::unique_ptr<Browser> b);
+
+private:
+    Platform();
+    std::unique_ptr<Clock> clock_;
+    std::unique_ptr<Keychain> keychain_;
+    std::unique_ptr<Notifier> notifier_;
+    std::unique_ptr<MachineInfo> machine_;
+    std::unique_ptr<Browser> browser_;
+};
+
+} // namespace ombry
