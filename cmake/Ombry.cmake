@@ -32,3 +32,32 @@ function(ombry_test name)
         LABELS "${ARG_LABELS}"
         TIMEOUT 300)
 endfunction()
+
+# ombry_folder_library(NAME DEPS ...): the library of a subsystem folder, made of every .cpp
+# in it (not in subfolders), so adding a file needs no edit of the CMakeLists.
+function(ombry_folder_library name)
+    cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    if(sources)
+        ombry_library(${name} SOURCES ${sources} DEPS ${ARG_DEPS})
+    else()
+        # A folder whose code has not been written yet still offers its target.
+        add_library(${name} INTERFACE)
+        target_include_directories(${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+        target_link_libraries(${name} INTERFACE ${ARG_DEPS})
+    endif()
+endfunction()
+
+# ombry_folder_tests(DEPS ...): one test executable for each tst_*.cpp of the folder.
+# Extra .cpp files in the folder that are not tests are compiled into each of them.
+function(ombry_folder_tests)
+    cmake_parse_arguments(ARG "" "" "DEPS;LABELS" ${ARGN})
+    if(NOT ARG_LABELS)
+        set(ARG_LABELS unit)
+    endif()
+    file(GLOB tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/tst_*.cpp)
+    foreach(t IN LISTS tests)
+        get_filename_component(name ${t} NAME_WE)
+        ombry_test(${name} SOURCES ${t} DEPS ${ARG_DEPS} LABELS ${ARG_LABELS})
+    endforeach()
+endfunction()
