@@ -1,0 +1,156 @@
+#pragma once
+
+#include "data/Records.h"
+
+#include <QDate>
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace ombry {
+
+class SerialQueue;
+class WorkItem;
+
+// Words dictated on one local day; `day` is the start of that day in local time.
+struct DayWords {
+    QDateTime day;
+    int words = 0;
+    bool operator==(const DayWords&) const = default;
+};
+
+// The share of all dictated words that went into one application.
+struct AppShare {
+    QString name;
+    std::optional<QString> bundleID;
+    double share = 0;
+};
+
+// The user's data: seven lists held in memory, each written to its own JSON file 0.4 s after
+// its last change, on the serial queue "verlo.store.io", plus the statistics of the history.
+// Lists and statistics belong to the main thread.
+class Store : public QObject {
+    Q_OBJECT
+public:
+    // The instance of the process, over Paths::dataFolder(); made at first use.
+    static Store& shared();
+    // The shared instance if something has made it already, else nullptr.
+    static Store* sharedIfCreated();
+    // The data folder of the shared store, after moving the former identity's folder there.
+    static QString defaultFolder();
+
+    // A store over the given folder: creates it and its Audio folder, loads the seven files.
+    explicit Store(const QString& folder, QObject* parent = nullptr);
+    ~Store() override; // writes what is pending
+
+    static constexpr int kSaveDelayMs = 400;
+    static constexpr qint64 kAudioKeptSeconds = 2592000; // 30 days
+
+    const QString& folder() const { return folder_; }
+    const QString& audioFolder() const { return audioFolder_; }
+
+    const QList<Dictation>& dictations() const { return dictations_; }
+    const QStringList& words() const { return words_; }
+    const QList<Correction>& corrections() const { return corrections_; }
+    const QList<CorrectionRecord>& fixes() const { return fixes_; }
+    const QList<Snippet>& snippets() const { return snippets_; }
+    const QList<CostEntry>& costs() const { return costs_; }
+    const QList<Meeting>& meetings() const { return meetings_; }
+
+    // Each setter schedules the save of its file; setDictations also rebuilds the statistics.
+    void setDictations(QList<Dictation> v);
+    void setWords(QStringList v);
+    void setCorrections(QList<Correction> v);
+    void setFixes(QList<CorrectionRecord> v);
+    void setSnippets(QList<Snippet> v);
+    void setCosts(QList<CostEntry> v);
+    void setMeetings(QList<Meeting> v);
+
+    int totalWords() const { return totalWords_; }
+    double totalDuration() const { return totalDuration_; }
+    // Words per local calendar day.
+    const QMap<QDate, int>& wordsByDay() const { return wordsByDay_; }
+
+    void add(const Dictation& d);           // at the front of dictations
+    void addFix(const CorrectionRecord& r); // at the front of fixes
+    void addCost(double amount);            // at the end of costs, dated now
+
+    // The dictionary rules, in list order, each whole-word and case-insensitive.
+    QString applyCorrections(const QString& text) const;
+    // The first voice shortcut whose trigger equals the text once both are normalised.
+    std::optional<Snippet> snippet(const QString& matching) const;
+    // The path of the dictation's kept recording, if it has one and the file exists.
+    std::optional<QString> audioURL(const Dictation& d) const;
+
+    int words(const QDate& day) const;
+    int words(const QDateTime& on) const;  // the local day of that moment
+    QList<DayWords> lastDays(int n) const; // n entries, oldest first, the last being today
+    int averageWPM() const;
+    double minutesSaved(int typingWPM) const;
+    double spentThisMonth() const;
+    QList<AppShare> appShares() const;
+
+    void rebuildStats();
+    // Drops the recordings of dictations older than 30 days (the records stay).
+    void pruneAudio();
+    // Writes every pending save now, on the queue, and waits for it. Not from the queue.
+    void flush();
+    void clearHistory();
+    void eraseEverything();
+
+    // The file names of the saves scheduled since the last flush.
+    QStringList pendingFiles() const;
+    SerialQueue& ioQueue() { return *ioQueue_; }
+
+    // Normalised form used to compare voice shortcuts: lower case, no diacritics, only
+    // letters, digits and spaces, trimmed of blanks and tabs.
+    static QString normalizedForSnippet(const QString& text);
+
+Q_SIGNALS:
+    void dictationsChanged();
+    void wordsChanged();
+    void correctionsChanged();
+    void fixesChanged();
+    void snippetsChanged();
+    void costsChanged();
+    void meetingsChanged();
+    void statsChanged();
+
+private:
+    template <class T> void save(const QList<T>& list, const QString& name);
+    void saveWords();
+    void schedule(const QString& name, std::function<QByteArray()> encode);
+    QDate localDay(const QDateTime& utc) const;
+
+    QString folder_;
+    QString audioFolder_;
+    std::unique_ptr<SerialQueue> ioQueue_;
+
+    QList<Dictation> dictations_;
+    QStringList words_;
+    QList<Correction> corrections_;
+    QList<CorrectionRecord> fixes_;
+    QList<Snippet> snippets_;
+    QList<CostEntry> costs_;
+    QList<Meeting> meetings_;
+
+    int totalWords_ = 0;
+    double totalDuration_ = 0;
+    QMap<QDate, int> wordsByDay_;
+
+    QMap<QString, std::shared_ptr<WorkItem>> pending_;
+
+    // Word counts by dictation id, kept while the text stays the same.
+    QHash<QUuid, std::pair<QString, int>> wordCache_;
+    // UTC offsets of local time by quarter hour since the epoch.
+    mutable QHash<qint64, int> offsetCache_;
+};
+
+} // namespace ombry
