@@ -34,12 +34,12 @@ std::optional<QDateTime> parseDate(const QString& text);
 struct Dictation {
     QUuid id = newRecordId();
     QDateTime date = recordNow();
-    QString appName;
-    std::optional<QString> bundleID;
-    QString finalText;
-    QString rawText;
+    QString appName{};
+    std::optional<QString> bundleID{};
+    QString finalText{};
+    QString rawText{};
     double duration = 0;
-    std::optional<QString> audioFile; // "{id}.wav" inside the store's audio folder
+    std::optional<QString> audioFile{}; // "{id}.wav" inside the store's audio folder
 
     // Words of finalText per minute of recording, rounded half away from zero; 0 when the
     // duration is not positive.
@@ -53,8 +53,8 @@ struct Dictation {
 // A dictionary rule: what transcription hears, and what is to be written instead.
 struct Correction {
     QUuid id = newRecordId();
-    QString heard;
-    QString written;
+    QString heard{};
+    QString written{};
 
     QJsonObject toJson() const;
     static std::optional<Correction> fromJson(const QJsonValue& value);
@@ -64,10 +64,10 @@ struct Correction {
 // One change found in a corrected text.
 struct Fix {
     QUuid id = newRecordId();
-    QString original;
-    QString correction;
-    QString kind;        // "orthographe", "grammaire", "conjugaison", "accord", ...
-    QString explanation; // may be empty
+    QString original{};
+    QString correction{};
+    QString kind{};        // "orthographe", "grammaire", "conjugaison", "accord", ...
+    QString explanation{}; // may be empty
 
     QJsonObject toJson() const;
     static std::optional<Fix> fromJson(const QJsonValue& value);
@@ -78,12 +78,12 @@ struct Fix {
 struct CorrectionRecord {
     QUuid id = newRecordId();
     QDateTime date = recordNow();
-    QString appName;
-    std::optional<QString> bundleID;
-    QString action; // French label of what was done: "Corriger", "Plus clair", ...
-    QString original;
-    QString result;
-    QList<Fix> fixes;
+    QString appName{};
+    std::optional<QString> bundleID{};
+    QString action{}; // French label of what was done: "Corriger", "Plus clair", ...
+    QString original{};
+    QString result{};
+    QList<Fix> fixes{};
 
     QJsonObject toJson() const;
     static std::optional<CorrectionRecord> fromJson(const QJsonValue& value);
@@ -93,8 +93,8 @@ struct CorrectionRecord {
 // A voice shortcut: saying the trigger alone inserts the text.
 struct Snippet {
     QUuid id = newRecordId();
-    QString trigger;
-    QString text;
+    QString trigger{};
+    QString text{};
 
     QJsonObject toJson() const;
     static std::optional<Snippet> fromJson(const QJsonValue& value);
@@ -115,10 +115,10 @@ struct Meeting {
     QUuid id = newRecordId();
     QDateTime date = recordNow();
     double duration = 0;
-    QString title;
-    QString transcript;
-    QString summary;
-    QStringList tasks;
+    QString title{};
+    QString transcript{};
+    QString summary{};
+    QStringList tasks{};
 
     QJsonObject toJson() const;
     static std::optional<Meeting> fromJson(const QJsonValue& value);
