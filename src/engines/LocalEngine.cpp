@@ -1,0 +1,204 @@
+#include "engines/LocalEngine.h"
+
+#include "engines/OfflineSpeech.h"
+#include "engines/client/Endpoints.h"
+#include "engines/client/Errors.h"
+#include "engines/client/Http.h"
+#include "platform/Paths.h"
+
+#include <QCoroFuture>
+#include <QFuture>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QPromise>
+
+#include <thread>
+
+namespace ombry {
+
+namespace AppleSpeech {
+
+QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList contextualWords,
+                                QString grammar) {
+    Q_UNUSED(contextualWords);
+    const auto model = OfflineSpeech::modelFor(language, Paths::dataFolder());
+    if (!model)
+        throw EngineError::http(QLatin1String(kService), 0,
+                                QStringLiteral("langue non disponible"));
+    const auto pcm = OfflineSpeech::pcmOfWav(wav);
+    if (!pcm)
+        throw EngineError::http(QLatin1String(kService), 0,
+                                QStringLiteral("format audio non pris en charge (PCM 16 bits mono "
+                                               "16 kHz attendu)"));
+    if (grammar.isEmpty()) grammar = OfflineSpeech::grammarFromEnvironment();
+
+    // Decoding takes about a tenth of the audio's length: a worker thread keeps the main loop
+    // turning; the awaiting coroutine resumes on its own thread once the future is done.
+    QPromise<OfflineSpeech::Result> promise;
+    QFuture<OfflineSpeech::Result> future = promise.future();
+    promise.start();
+    std::thread([promise = std::move(promise), pcm = *pcm, model = *model, grammar]() mutable {
+        promise.addResult(OfflineSpeech::decode(pcm, model, grammar));
+        promise.finish();
+    }).detach();
+
+    const OfflineSpeech::Result result = co_await future;
+    if (!result.ok) throw EngineError::http(QLatin1String(kService), 0, result.error);
+    co_return result.text;
+}
+
+} // namespace AppleSpeech
+
+namespace AppleRewrite {
+namespace {
+
+constexpr double kProbeTimeout = 3.0;
+constexpr double kChatTimeout = 180.0;
+
+EngineError unavailable() {
+    return EngineError::http(QLatin1String(kService), 0, QString::fromUtf8(kUnavailable));
+}
+
+// Asks the local server for its models. None when nothing answers; otherwise the id of its
+// first model (empty when it lists none: servers that serve one model ignore the field).
+QCoro::Task<std::optional<QString>> probe() {
+    try {
+        const Http::Reply reply =
+            co_await Http::send("GET", QUrl(Endpoints::localLlm() + QStringLiteral("/v1/models")),
+                                {}, {}, kProbeTimeout);
+        if (reply.status != 200) co_return std::nullopt;
+        const QJsonArray models =
+            QJsonDocument::fromJson(reply.body).object().value(QLatin1String("data")).toArray();
+        co_return models.isEmpty()
+            ? QString()
+            : models.first().toObject().value(QLatin1String("id")).toString();
+    } catch (const TransportError&) {
+        co_return std::nullopt;
+    }
+}
+
+QCoro::Task<QString> chat(QString system, QString text, std::optional<QJsonObject> schema) {
+    const std::optional<QString> model = co_await probe();
+    if (!model) throw unavailable();
+
+    QString prompt = text;
+    QJsonObject body{
+        {QStringLiteral("stream"), false},
+    };
+    if (!model->isEmpty()) body.insert(QStringLiteral("model"), *model);
+    if (schema) {
+        prompt += QStringLiteral("\n\nSchéma JSON de la réponse : ") +
+                  QString::fromUtf8(QJsonDocument(*schema).toJson(QJsonDocument::Compact));
+        body.insert(QStringLiteral("response_format"),
+                    QJsonObject{{QStringLiteral("type"), QStringLiteral("json_schema")},
+                                {QStringLiteral("json_schema"),
+                                 QJsonObject{{QStringLiteral("name"), QStringLiteral("reponse")},
+                                             {QStringLiteral("strict"), true},
+                                             {QStringLiteral("schema"), *schema}}}});
+    }
+    body.insert(QStringLiteral("messages"),
+                QJsonArray{QJsonObject{{QStringLiteral("role"), QStringLiteral("system")},
+                                       {QStringLiteral("content"), system}},
+                           QJsonObject{{QStringLiteral("role"), QStringLiteral("user")},
+                                       {QStringLiteral("content"), prompt}}});
+
+    Http::Reply reply;
+    try {
+        reply = co_await Http::postJson(
+            QUrl(Endpoints::localLlm() + QStringLiteral("/v1/chat/completions")), body, {},
+            kChatTimeout);
+    } catch (const TransportError& e) {
+        // The server went away between the probe and the request: the model is not there.
+        if (!e.timedOut()) throw unavailable();
+        throw;
+    }
+    if (reply.status != 200)
+        throw EngineError::http(QLatin1String(kService), reply.status, reply.bodyText());
+
+    QJsonParseError parseError;
+    const QJsonDocument doc = QJsonDocument::fromJson(reply.body, &parseError);
+    const QJsonArray choices = doc.object().value(QLatin1String("choices")).toArray();
+    const QJsonValue content = choices.first()
+                                   .toObject()
+                                   .value(QLatin1String("message"))
+                                   .toObject()
+                                   .value(QLatin1String("content"));
+    if (parseError.error != QJsonParseError::NoError || choices.isEmpty() || !content.isString())
+        throw DecodeError(QStringLiteral("IA locale : réponse illisible"));
+    co_return content.toString().trimmed();
+}
+
+} // namespace
+
+QCoro::Task<bool> available() {
+    co_return (co_await probe()).has_value();
+}
+
+QCoro::Task<QString> run(QString system, QString text) {
+    co_return co_await chat(std::move(system), std::move(text), std::nullopt);
+}
+
+QCoro::Task<QString> runStructured(QString system, QString text, QJsonObject schema) {
+    co_return co_await chat(std::move(system), std::move(text), std::move(schema));
+}
+
+} // namespace AppleRewrite
+
+QString PreviewText::add(const QString& text, bool isFinal) {
+    if (isFinal) {
+        finalized_ += text;
+        return finalized_;
+    }
+    return finalized_ + text;
+}
+
+LivePreview::LivePreview() : state_(std::make_shared<State>()) {}
+
+LivePreview::~LivePreview() {
+    stop();
+}
+
+void LivePreview::setOnText(std::function<void(const QString&)> onText) {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    state_->onText = onText ? std::move(onText) : [](const QString&) {};
+}
+
+void LivePreview::setEngine(std::shared_ptr<LivePreviewEngine> engine) {
+    engine_ = std::move(engine);
+}
+
+bool LivePreview::hasEngine() const {
+    return engine_ != nullptr;
+}
+
+void LivePreview::start(const QString& language, bool longForm, bool download) {
+    if (!engine_) return;
+    {
+        std::lock_guard<std::mutex> lock(state_->mutex);
+        state_->text.reset();
+    }
+    // The engine may outlive this object by a few results: it holds the state weakly.
+    std::weak_ptr<State> weak = state_;
+    engine_->start(language, longForm, download, [weak](const QString& text, bool isFinal) {
+        const std::shared_ptr<State> state = weak.lock();
+        if (!state) return;
+        std::function<void(const QString&)> onText;
+        QString running;
+        {
+            std::lock_guard<std::mutex> lock(state->mutex);
+            running = state->text.add(text, isFinal);
+            onText = state->onText;
+        }
+        onText(running);
+    });
+}
+
+void LivePreview::feed(const QByteArray& pcm) {
+    if (engine_) engine_->feed(pcm);
+}
+
+void LivePreview::stop() {
+    if (engine_) engine_->stop();
+}
+
+} // namespace ombry

@@ -1,0 +1,148 @@
+#include "engines/OfflineSpeech.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QtEndian>
+
+#include <mutex>
+
+#include <pocketsphinx.h>
+#include <sphinxbase/err.h>
+
+namespace ombry::OfflineSpeech {
+namespace {
+
+// The first file matching one of the patterns, by name. Phonetic language models (the
+// "-phone" files that ship beside word models) are for phoneme decoding, never for words.
+QString firstFile(const QDir& dir, const QStringList& patterns) {
+    const QStringList found = dir.entryList(patterns, QDir::Files | QDir::Readable, QDir::Name);
+    for (const QString& name : found)
+        if (!name.contains(QLatin1String("-phone."))) return dir.filePath(name);
+    return {};
+}
+
+// The acoustic model: the folder itself when it holds `mdef`, else its first subfolder that does.
+QString acousticFolder(const QDir& dir) {
+    if (QFileInfo(dir.filePath(QStringLiteral("mdef"))).isFile()) return dir.absolutePath();
+    const QStringList subs = dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString& sub : subs) {
+        const QDir candidate(dir.filePath(sub));
+        if (QFileInfo(candidate.filePath(QStringLiteral("mdef"))).isFile())
+            return candidate.absolutePath();
+    }
+    return {};
+}
+
+// pocketsphinx writes its log to stderr unless told otherwise; the journal is ours alone.
+void silenceLibraryLog() {
+    static std::once_flag once;
+    std::call_once(once, [] { err_set_logfp(nullptr); });
+}
+
+} // namespace
+
+std::optional<Model> readModelFolder(const QString& folder) {
+    const QDir dir(folder);
+    if (!dir.exists()) return std::nullopt;
+    Model model;
+    model.acoustic = acousticFolder(dir);
+    model.dictionary = firstFile(dir, {QStringLiteral("*.dict")});
+    model.languageModel = firstFile(dir, {QStringLiteral("*.lm.bin")});
+    if (model.languageModel.isEmpty())
+        model.languageModel = firstFile(dir, {QStringLiteral("*.lm"), QStringLiteral("*.lm.DMP")});
+    if (model.acoustic.isEmpty() || model.dictionary.isEmpty()) return std::nullopt;
+    return model;
+}
+
+std::optional<Model> modelFor(const QString& language, const QString& dataFolder) {
+    const QString code = language.left(2).toLower();
+    if (code.isEmpty()) return std::nullopt;
+    if (!dataFolder.isEmpty()) {
+        if (auto own = readModelFolder(QDir(dataFolder).filePath(QStringLiteral("models/") + code)))
+            return own;
+    }
+    if (code == QLatin1String("en")) return readModelFolder(QLatin1String(kSystemEnglishFolder));
+    return std::nullopt;
+}
+
+QString grammarFromEnvironment() {
+    return qEnvironmentVariable("OMBRY_POCKETSPHINX_JSGF");
+}
+
+std::optional<QByteArray> pcmOfWav(const QByteArray& wav) {
+    if (wav.size() < 44) return std::nullopt;
+    if (!wav.startsWith("RIFF") || wav.mid(8, 4) != "WAVE") return wav.mid(44);
+    const auto u16 = [&](qsizetype at) {
+        return qFromLittleEndian<quint16>(reinterpret_cast<const uchar*>(wav.constData() + at));
+    };
+    const auto u32 = [&](qsizetype at) {
+        return qFromLittleEndian<quint32>(reinterpret_cast<const uchar*>(wav.constData() + at));
+    };
+    qsizetype at = 12;
+    while (at + 8 <= wav.size()) {
+        const QByteArray id = wav.mid(at, 4);
+        const qsizetype size = u32(at + 4);
+        const qsizetype body = at + 8;
+        if (id == "fmt " && body + 16 <= wav.size()) {
+            const bool pcm16Mono16k = u16(body) == 1 && u16(body + 2) == 1 &&
+                                      u32(body + 4) == 16000 && u16(body + 14) == 16;
+            if (!pcm16Mono16k) return std::nullopt;
+        } else if (id == "data") {
+            // A recorder that could not seek back writes a size that overshoots: take what is
+            // there.
+            return wav.mid(body, std::min<qsizetype>(size, wav.size() - body));
+        }
+        at = body + size + (size & 1);
+    }
+    return wav.mid(44);
+}
+
+Result decode(const QByteArray& pcm, const Model& model, const QString& grammar) {
+    silenceLibraryLog();
+    const QByteArray hmm = QFile::encodeName(model.acoustic);
+    const QByteArray dict = QFile::encodeName(model.dictionary);
+    const QByteArray lm = QFile::encodeName(model.languageModel);
+    const QByteArray jsgf = QFile::encodeName(grammar);
+
+    cmd_ln_t* config = nullptr;
+    if (!grammar.isEmpty()) {
+        config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-jsgf",
+                             jsgf.constData(), "-dict", dict.constData(), "-logfn", "/dev/null",
+                             nullptr);
+    } else if (!model.languageModel.isEmpty()) {
+        config =
+            cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-lm", lm.constData(),
+                        "-dict", dict.constData(), "-logfn", "/dev/null", nullptr);
+    } else {
+        return {false, {}, QStringLiteral("modèle de langue absent")};
+    }
+    if (!config) return {false, {}, QStringLiteral("configuration du modèle refusée")};
+
+    ps_decoder_t* decoder = ps_init(config);
+    if (!decoder) {
+        cmd_ln_free_r(config);
+        return {false, {}, QStringLiteral("modèle illisible")};
+    }
+
+    Result result;
+    if (ps_start_utt(decoder) < 0) {
+        result.error = QStringLiteral("décodage impossible");
+    } else {
+        const auto* samples = reinterpret_cast<const int16*>(pcm.constData());
+        const size_t count = static_cast<size_t>(pcm.size() / 2);
+        // Fed in slices, as the decoder's own tools do, so memory stays flat on long files.
+        constexpr size_t kSlice = 16000;
+        for (size_t at = 0; at < count; at += kSlice)
+            ps_process_raw(decoder, samples + at, std::min(kSlice, count - at), FALSE, FALSE);
+        ps_end_utt(decoder);
+        int32 score = 0;
+        const char* hyp = ps_get_hyp(decoder, &score);
+        result.ok = true;
+        result.text = QString::fromUtf8(hyp ? hyp : "").trimmed();
+    }
+    ps_free(decoder);
+    cmd_ln_free_r(config);
+    return result;
+}
+
+} // namespace ombry::OfflineSpeech
