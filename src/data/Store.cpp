@@ -1,0 +1,470 @@
+#include "data/Store.h"
+
+#include "data/IdentityMigration.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+#include "platform/Platform.h"
+#include "platform/SerialQueue.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+
+namespace ombry {
+
+namespace {
+
+const QString kHistory = QStringLiteral("history.json");
+const QString kWords = QStringLiteral("words.json");
+const QString kCorrections = QStringLiteral("corrections.json");
+const QString kFixes = QStringLiteral("fixes.json");
+const QString kSnippets = QStringLiteral("snippets.json");
+const QString kCosts = QStringLiteral("costs.json");
+const QString kMeetings = QStringLiteral("meetings.json");
+
+std::atomic<Store*> sharedInstance{nullptr};
+
+// The list in a file, or nothing when it cannot be read or decoded. A file that exists but
+// does not decode is copied beside itself as "{name}.damaged" first, so that the empty list
+// saved over it soon after loses nothing for good.
+template <class T>
+T loadFile(const QString& folder, const QString& name,
+           const std::function<std::optional<T>(const QByteArray&)>& decode) {
+    QFile file(folder + QLatin1Char('/') + name);
+    if (!file.open(QIODevice::ReadOnly)) return T();
+    const QByteArray bytes = file.readAll();
+    file.close();
+    if (auto list = decode(bytes)) return std::move(*list);
+    if (!bytes.trimmed().isEmpty())
+        Paths::writeFileAtomically(folder + QLatin1Char('/') + name + QStringLiteral(".damaged"),
+                                   bytes);
+    return T();
+}
+
+bool isBlankOrTab(QChar c) {
+    return c == u' ' || c == u'\t';
+}
+
+QString trimmedBlanks(const QString& s) {
+    qsizetype b = 0, e = s.size();
+    while (b < e && isBlankOrTab(s.at(b)))
+        ++b;
+    while (e > b && isBlankOrTab(s.at(e - 1)))
+        --e;
+    return s.mid(b, e - b);
+}
+
+// Records copied from one another share their texts, so most checks end at the pointer.
+bool sameText(const QString& a, const QString& b) {
+    return (a.constData() == b.constData() && a.size() == b.size()) || a == b;
+}
+
+qint64 floorDiv(qint64 a, qint64 b) {
+    qint64 q = a / b;
+    if ((a % b != 0) && ((a < 0) != (b < 0))) --q;
+    return q;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Life
+
+QString Store::defaultFolder() {
+    const QString folder = Paths::dataFolder();
+    IdentityMigration::moveDataFolder(folder);
+    return folder;
+}
+
+Store& Store::shared() {
+    // Made once and kept to the end of the process; quitting writes it through flush().
+    static Store* instance = [] {
+        auto* s = new Store(defaultFolder());
+        sharedInstance = s;
+        return s;
+    }();
+    return *instance;
+}
+
+Store* Store::sharedIfCreated() {
+    return sharedInstance.load();
+}
+
+Store::Store(const QString& folder, QObject* parent)
+    : QObject(parent), folder_(folder), audioFolder_(folder + QStringLiteral("/Audio")),
+      ioQueue_(std::make_unique<SerialQueue>(QStringLiteral("verlo.store.io"))) {
+    QDir().mkpath(folder_);
+    QDir().mkpath(audioFolder_);
+
+    // Each list goes through its setter, which schedules its save: every file is rewritten
+    // shortly after start, and made if it was missing.
+    setDictations(loadFile<QList<Dictation>>(folder_, kHistory, decodeList<Dictation>));
+    setWords(loadFile<QStringList>(folder_, kWords, decodeWords));
+    setCorrections(loadFile<QList<Correction>>(folder_, kCorrections, decodeList<Correction>));
+    setFixes(loadFile<QList<CorrectionRecord>>(folder_, kFixes, decodeList<CorrectionRecord>));
+    setSnippets(loadFile<QList<Snippet>>(folder_, kSnippets, decodeList<Snippet>));
+    setCosts(loadFile<QList<CostEntry>>(folder_, kCosts, decodeList<CostEntry>));
+    setMeetings(loadFile<QList<Meeting>>(folder_, kMeetings, decodeList<Meeting>));
+}
+
+Store::~Store() {
+    flush();
+    Store* self = this;
+    sharedInstance.compare_exchange_strong(self, nullptr);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Saving
+
+void Store::schedule(const QString& name, std::function<QByteArray()> encode) {
+    if (const auto it = pending_.constFind(name); it != pending_.constEnd()) (*it)->cancel();
+    const QString path = folder_ + QLatin1Char('/') + name;
+    // The encoding runs inside the item, on the queue, over the copy of the list it holds.
+    auto item = std::make_shared<WorkItem>(
+        [path, encode = std::move(encode)] { Paths::writeFileAtomically(path, encode()); });
+    pending_.insert(name, item);
+    ioQueue_->asyncAfter(kSaveDelayMs, item);
+}
+
+template <class T> void Store::save(const QList<T>& list, const QString& name) {
+    schedule(name, [list] { return encodeList(list); });
+}
+
+void Store::saveWords() {
+    schedule(kWords, [list = words_] { return encodeWords(list); });
+}
+
+void Store::flush() {
+    if (pending_.isEmpty()) return;
+    QList<std::shared_ptr<WorkItem>> items;
+    for (const auto& item : std::as_const(pending_))
+        if (!item->isCancelled()) items.append(item);
+    pending_.clear();
+    ioQueue_->sync([&items] {
+        for (const auto& item : items) {
+            item->perform();
+            // Written now: the delayed run would only write the same bytes again.
+            item->cancel();
+        }
+    });
+}
+
+QStringList Store::pendingFiles() const {
+    return pending_.keys();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Lists
+
+void Store::setDictations(QList<Dictation> v) {
+    dictations_ = std::move(v);
+    save(dictations_, kHistory);
+    rebuildStats();
+    Q_EMIT dictationsChanged();
+}
+
+void Store::setWords(QStringList v) {
+    words_ = std::move(v);
+    saveWords();
+    Q_EMIT wordsChanged();
+}
+
+void Store::setCorrections(QList<Correction> v) {
+    corrections_ = std::move(v);
+    save(corrections_, kCorrections);
+    Q_EMIT correctionsChanged();
+}
+
+void Store::setFixes(QList<CorrectionRecord> v) {
+    fixes_ = std::move(v);
+    save(fixes_, kFixes);
+    Q_EMIT fixesChanged();
+}
+
+void Store::setSnippets(QList<Snippet> v) {
+    snippets_ = std::move(v);
+    save(snippets_, kSnippets);
+    Q_EMIT snippetsChanged();
+}
+
+void Store::setCosts(QList<CostEntry> v) {
+    costs_ = std::move(v);
+    save(costs_, kCosts);
+    Q_EMIT costsChanged();
+}
+
+void Store::setMeetings(QList<Meeting> v) {
+    meetings_ = std::move(v);
+    save(meetings_, kMeetings);
+    Q_EMIT meetingsChanged();
+}
+
+void Store::add(const Dictation& d) {
+    dictations_.prepend(d);
+    save(dictations_, kHistory);
+    rebuildStats();
+    Q_EMIT dictationsChanged();
+}
+
+void Store::addFix(const CorrectionRecord& r) {
+    fixes_.prepend(r);
+    save(fixes_, kFixes);
+    Q_EMIT fixesChanged();
+}
+
+void Store::addCost(double amount) {
+    costs_.append(CostEntry{.date = recordNow(), .amount = amount});
+    save(costs_, kCosts);
+    Q_EMIT costsChanged();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Statistics
+
+QDate Store::localDay(const QDateTime& moment) const {
+    // The offset of local time changes at most every quarter hour, so it is asked once per
+    // quarter hour met: converting every date of a long history one by one would be slow.
+    const qint64 secs = floorDiv(moment.toMSecsSinceEpoch(), 1000);
+    const qint64 quarter = floorDiv(secs, 900);
+    auto it = offsetCache_.constFind(quarter);
+    if (it == offsetCache_.constEnd())
+        it = offsetCache_.insert(
+            quarter, QDateTime::fromSecsSinceEpoch(quarter * 900, Qt::LocalTime).offsetFromUtc());
+    constexpr qint64 kJulianDayOfEpoch = 2440588;
+    return QDate::fromJulianDay(kJulianDayOfEpoch + floorDiv(secs + *it, 86400));
+}
+
+void Store::rebuildStats() {
+    // Counting the words of every text again at each dictation would be slow on a long
+    // history: counts are kept by record, and reused while the text is the same.
+    if (wordCache_.size() > 2 * dictations_.size() + 64) wordCache_.clear();
+    int total = 0;
+    double duration = 0;
+    QMap<QDate, int> byDay;
+    QDate lastDay;
+    int lastDayWords = 0;
+    for (const Dictation& d : std::as_const(dictations_)) {
+        auto it = wordCache_.find(d.id);
+        if (it == wordCache_.end() || !sameText(it->first, d.finalText))
+            it = wordCache_.insert(d.id, {d.finalText, wordCount(d.finalText)});
+        const int words = it->second;
+        total += words;
+        duration += d.duration;
+        // The history is sorted by date, so runs of the same day are summed before they go
+        // into the map.
+        const QDate day = localDay(d.date);
+        if (day != lastDay) {
+            if (lastDay.isValid()) byDay[lastDay] += lastDayWords;
+            lastDay = day;
+            lastDayWords = 0;
+        }
+        lastDayWords += words;
+    }
+    if (lastDay.isValid()) byDay[lastDay] += lastDayWords;
+    totalWords_ = total;
+    totalDuration_ = duration;
+    wordsByDay_ = std::move(byDay);
+    Q_EMIT statsChanged();
+}
+
+int Store::words(const QDate& day) const {
+    return wordsByDay_.value(day, 0);
+}
+
+int Store::words(const QDateTime& on) const {
+    return words(localDay(on));
+}
+
+QList<DayWords> Store::lastDays(int n) const {
+    QList<DayWords> days;
+    if (n <= 0) return days;
+    const QDate today = localDay(Platform::current().clock().now());
+    for (int offset = 1 - n; offset <= 0; ++offset) {
+        const QDate day = today.addDays(offset);
+        days.append({day.startOfDay(), words(day)});
+    }
+    return days;
+}
+
+int Store::averageWPM() const {
+    if (!(totalDuration_ > 0)) return 0;
+    return int(std::round(totalWords_ / (totalDuration_ / 60)));
+}
+
+double Store::minutesSaved(int typingWPM) const {
+    if (typingWPM < 1) return 0;
+    const double saved = double(totalWords_) / typingWPM - totalDuration_ / 60;
+    return saved < 0 ? 0 : saved;
+}
+
+double Store::spentThisMonth() const {
+    const QDate today = localDay(Platform::current().clock().now());
+    double sum = 0;
+    for (const CostEntry& c : costs_) {
+        const QDate day = localDay(c.date);
+        if (day.year() == today.year() && day.month() == today.month()) sum += c.amount;
+    }
+    return sum;
+}
+
+QList<AppShare> Store::appShares() const {
+    QList<AppShare> shares;
+    if (totalWords_ < 1) return shares;
+    QHash<QString, qsizetype> index;
+    QList<int> words;
+    for (const Dictation& d : dictations_) {
+        const auto cached = wordCache_.constFind(d.id);
+        const int n = cached != wordCache_.constEnd() && sameText(cached->first, d.finalText)
+                          ? cached->second
+                          : wordCount(d.finalText);
+        auto it = index.constFind(d.appName);
+        if (it == index.constEnd()) {
+            it = index.insert(d.appName, shares.size());
+            shares.append({d.appName, std::nullopt, 0});
+            words.append(0);
+        }
+        AppShare& group = shares[*it];
+        words[*it] += n;
+        if (!group.bundleID && d.bundleID && !d.bundleID->isEmpty()) group.bundleID = d.bundleID;
+    }
+    for (qsizetype i = 0; i < shares.size(); ++i)
+        shares[i].share = double(words[i]) / totalWords_;
+    std::stable_sort(shares.begin(), shares.end(),
+                     [](const AppShare& a, const AppShare& b) { return a.share > b.share; });
+    return shares;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Dictionary and voice shortcuts
+
+QString Store::applyCorrections(const QString& text) const {
+    QString result = text;
+    for (const Correction& rule : corrections_) {
+        if (trimmedBlanks(rule.heard).isEmpty()) continue;
+        // Whole words only: a word is bounded by anything that is not a letter or a digit of
+        // any script. The heard text keeps its own blanks.
+        const QRegularExpression re(QStringLiteral("(?<![\\p{L}\\p{N}])") +
+                                        QRegularExpression::escape(rule.heard) +
+                                        QStringLiteral("(?![\\p{L}\\p{N}])"),
+                                    QRegularExpression::CaseInsensitiveOption |
+                                        QRegularExpression::UseUnicodePropertiesOption);
+        if (!re.isValid()) continue;
+        // The written text goes in as it stands: "$" and "\" in it are no references.
+        QString out;
+        qsizetype last = 0;
+        auto matches = re.globalMatch(result);
+        if (!matches.hasNext()) continue;
+        while (matches.hasNext()) {
+            const QRegularExpressionMatch m = matches.next();
+            out += QStringView(result).mid(last, m.capturedStart() - last);
+            out += rule.written;
+            last = m.capturedEnd();
+        }
+        out += QStringView(result).mid(last);
+        result = std::move(out);
+    }
+    return result;
+}
+
+QString Store::normalizedForSnippet(const QString& text) {
+    // Lower case, then the diacritics folded away: decomposed, the marks are dropped together
+    // with everything that is not a letter, a digit or a space.
+    const QString decomposed = text.toLower().normalized(QString::NormalizationForm_D);
+    QString kept;
+    kept.reserve(decomposed.size());
+    for (qsizetype i = 0; i < decomposed.size(); ++i) {
+        const QChar c = decomposed.at(i);
+        if (c.isHighSurrogate() && i + 1 < decomposed.size() &&
+            decomposed.at(i + 1).isLowSurrogate()) {
+            const char32_t ucs = QChar::surrogateToUcs4(c, decomposed.at(i + 1));
+            if (QChar::isLetterOrNumber(ucs)) {
+                kept += c;
+                kept += decomposed.at(i + 1);
+            }
+            ++i;
+            continue;
+        }
+        if (c == u' ' || c.isLetterOrNumber()) kept += c;
+    }
+    return trimmedBlanks(kept);
+}
+
+std::optional<Snippet> Store::snippet(const QString& matching) const {
+    const QString text = normalizedForSnippet(matching);
+    for (const Snippet& s : snippets_) {
+        if (s.trigger.isEmpty()) continue;
+        if (normalizedForSnippet(s.trigger) == text) return s;
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> Store::audioURL(const Dictation& d) const {
+    if (!d.audioFile) return std::nullopt;
+    const QString path = audioFolder_ + QLatin1Char('/') + *d.audioFile;
+    if (!QFileInfo::exists(path)) return std::nullopt;
+    return path;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Clearing
+
+void Store::pruneAudio() {
+    const QDateTime cutoff = Platform::current().clock().now().addSecs(-kAudioKeptSeconds);
+    QSet<QUuid> ids;
+    QStringList files;
+    for (const Dictation& d : std::as_const(dictations_)) {
+        if (d.date < cutoff && d.audioFile) {
+            ids.insert(d.id);
+            files.append(*d.audioFile);
+        }
+    }
+    if (ids.isEmpty()) return;
+    ioQueue_->async([folder = audioFolder_, files] {
+        for (const QString& f : files)
+            QFile::remove(folder + QLatin1Char('/') + f);
+    });
+    QList<Dictation> kept = dictations_;
+    for (Dictation& d : kept)
+        if (ids.contains(d.id)) d.audioFile.reset();
+    setDictations(std::move(kept));
+}
+
+void Store::clearHistory() {
+    setFixes({});
+    for (const Dictation& d : std::as_const(dictations_))
+        if (d.audioFile) QFile::remove(audioFolder_ + QLatin1Char('/') + *d.audioFile);
+    setDictations({});
+}
+
+void Store::eraseEverything() {
+    setDictations({});
+    setWords({});
+    setCorrections({});
+    setFixes({});
+    setSnippets({});
+    setCosts({});
+    setMeetings({});
+    ioQueue_->async([folder = folder_, audio = audioFolder_] {
+        QDir(audio).removeRecursively();
+        const QStringList files{kHistory,
+                                kWords,
+                                kCorrections,
+                                kFixes,
+                                kSnippets,
+                                kCosts,
+                                kMeetings,
+                                QStringLiteral("keys.json"),
+                                QStringLiteral("journal.log")};
+        for (const QString& f : files) {
+            QFile::remove(folder + QLatin1Char('/') + f);
+            // Copies kept of damaged files are the user's data too.
+            QFile::remove(folder + QLatin1Char('/') + f + QStringLiteral(".damaged"));
+        }
+    });
+}
+
+} // namespace ombry
