@@ -1,0 +1,101 @@
+#include "engines/client/Http.h"
+
+#include "engines/client/Errors.h"
+#include "engines/client/Net.h"
+
+#include <QCoroNetworkReply>
+#include <QCoroSignal>
+#include <QHash>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QStringDecoder>
+#include <memory>
+
+namespace ombry::Http {
+
+namespace {
+
+// Counts the requests running on one host and wakes the waiting ones when one ends.
+class HostGate : public QObject {
+    Q_OBJECT
+public:
+    int running = 0;
+    void release() {
+        --running;
+        Q_EMIT released();
+    }
+Q_SIGNALS:
+    void released();
+};
+
+HostGate& gateFor(const QUrl& url) {
+    static QHash<QString, HostGate*> gates; // main thread only
+    const QString key =
+        url.scheme() + QLatin1String("://") + url.host() + QLatin1Char(':') +
+        QString::number(url.port(url.scheme() == QLatin1String("https") ? 443 : 80));
+    HostGate*& gate = gates[key];
+    if (!gate) gate = new HostGate;
+    return *gate;
+}
+
+// Errors where something answered, but not in HTTP.
+bool isProtocolError(QNetworkReply::NetworkError e) {
+    return e == QNetworkReply::ProtocolFailure || e == QNetworkReply::ProtocolUnknownError ||
+           e == QNetworkReply::ProtocolInvalidOperationError;
+}
+
+} // namespace
+
+QString Reply::bodyText() const {
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(body);
+    if (decoder.hasError()) return {};
+    return text;
+}
+
+QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers headers,
+                        double timeoutSeconds) {
+    HostGate& gate = gateFor(url);
+    while (gate.running >= Net::kConnectionsPerHost)
+        co_await qCoro(&gate, &HostGate::released);
+    ++gate.running;
+    const std::unique_ptr<HostGate, void (*)(HostGate*)> slot(&gate,
+                                                              [](HostGate* g) { g->release(); });
+
+    QNetworkRequest request = Net::request(url, timeoutSeconds);
+    for (const auto& [name, value] : headers)
+        request.setRawHeader(name, value);
+    std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
+        Net::session()->sendCustomRequest(request, method, body),
+        [](QNetworkReply* r) { r->deleteLater(); });
+    co_await reply.get();
+
+    Reply out;
+    out.body = reply->readAll();
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (status.isValid()) {
+        out.status = status.toInt();
+        co_return out;
+    }
+    const QNetworkReply::NetworkError error = reply->error();
+    if (error == QNetworkReply::NoError || isProtocolError(error)) co_return out; // not HTTP
+    // A transfer time-out is reported as a cancel; nothing else here cancels a request.
+    throw TransportError(reply->errorString(), error == QNetworkReply::OperationCanceledError);
+}
+
+QCoro::Task<Reply> post(QUrl url, QByteArray body, Headers headers, double timeoutSeconds) {
+    co_return co_await send("POST", std::move(url), std::move(body), std::move(headers),
+                            timeoutSeconds);
+}
+
+QCoro::Task<Reply> postJson(QUrl url, QJsonObject body, Headers headers, double timeoutSeconds) {
+    headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("application/json")));
+    co_return co_await send("POST", std::move(url),
+                            QJsonDocument(body).toJson(QJsonDocument::Compact), std::move(headers),
+                            timeoutSeconds);
+}
+
+} // namespace ombry::Http
+
+#include "Http.moc"

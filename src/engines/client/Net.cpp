@@ -1,0 +1,64 @@
+#include "engines/client/Net.h"
+
+#include "engines/client/Endpoints.h"
+
+#include <QCoreApplication>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QThread>
+#include <mutex>
+
+namespace ombry::Net {
+
+QNetworkAccessManager* session() {
+    static QNetworkAccessManager* manager = nullptr;
+    static std::once_flag once;
+    std::call_once(once, [] {
+        manager = new QNetworkAccessManager;
+        manager->setCache(nullptr);
+        manager->setAutoDeleteReplies(false);
+        if (QCoreApplication* app = QCoreApplication::instance()) {
+            if (manager->thread() != app->thread()) manager->moveToThread(app->thread());
+            // Gone with the application, before Qt's network internals.
+            QObject::connect(app, &QObject::destroyed, [] { delete manager; });
+        }
+    });
+    return manager;
+}
+
+QNetworkRequest request(const QUrl& url, double timeoutSeconds) {
+    QNetworkRequest r(url);
+    r.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    r.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
+    r.setTransferTimeout(int(timeoutSeconds * 1000.0));
+    return r;
+}
+
+namespace {
+
+void head(const QUrl& url) {
+    if (!url.isValid()) return;
+    QNetworkReply* reply = session()->head(request(url, 60.0));
+    QObject::connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
+}
+
+void fire() {
+    if (Endpoints::siteIsValid())
+        head(Endpoints::siteURL(QStringLiteral("api/credits")));
+    else
+        head(QUrl(Endpoints::openRouter() + QStringLiteral("/api/v1/models?limit=1")));
+    head(QUrl(Endpoints::languageTool() + QStringLiteral("/v2/languages")));
+}
+
+} // namespace
+
+void warmUp() {
+    QCoreApplication* app = QCoreApplication::instance();
+    if (!app) return;
+    if (QThread::currentThread() == app->thread())
+        fire();
+    else
+        QMetaObject::invokeMethod(app, &fire, Qt::QueuedConnection);
+}
+
+} // namespace ombry::Net

@@ -1,0 +1,87 @@
+#include "online/OmbryAI.h"
+
+#include "data/KeyStore.h"
+#include "data/Settings.h"
+#include "desktop/Log.h"
+#include "engines/client/Endpoints.h"
+#include "engines/client/Errors.h"
+#include "engines/client/Http.h"
+#include "engines/client/OpenRouter.h"
+#include "engines/client/Spending.h"
+#include "online/Credits.h"
+#include "online/CreditsConfig.h"
+#include "online/Json.h"
+
+#include <QJsonDocument>
+
+namespace ombry::OmbryAI {
+
+namespace {
+
+constexpr double kHostedExtraSeconds = 5.0;
+
+std::optional<QString> ownKey() {
+    return KeyStore::shared().key(APIService::OpenRouter);
+}
+
+QCoro::Task<QByteArray> direct(QJsonObject body, double timeoutSeconds, QString label,
+                               QString key) {
+    body.insert(QStringLiteral("usage"), QJsonObject{{QStringLiteral("include"), true}});
+    // Braced lists stay out of co_await expressions: GCC 12 miscompiles them there.
+    const Http::Headers headers = {{"Authorization", "Bearer " + key.toUtf8()},
+                                   {"X-Title", "Ombry Voice"}};
+    const QUrl url(Endpoints::openRouter() + QLatin1String(OpenRouter::kChatPath));
+    const Http::Reply reply = co_await Http::postJson(url, body, headers, timeoutSeconds);
+    if (reply.status != 200) throw EngineError::http(label, reply.status, reply.bodyText());
+    Spending::record(reply.body);
+    co_return reply.body;
+}
+
+QCoro::Task<QByteArray> hosted(QJsonObject body, double timeoutSeconds) {
+    if (!Endpoints::siteIsValid()) throw EngineError::missingKey(QStringLiteral("OpenRouter"));
+    if (Credits::shared().exhausted()) throw EngineError::noCredits();
+    body.remove(QStringLiteral("usage"));
+    const Http::Headers none;
+    const Http::Reply reply = co_await Http::postJson(
+        Endpoints::siteURL(QStringLiteral("api/voice")),
+        CreditsConfig::withIdentity(std::move(body)), none, timeoutSeconds + kHostedExtraSeconds);
+    const QJsonObject answer = QJsonDocument::fromJson(reply.body).object();
+    if (reply.status == 200) {
+        Credits::shared().update(Json::integer(
+            answer.value(QLatin1String("ombry")).toObject().value(QLatin1String("credits"))));
+        co_return reply.body;
+    }
+    if (reply.status == 402) {
+        Credits::shared().update(0);
+        Log::write(QStringLiteral("crédits Ombry épuisés : retour sur Local"));
+        throw EngineError::noCredits();
+    }
+    const QJsonValue error = answer.value(QLatin1String("error"));
+    throw EngineError::http(QStringLiteral("Ombry"), reply.status,
+                            error.isString() ? error.toString() : QString());
+}
+
+} // namespace
+
+bool usesOwnKey() {
+    if (!ownKey()) return false;
+    return AppSettings::shared().ownKeyMode() || !Endpoints::siteIsValid();
+}
+
+bool usesCredits() {
+    return !usesOwnKey() && Endpoints::siteIsValid();
+}
+
+bool canReachRemote() {
+    return usesOwnKey() || (usesCredits() && !Credits::shared().exhausted());
+}
+
+QCoro::Task<QByteArray> chat(QJsonObject body, double timeoutSeconds, QString label) {
+    if (usesOwnKey()) {
+        if (const std::optional<QString> key = ownKey())
+            co_return co_await direct(std::move(body), timeoutSeconds, std::move(label), *key);
+    }
+    co_return co_await hosted(std::move(body), timeoutSeconds);
+}
+
+} // namespace ombry::OmbryAI

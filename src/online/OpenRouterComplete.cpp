@@ -1,0 +1,18 @@
+// OpenRouter::complete sends through OmbryAI::chat, so it lives in this library although its
+// request format is declared with the engine client.
+#include "engines/client/Errors.h"
+#include "engines/client/OpenRouter.h"
+#include "online/OmbryAI.h"
+
+namespace ombry::OpenRouter {
+
+QCoro::Task<QString> complete(QString system, QString text, QString model) {
+    if (!OmbryAI::canReachRemote()) throw EngineError::missingKey(QStringLiteral("OpenRouter"));
+    const QByteArray reply = co_await OmbryAI::chat(requestBody(system, text, model), 60.0,
+                                                    QStringLiteral("OpenRouter"));
+    const std::optional<QString> content = firstContent(reply);
+    if (!content) co_return text;
+    co_return content->trimmed();
+}
+
+} // namespace ombry::OpenRouter
