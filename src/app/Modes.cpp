@@ -1,5 +1,6 @@
 #include "app/Modes.h"
 
+#include "app/OmbryIcon.h"
 #include "app/Output.h"
 
 #include <exception>
@@ -13,11 +14,22 @@ QCoro::Task<void> notAvailable(Mode mode) {
     co_return;
 }
 
+// --icon: the icon set in the accent colour.
+void runIcon(const QString& folder) {
+    QString error;
+    const QColor accent = QColor::fromRgbF(0.0f, 184 / 255.0f, 169 / 255.0f, 1.0f);
+    if (!OmbryIcon::writeIconset(folder, accent, 0, &error))
+        printLine(QStringLiteral("erreur: ") + error);
+}
+
 } // namespace
 
 QCoro::Task<void> runMode(Switch sw) {
     try {
         switch (sw.mode) {
+        case Mode::Icon:
+            runIcon(sw.args.value(0));
+            break;
         default:
             co_await notAvailable(sw.mode);
         }
