@@ -1,5 +1,7 @@
 #include "app/Modes.h"
 
+#include "app/LocalModes.h"
+#include "app/CorrectMode.h"
 #include "app/OmbryIcon.h"
 #include "app/Output.h"
 
@@ -27,6 +29,18 @@ void runIcon(const QString& folder) {
 QCoro::Task<void> runMode(Switch sw) {
     try {
         switch (sw.mode) {
+        case Mode::Command:
+            co_await runCommandMode(sw.args.value(0), sw.args.value(1));
+            break;
+        case Mode::Translate:
+            co_await runTranslateMode(sw.args.value(0));
+            break;
+        case Mode::Test:
+            co_await runTestMode(sw.args.value(0));
+            break;
+        case Mode::Correct:
+            co_await runCorrectMode(sw.args.value(0));
+            break;
         case Mode::Icon:
             runIcon(sw.args.value(0));
             break;
