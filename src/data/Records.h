@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAnyStringView>
 #include <QByteArray>
 #include <QDateTime>
 #include <QHashFunctions>
@@ -28,8 +29,9 @@ QDateTime recordNow();
 // The JSON text forms shared by every record.
 QString uuidText(const QUuid& id);       // E621E1F8-C36C-495A-93FC-0C247A3E6E5F
 QString dateText(const QDateTime& date); // 2026-03-14T09:26:53Z
-std::optional<QUuid> parseUuid(const QString& text);
-std::optional<QDateTime> parseDate(const QString& text);
+std::optional<QUuid> parseUuid(QAnyStringView text);
+// The form above, or any ISO 8601 date and time that names its offset from UTC.
+std::optional<QDateTime> parseDate(QAnyStringView text);
 
 struct Dictation {
     QUuid id = newRecordId();

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <mutex>
 
 namespace ombry {
 
@@ -56,11 +57,6 @@ QString trimmedBlanks(const QString& s) {
     while (e > b && isBlankOrTab(s.at(e - 1)))
         --e;
     return s.mid(b, e - b);
-}
-
-// Records copied from one another share their texts, so most checks end at the pointer.
-bool sameText(const QString& a, const QString& b) {
-    return (a.constData() == b.constData() && a.size() == b.size()) || a == b;
 }
 
 qint64 floorDiv(qint64 a, qint64 b) {
@@ -120,13 +116,40 @@ Store::~Store() {
 // ---------------------------------------------------------------------------------------------
 // Saving
 
+// The encoder of one scheduled save, with the copy of the list it writes. A save that is
+// replaced lets go of its copy at once, so that the list in memory can change in place rather
+// than being copied whole at the next change.
+struct Store::SaveJob {
+    std::mutex mutex;
+    std::function<QByteArray()> encode;
+
+    std::function<QByteArray()> take() {
+        std::lock_guard lock(mutex);
+        return encode;
+    }
+    void release() {
+        std::function<QByteArray()> dropped;
+        std::lock_guard lock(mutex);
+        dropped.swap(encode);
+    }
+};
+
+void Store::releasePending(const QString& name) {
+    if (const auto it = pending_.constFind(name); it != pending_.constEnd()) {
+        it->item->cancel();
+        it->job->release();
+    }
+}
+
 void Store::schedule(const QString& name, std::function<QByteArray()> encode) {
-    if (const auto it = pending_.constFind(name); it != pending_.constEnd()) (*it)->cancel();
-    const QString path = folder_ + QLatin1Char('/') + name;
-    // The encoding runs inside the item, on the queue, over the copy of the list it holds.
-    auto item = std::make_shared<WorkItem>(
-        [path, encode = std::move(encode)] { Paths::writeFileAtomically(path, encode()); });
-    pending_.insert(name, item);
+    releasePending(name);
+    auto job = std::make_shared<SaveJob>();
+    job->encode = std::move(encode);
+    // The encoding runs inside the item, on the queue.
+    auto item = std::make_shared<WorkItem>([path = folder_ + QLatin1Char('/') + name, job] {
+        if (const auto encode = job->take()) Paths::writeFileAtomically(path, encode());
+    });
+    pending_.insert(name, {item, job});
     ioQueue_->asyncAfter(kSaveDelayMs, item);
 }
 
@@ -141,8 +164,8 @@ void Store::saveWords() {
 void Store::flush() {
     if (pending_.isEmpty()) return;
     QList<std::shared_ptr<WorkItem>> items;
-    for (const auto& item : std::as_const(pending_))
-        if (!item->isCancelled()) items.append(item);
+    for (const Pending& p : std::as_const(pending_))
+        if (!p.item->isCancelled()) items.append(p.item);
     pending_.clear();
     ioQueue_->sync([&items] {
         for (const auto& item : items) {
@@ -204,6 +227,7 @@ void Store::setMeetings(QList<Meeting> v) {
 }
 
 void Store::add(const Dictation& d) {
+    releasePending(kHistory); // so that the list grows in place
     dictations_.prepend(d);
     save(dictations_, kHistory);
     rebuildStats();
@@ -211,12 +235,14 @@ void Store::add(const Dictation& d) {
 }
 
 void Store::addFix(const CorrectionRecord& r) {
+    releasePending(kFixes);
     fixes_.prepend(r);
     save(fixes_, kFixes);
     Q_EMIT fixesChanged();
 }
 
 void Store::addCost(double amount) {
+    releasePending(kCosts);
     costs_.append(CostEntry{.date = recordNow(), .amount = amount});
     save(costs_, kCosts);
     Q_EMIT costsChanged();
@@ -226,45 +252,84 @@ void Store::addCost(double amount) {
 // Statistics
 
 QDate Store::localDay(const QDateTime& moment) const {
-    // The offset of local time changes at most every quarter hour, so it is asked once per
-    // quarter hour met: converting every date of a long history one by one would be slow.
+    // Converting each date of a long history to local time one by one is slow. The offset is
+    // asked once per UTC day met, at both ends of it; only a day on which it changes (a
+    // daylight saving day) asks again for the moment itself.
     const qint64 secs = floorDiv(moment.toMSecsSinceEpoch(), 1000);
-    const qint64 quarter = floorDiv(secs, 900);
-    auto it = offsetCache_.constFind(quarter);
-    if (it == offsetCache_.constEnd())
-        it = offsetCache_.insert(
-            quarter, QDateTime::fromSecsSinceEpoch(quarter * 900, Qt::LocalTime).offsetFromUtc());
+    const qint64 utcDay = floorDiv(secs, 86400);
+    if (utcDay != lastUtcDay_) {
+        auto it = dayOffsets_.constFind(utcDay);
+        if (it == dayOffsets_.constEnd()) {
+            const auto offsetAt = [](qint64 s) {
+                return QDateTime::fromSecsSinceEpoch(s, Qt::LocalTime).offsetFromUtc();
+            };
+            it = dayOffsets_.insert(utcDay,
+                                    {offsetAt(utcDay * 86400), offsetAt(utcDay * 86400 + 86399)});
+        }
+        lastUtcDay_ = utcDay;
+        lastDayOffsets_ = *it;
+    }
+    const int offset = lastDayOffsets_.first == lastDayOffsets_.second
+                           ? lastDayOffsets_.first
+                           : QDateTime::fromSecsSinceEpoch(secs, Qt::LocalTime).offsetFromUtc();
     constexpr qint64 kJulianDayOfEpoch = 2440588;
-    return QDate::fromJulianDay(kJulianDayOfEpoch + floorDiv(secs + *it, 86400));
+    return QDate::fromJulianDay(kJulianDayOfEpoch + floorDiv(secs + offset, 86400));
 }
 
 void Store::rebuildStats() {
-    // Counting the words of every text again at each dictation would be slow on a long
-    // history: counts are kept by record, and reused while the text is the same.
-    if (wordCache_.size() > 2 * dictations_.size() + 64) wordCache_.clear();
+    // Every record is walked; what is known of a record whose text and date did not change
+    // is taken over. The previous records are looked for where an insertion at the front (or
+    // nothing) left them, and by id only when the order changed otherwise.
+    QList<RecordStats> previous = std::move(recordStats_);
+    // The list of the rebuild before last is reused, so that its memory is not asked for anew.
+    QList<RecordStats> next = std::move(spareStats_);
+    next.clear();
+    next.reserve(dictations_.size());
+    const qsizetype shift = dictations_.size() - previous.size();
+    QHash<QUuid, qsizetype> byId;
+    qsizetype misses = 0;
+    const auto findPrevious = [&](qsizetype i, const QUuid& id) -> RecordStats* {
+        for (const qsizetype j : {i - shift, i})
+            if (j >= 0 && j < previous.size() && previous[j].id == id) return &previous[j];
+        // New records are expected where the list grew; past that, the order has changed and
+        // the records are looked up by id.
+        if (previous.isEmpty() || ++misses <= std::max<qsizetype>(shift, 0)) return nullptr;
+        if (byId.isEmpty())
+            for (qsizetype j = 0; j < previous.size(); ++j)
+                byId.insert(previous[j].id, j);
+        const auto it = byId.constFind(id);
+        return it == byId.constEnd() ? nullptr : &previous[*it];
+    };
+
     int total = 0;
     double duration = 0;
     QMap<QDate, int> byDay;
-    QDate lastDay;
-    int lastDayWords = 0;
-    for (const Dictation& d : std::as_const(dictations_)) {
-        auto it = wordCache_.find(d.id);
-        if (it == wordCache_.end() || !sameText(it->first, d.finalText))
-            it = wordCache_.insert(d.id, {d.finalText, wordCount(d.finalText)});
-        const int words = it->second;
-        total += words;
+    QDate runDay;
+    int runWords = 0;
+    for (qsizetype i = 0; i < dictations_.size(); ++i) {
+        const Dictation& d = dictations_.at(i);
+        RecordStats r{
+            d.id,   d.date.toMSecsSinceEpoch(), d.finalText.constData(), d.finalText.size(), 0,
+            QDate()};
+        const RecordStats* known = findPrevious(i, d.id);
+        r.words = known && known->text == r.text && known->textSize == r.textSize
+                      ? known->words
+                      : wordCount(d.finalText);
+        r.day = known && known->dateMs == r.dateMs ? known->day : localDay(d.date);
+        total += r.words;
         duration += d.duration;
-        // The history is sorted by date, so runs of the same day are summed before they go
-        // into the map.
-        const QDate day = localDay(d.date);
-        if (day != lastDay) {
-            if (lastDay.isValid()) byDay[lastDay] += lastDayWords;
-            lastDay = day;
-            lastDayWords = 0;
+        // The history is sorted by date: a run of one day is summed before it goes in the map.
+        if (r.day != runDay) {
+            if (runDay.isValid()) byDay[runDay] += runWords;
+            runDay = r.day;
+            runWords = 0;
         }
-        lastDayWords += words;
+        runWords += r.words;
+        next.append(std::move(r));
     }
-    if (lastDay.isValid()) byDay[lastDay] += lastDayWords;
+    if (runDay.isValid()) byDay[runDay] += runWords;
+    recordStats_ = std::move(next);
+    spareStats_ = std::move(previous);
     totalWords_ = total;
     totalDuration_ = duration;
     wordsByDay_ = std::move(byDay);
@@ -316,11 +381,9 @@ QList<AppShare> Store::appShares() const {
     if (totalWords_ < 1) return shares;
     QHash<QString, qsizetype> index;
     QList<int> words;
-    for (const Dictation& d : dictations_) {
-        const auto cached = wordCache_.constFind(d.id);
-        const int n = cached != wordCache_.constEnd() && sameText(cached->first, d.finalText)
-                          ? cached->second
-                          : wordCount(d.finalText);
+    for (qsizetype i = 0; i < dictations_.size(); ++i) {
+        const Dictation& d = dictations_.at(i);
+        const int n = i < recordStats_.size() ? recordStats_.at(i).words : wordCount(d.finalText);
         auto it = index.constFind(d.appName);
         if (it == index.constEnd()) {
             it = index.insert(d.appName, shares.size());

@@ -11,6 +11,7 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -127,6 +128,7 @@ private:
     template <class T> void save(const QList<T>& list, const QString& name);
     void saveWords();
     void schedule(const QString& name, std::function<QByteArray()> encode);
+    void releasePending(const QString& name);
     QDate localDay(const QDateTime& utc) const;
 
     QString folder_;
@@ -145,12 +147,33 @@ private:
     double totalDuration_ = 0;
     QMap<QDate, int> wordsByDay_;
 
-    QMap<QString, std::shared_ptr<WorkItem>> pending_;
+    struct SaveJob;
+    struct Pending {
+        std::shared_ptr<WorkItem> item;
+        std::shared_ptr<SaveJob> job;
+    };
+    QMap<QString, Pending> pending_;
 
-    // Word counts by dictation id, kept while the text stays the same.
-    QHash<QUuid, std::pair<QString, int>> wordCache_;
-    // UTC offsets of local time by quarter hour since the epoch.
-    mutable QHash<qint64, int> offsetCache_;
+    // What the statistics know of each dictation, in the order of dictations_: a rebuild
+    // reuses the word count and the day of a record whose text and date are unchanged, so that
+    // it does not segment a long history again at each new dictation.
+    struct RecordStats {
+        QUuid id;
+        qint64 dateMs = 0;
+        // Where the text counted lies and its length. Texts are shared between copies of a
+        // record and a changed text is made before the old one is let go, so an unchanged
+        // text is told by its address alone, without reading it.
+        const QChar* text = nullptr;
+        qsizetype textSize = 0;
+        int words = 0;
+        QDate day;
+    };
+    QList<RecordStats> recordStats_;
+    QList<RecordStats> spareStats_;
+    // The local offsets from UTC at the start and at the end of each UTC day met.
+    mutable QHash<qint64, std::pair<int, int>> dayOffsets_;
+    mutable qint64 lastUtcDay_ = std::numeric_limits<qint64>::min();
+    mutable std::pair<int, int> lastDayOffsets_;
 };
 
 } // namespace ombry
