@@ -40,7 +40,7 @@ private Q_SLOTS:
             // Not blank: the centre is opaque, the corners see through, and the glyph is
             // white on an accent tile, so both colours are present.
             QCOMPARE(qAlpha(image.pixel(n / 2, n * 3 / 4)), 255);
-            QCOMPARE(qAlpha(image.pixel(0, 0)), 0);
+            QVERIFY(qAlpha(image.pixel(0, 0)) < 32);
             int white = 0, accent = 0;
             for (int y = 0; y < n; ++y) {
                 for (int x = 0; x < n; ++x) {
