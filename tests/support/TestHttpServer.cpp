@@ -3,6 +3,7 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QHostAddress>
+#include <QJsonArray>
 #include <QPointer>
 #include <QProcess>
 #include <QTcpServer>
@@ -127,6 +128,21 @@ Reply Reply::garbage(const QByteArray& bytes) {
     Reply r;
     r.raw = bytes;
     return r;
+}
+
+Reply chatCompletion(const QString& content, std::optional<double> cost, const QJsonObject& extra) {
+    QJsonObject answer = extra;
+    answer.insert(QStringLiteral("id"), QStringLiteral("gen-test"));
+    answer.insert(
+        QStringLiteral("choices"),
+        QJsonArray{QJsonObject{{QStringLiteral("index"), 0},
+                               {QStringLiteral("message"),
+                                QJsonObject{{QStringLiteral("role"), QStringLiteral("assistant")},
+                                            {QStringLiteral("content"), content}}}}});
+    if (cost)
+        answer.insert(QStringLiteral("usage"), QJsonObject{{QStringLiteral("cost"), *cost},
+                                                           {QStringLiteral("total_tokens"), 42}});
+    return Reply::json(answer);
 }
 
 // ---- Server -----------------------------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QUrl>
 #include <functional>
+#include <optional>
 
 class QProcess;
 class QTcpServer;
@@ -59,6 +60,12 @@ struct Reply {
         return *this;
     }
 };
+
+// A chat-completion answer as OpenRouter gives it: one choice whose message holds `content`,
+// and `usage.cost` when a cost is given. `extra` members are added at the top level (for
+// instance the hosted service's "ombry": {"credits": n}).
+Reply chatCompletion(const QString& content, std::optional<double> cost = std::nullopt,
+                     const QJsonObject& extra = {});
 
 // A loopback-only (127.0.0.1) HTTP/1.1 server on a free port, for tests that drive real HTTP
 // clients. It lives on the thread that creates it and answers from that thread's event loop,

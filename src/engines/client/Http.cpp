@@ -3,34 +3,54 @@
 #include "engines/client/Errors.h"
 #include "engines/client/Net.h"
 
+#include <QCoreApplication>
 #include <QCoroNetworkReply>
-#include <QCoroSignal>
 #include <QHash>
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QStringDecoder>
+#include <coroutine>
+#include <deque>
 #include <memory>
 
 namespace ombry::Http {
 
 namespace {
 
-// Counts the requests running on one host and wakes the waiting ones when one ends.
-class HostGate : public QObject {
-    Q_OBJECT
-public:
+// Counts the requests running on one host. A request that finds every slot taken waits in a
+// queue; a request that ends hands its slot to the first waiting one. Main thread only.
+struct HostGate {
     int running = 0;
+    std::deque<std::coroutine_handle<>> waiting;
+
     void release() {
-        --running;
-        Q_EMIT released();
+        if (waiting.empty()) {
+            --running;
+            return;
+        }
+        const std::coroutine_handle<> next = waiting.front();
+        waiting.pop_front();
+        // Resumed from the event loop, not from inside the request that is ending.
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [next] { next.resume(); }, Qt::QueuedConnection);
     }
-Q_SIGNALS:
-    void released();
+};
+
+// co_await Turn{gate}: goes on at once while a slot is free, else when one is handed over.
+struct Turn {
+    HostGate& gate;
+    bool await_ready() const noexcept {
+        if (gate.running >= Net::kConnectionsPerHost) return false;
+        ++gate.running;
+        return true;
+    }
+    void await_suspend(std::coroutine_handle<> handle) { gate.waiting.push_back(handle); }
+    void await_resume() const noexcept {}
 };
 
 HostGate& gateFor(const QUrl& url) {
-    static QHash<QString, HostGate*> gates; // main thread only
+    static QHash<QString, HostGate*> gates;
     const QString key =
         url.scheme() + QLatin1String("://") + url.host() + QLatin1Char(':') +
         QString::number(url.port(url.scheme() == QLatin1String("https") ? 443 : 80));
@@ -57,9 +77,7 @@ QString Reply::bodyText() const {
 QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers headers,
                         double timeoutSeconds) {
     HostGate& gate = gateFor(url);
-    while (gate.running >= Net::kConnectionsPerHost)
-        co_await qCoro(&gate, &HostGate::released);
-    ++gate.running;
+    co_await Turn{gate};
     const std::unique_ptr<HostGate, void (*)(HostGate*)> slot(&gate,
                                                               [](HostGate* g) { g->release(); });
 
@@ -72,7 +90,7 @@ QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers he
     co_await reply.get();
 
     Reply out;
-    out.body = reply->readAll();
+    if (reply->isOpen()) out.body = reply->readAll();
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (status.isValid()) {
         out.status = status.toInt();
@@ -97,5 +115,3 @@ QCoro::Task<Reply> postJson(QUrl url, QJsonObject body, Headers headers, double 
 }
 
 } // namespace ombry::Http
-
-#include "Http.moc"
