@@ -57,7 +57,6 @@ private Q_SLOTS:
         QTest::newRow("fans") << QByteArray("71000") << laptop << 1;
         QTest::newRow("throttling") << QByteArray("95000") << laptop << 2;
         QTest::newRow("hot") << QByteArray("101000") << laptop << 3;
-        QTest::newRow("critical") << QByteArray("110000") << laptop << 3;
         QTest::newRow("unset trip points")
             << QByteArray("60000") << QList<QByteArray>{"passive=0", "critical=-273200"} << 0;
         QTest::newRow("unreadable temperature")
@@ -74,11 +73,6 @@ private Q_SLOTS:
         QCOMPARE(machine::thermalState(root.path()), state);
     }
 
-    void noThermalZones() {
-        QTemporaryDir root;
-        QCOMPARE(machine::thermalState(root.path()), 0);
-    }
-
     void machineIdentifier() {
         QTemporaryDir root;
         QCOMPARE(machine::machineId(root.path()), QString());
@@ -88,24 +82,12 @@ private Q_SLOTS:
         QCOMPARE(machine::machineId(root.path()), QStringLiteral("etc4567"));
     }
 
-    void acpiProfile() {
-        QTemporaryDir root;
-        QVERIFY(!machine::acpiLowPower(root.path()));
-        put(root.path(), QStringLiteral("sys/firmware/acpi/platform_profile"), "balanced\n");
-        QVERIFY(!machine::acpiLowPower(root.path()));
-        put(root.path(), QStringLiteral("sys/firmware/acpi/platform_profile"), "low-power\n");
-        QVERIFY(machine::acpiLowPower(root.path()));
-    }
-
     void thisMachine() {
         const auto info = makeMachineInfo();
         QVERIFY(info->physicalMemoryBytes() > 0);
         QVERIFY(info->activeProcessorCount() >= 1);
-        const int thermal = info->thermalState();
-        QVERIFY(thermal >= 0 && thermal <= 3);
-        info->lowPowerMode(); // answers (quickly) with or without a system bus
-        if (QFile::exists(QStringLiteral("/etc/machine-id")))
-            QVERIFY(!info->machineIdentifier().isEmpty());
+        QVERIFY(info->thermalState() >= 0 && info->thermalState() <= 3);
+        info->lowPowerMode(); // answers with or without a system bus
     }
 };
 

@@ -1,7 +1,4 @@
-// Notifications: through the platform's notifier, and the real freedesktop notifier against
-// a fake notification service on a private session bus.
-#include "FakePlatform.h"
-#include "desktop/Notify.h"
+// The freedesktop notifier against a fake notification service on a private session bus.
 #include "platform/linux/LinuxPlatform.h"
 
 #include <QDBusConnection>
@@ -55,14 +52,6 @@ private Q_SLOTS:
     void cleanupTestCase() {
         daemon_.terminate();
         daemon_.waitForFinished(5000);
-    }
-
-    void postGoesThroughThePlatform() {
-        test::FakePlatform platform;
-        Notify::post(QStringLiteral("Titre"), QStringLiteral("Corps"));
-        QCOMPARE(platform.notifier().posted().size(), 1);
-        QCOMPARE(platform.notifier().posted().first().title, QStringLiteral("Titre"));
-        QCOMPARE(platform.notifier().posted().first().body, QStringLiteral("Corps"));
     }
 
     void realNotifierOverDBus() {
