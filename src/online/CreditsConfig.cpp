@@ -8,14 +8,16 @@
 
 namespace ombry::CreditsConfig {
 
+QString deviceIDOf(const QString& machineIdentifier) {
+    const QString machine =
+        machineIdentifier.trimmed().isEmpty() ? QStringLiteral("inconnu") : machineIdentifier;
+    const QByteArray salted = (machine + QStringLiteral("|morven-signal")).toUtf8();
+    return QString::fromLatin1(
+        QCryptographicHash::hash(salted, QCryptographicHash::Sha256).toHex());
+}
+
 QString deviceID() {
-    static const QString id = [] {
-        QString machine = Platform::current().machine().machineIdentifier().trimmed();
-        if (machine.isEmpty()) machine = QStringLiteral("inconnu");
-        const QByteArray salted = (machine + QStringLiteral("|morven-signal")).toUtf8();
-        return QString::fromLatin1(
-            QCryptographicHash::hash(salted, QCryptographicHash::Sha256).toHex());
-    }();
+    static const QString id = deviceIDOf(Platform::current().machine().machineIdentifier());
     return id;
 }
 

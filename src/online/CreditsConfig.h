@@ -12,6 +12,8 @@ namespace ombry::CreditsConfig {
 // SHA-256 of the machine identifier (or "inconnu" when there is none) followed by
 // "|morven-signal", as 64 lower-case hexadecimal digits. Computed once per process.
 QString deviceID();
+// The same digest for a given machine identifier.
+QString deviceIDOf(const QString& machineIdentifier);
 // {"device_id": deviceID(), "app": "voice"}: merged into every request to the site.
 QJsonObject identity();
 // "dev:{deviceID}": the account the site credits after a payment.
