@@ -120,8 +120,12 @@ QList<Fix> diff(const QString& before, const QString& after) {
     auto idsOf = [&ids](const QStringList& list) {
         std::vector<int> out;
         out.reserve(list.size());
-        for (const QString& w : list)
-            out.push_back(ids.emplace(Graphemes::canonical(w), int(ids.size())).value());
+        for (const QString& w : list) {
+            const QString key = Graphemes::canonical(w);
+            auto it = ids.constFind(key);
+            if (it == ids.constEnd()) it = ids.insert(key, int(ids.size()));
+            out.push_back(it.value());
+        }
         return out;
     };
     const std::vector<int> x = idsOf(a);
