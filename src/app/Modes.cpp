@@ -1,7 +1,7 @@
 #include "app/Modes.h"
 
-#include "app/LocalModes.h"
 #include "app/CorrectMode.h"
+#include "app/LocalModes.h"
 #include "app/OmbryIcon.h"
 #include "app/Output.h"
 
