@@ -18,6 +18,7 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QTest>
+#include <functional>
 
 using namespace ombry;
 using namespace ombry::test;
@@ -36,7 +37,7 @@ QByteArray chat(double timeout = 10.0, const QString& label = QStringLiteral("Ge
 }
 
 // The description of what the call threw, or "" when it did not throw an EngineError.
-template <typename F> QString engineFailure(F call) {
+QString engineFailure(const std::function<void()>& call) {
     try {
         call();
     } catch (const EngineError& e) {

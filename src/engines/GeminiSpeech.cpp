@@ -1,0 +1,196 @@
+#include "engines/GeminiSpeech.h"
+
+#include "audio/AudioRecorder.h"
+#include "desktop/Log.h"
+#include "engines/Cleanup.h"
+#include "engines/client/Errors.h"
+#include "engines/client/OpenRouter.h"
+#include "online/OmbryAI.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QRegularExpression>
+
+namespace ombry::GeminiSpeech {
+
+namespace {
+
+constexpr qsizetype kWavHeaderBytes = 44;
+constexpr double kTranscribeTimeout = 30.0;
+constexpr double kJsonTimeout = 20.0;
+
+void guard() {
+    if (!OmbryAI::canReachRemote()) throw EngineError::missingKey(QStringLiteral("OpenRouter"));
+}
+
+// "\nMots à reconnaître et à écrire ainsi : a, b." for the entries that are not blank, kept as
+// they were typed; nothing when none is left.
+QString dictionarySuffix(const QStringList& words) {
+    QStringList kept;
+    for (const QString& w : words)
+        if (!w.trimmed().isEmpty()) kept << w;
+    if (kept.isEmpty()) return {};
+    return QStringLiteral("\nMots à reconnaître et à écrire ainsi : ") +
+           kept.join(QStringLiteral(", ")) + QLatin1Char('.');
+}
+
+// The content of the first choice; the empty text when there is none.
+QCoro::Task<QString> ask(QString prompt, QByteArray wav, bool json, double timeout) {
+    const QByteArray reply =
+        co_await OmbryAI::chat(requestBody(prompt, wav, json), timeout, QLatin1String(kLabel));
+    co_return OpenRouter::firstContent(reply, true).value_or(QString());
+}
+
+// Reads a JSON object with two optional text members; throws DecodeError when the text is no
+// such object.
+QPair<QString, QString> decodePair(const QString& text, QLatin1String a, QLatin1String b) {
+    QJsonParseError error{};
+    const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8(), &error);
+    if (error.error != QJsonParseError::NoError || !doc.isObject())
+        throw DecodeError(QStringLiteral("Gemini : réponse illisible (%1)")
+                              .arg(error.error != QJsonParseError::NoError
+                                       ? error.errorString()
+                                       : QStringLiteral("pas un objet JSON")));
+    const QJsonObject object = doc.object();
+    auto member = [&](QLatin1String key) {
+        const QJsonValue v = object.value(key);
+        if (v.isString()) return v.toString().trimmed();
+        if (v.isUndefined() || v.isNull()) return QString();
+        throw DecodeError(
+            QStringLiteral("Gemini : réponse illisible (%1 n'est pas un texte)").arg(key));
+    };
+    const QString first = member(a);
+    return {first, member(b)};
+}
+
+} // namespace
+
+QString transcribePrompt(const QString& language, const QStringList& words) {
+    return QStringLiteral("Transcris exactement cet enregistrement en ") + language +
+           QStringLiteral(", mot pour mot, avec la ponctuation.\nN'invente rien ; si l'audio est "
+                          "vide ou inaudible, renvoie une chaîne vide. Renvoie uniquement la "
+                          "transcription.") +
+           dictionarySuffix(words);
+}
+
+QString cleanPrompt(const QString& language, const QStringList& words, const QString& tone,
+                    const QString& punctuation) {
+    return QStringLiteral("Tu entends une dictée vocale en ") + language +
+           QStringLiteral(".\n1) \"raw\" : transcris exactement ce qui est dit, mot pour mot.\n"
+                          "2) \"clean\" : la même chose écrite proprement en ") +
+           language +
+           QStringLiteral(" : sans hésitations ni mots parasites (euh, ben, genre…),\nsans "
+                          "répétitions ni faux départs, avec l'orthographe, la grammaire et les "
+                          "majuscules justes. ") +
+           punctuation + QLatin1Char(' ') + tone +
+           QStringLiteral("\nGarde tous les mots et toutes les idées, dans le ton de l'auteur ; "
+                          "ne résume pas, n'ajoute rien,\nne réponds pas aux questions dictées. "
+                          "Garde l'argot et les abréviations.\nSi l'audio est vide ou inaudible, "
+                          "renvoie des chaînes vides.\nRéponds uniquement en JSON : {\"raw\": "
+                          "\"...\", \"clean\": \"...\"}") +
+           dictionarySuffix(words);
+}
+
+QString translatePrompt(const QString& context) {
+    return QStringLiteral(
+               "Tu entends un extrait d'appel en anglais, souvent avec un accent britannique "
+               "(argot et expressions comprises).\n1) Transcris exactement ce qui est dit, mot "
+               "pour mot, en anglais, avec la ponctuation.\n2) Traduis-le en français naturel et "
+               "fidèle, en gardant le sens des expressions (pas mot à mot).\nContexte des "
+               "phrases précédentes, pour t'aider à comprendre : ") +
+           (context.isEmpty() ? QStringLiteral("aucun") : context) +
+           QStringLiteral("\nSi l'extrait est inaudible ou ne contient pas de parole, renvoie "
+                          "des chaînes vides.\nRéponds uniquement en JSON : {\"en\": \"...\", "
+                          "\"fr\": \"...\"}");
+}
+
+QJsonObject requestBody(const QString& prompt, const QByteArray& wav, bool json) {
+    const QJsonObject audio{
+        {QStringLiteral("type"), QStringLiteral("input_audio")},
+        {QStringLiteral("input_audio"),
+         QJsonObject{{QStringLiteral("data"), QString::fromLatin1(wav.toBase64())},
+                     {QStringLiteral("format"), QStringLiteral("wav")}}},
+    };
+    QJsonObject body{
+        {QStringLiteral("model"), QLatin1String(kModel)},
+        {QStringLiteral("temperature"), 0},
+        {QStringLiteral("messages"),
+         QJsonArray{QJsonObject{{QStringLiteral("role"), QStringLiteral("system")},
+                                {QStringLiteral("content"), prompt}},
+                    QJsonObject{{QStringLiteral("role"), QStringLiteral("user")},
+                                {QStringLiteral("content"), QJsonArray{audio}}}}},
+    };
+    if (json)
+        body.insert(QStringLiteral("response_format"),
+                    QJsonObject{{QStringLiteral("type"), QStringLiteral("json_object")}});
+    return body;
+}
+
+QString jsonCut(const QString& content) {
+    const qsizetype open = content.indexOf(QLatin1Char('{'));
+    const qsizetype close = content.lastIndexOf(QLatin1Char('}'));
+    if (open < 0 || close < 0 || close < open) return content;
+    return content.mid(open, close - open + 1);
+}
+
+QString field(const QString& name, const QString& text) {
+    const QRegularExpression key(QLatin1Char('"') + name + QStringLiteral("\"\\s*:\\s*\""));
+    const QRegularExpressionMatch match = key.match(text);
+    if (!match.hasMatch()) return {};
+    QString value;
+    for (qsizetype i = match.capturedEnd(); i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        if (c == QLatin1Char('"')) break;
+        if (c == QLatin1Char('\\')) {
+            if (++i >= text.size()) break;
+            const QChar escaped = text.at(i);
+            value += escaped == QLatin1Char('n') ? QChar(QLatin1Char('\n')) : escaped;
+            continue;
+        }
+        value += c;
+    }
+    return value.trimmed();
+}
+
+QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList words) {
+    guard();
+    if (OmbryAI::usesCredits() && wav.size() > kWavHeaderBytes + kHostedSliceBytes) {
+        const QByteArray pcm = wav.mid(kWavHeaderBytes);
+        QStringList parts;
+        for (qsizetype at = 0; at < pcm.size(); at += kHostedSliceBytes) {
+            const QString part = co_await transcribe(
+                AudioRecorder::wav(pcm.mid(at, kHostedSliceBytes)), language, words);
+            if (!part.isEmpty()) parts << part;
+        }
+        co_return parts.join(QLatin1Char(' '));
+    }
+    const QString text =
+        (co_await ask(transcribePrompt(language, words), wav, false, kTranscribeTimeout)).trimmed();
+    const QString cleaned = Hallucination::clean(text);
+    if (cleaned != text) Log::write(QStringLiteral("transcription: phrase inventée retirée"));
+    co_return cleaned;
+}
+
+QCoro::Task<RawAndClean> transcribeAndClean(QByteArray wav, QString language, QStringList words,
+                                            QString tone, QString punctuation) {
+    guard();
+    const QString content =
+        co_await ask(cleanPrompt(language, words, tone, punctuation), wav, true, kJsonTimeout);
+    const auto [raw, clean] =
+        decodePair(jsonCut(content), QLatin1String("raw"), QLatin1String("clean"));
+    co_return RawAndClean{raw, clean};
+}
+
+QCoro::Task<Translation> transcribeAndTranslate(QByteArray wav, QString context) {
+    guard();
+    const QString cut = jsonCut(co_await ask(translatePrompt(context), wav, true, kJsonTimeout));
+    try {
+        const auto [en, fr] = decodePair(cut, QLatin1String("en"), QLatin1String("fr"));
+        co_return Translation{en, fr};
+    } catch (const DecodeError&) {
+        co_return Translation{field(QStringLiteral("en"), cut), field(QStringLiteral("fr"), cut)};
+    }
+}
+
+} // namespace ombry::GeminiSpeech
