@@ -132,17 +132,17 @@ QJsonValue toValue(const QList<Fix>& v) {
     return a;
 }
 
-bool fromValue(const QJsonValue& v, QUuid& out) {
+template <class V, class Parse> bool fromParsed(const QJsonValue& v, V& out, Parse parse) {
     if (!v.isString()) return false;
-    const auto id = parseUuid(v.toString());
-    if (id) out = *id;
-    return id.has_value();
+    const auto value = parse(v.toString());
+    if (value) out = *value;
+    return value.has_value();
+}
+bool fromValue(const QJsonValue& v, QUuid& out) {
+    return fromParsed(v, out, parseUuid);
 }
 bool fromValue(const QJsonValue& v, QDateTime& out) {
-    if (!v.isString()) return false;
-    const auto date = parseDate(v.toString());
-    if (date) out = *date;
-    return date.has_value();
+    return fromParsed(v, out, parseDate);
 }
 bool fromValue(const QJsonValue& v, QString& out) {
     if (!v.isString()) return false;
@@ -455,24 +455,24 @@ bool readField(JsonReader& r, double& out) {
     return r.number(out);
 }
 
-bool readField(JsonReader& r, QUuid& out) {
+// A text field read through its parser, without making a QString when it holds no escapes.
+template <class V, class Parse> bool readParsed(JsonReader& r, V& out, Parse parse) {
     QByteArrayView raw;
     QString decoded;
     bool escaped;
     if (!r.string(raw, decoded, escaped)) return false;
-    const auto id = escaped ? parseUuid(decoded) : parseUuid(QLatin1StringView(raw));
-    if (id) out = *id;
-    return id.has_value();
+    const auto value =
+        parse(escaped ? QAnyStringView(decoded) : QAnyStringView(QUtf8StringView(raw)));
+    if (value) out = *value;
+    return value.has_value();
+}
+
+bool readField(JsonReader& r, QUuid& out) {
+    return readParsed(r, out, parseUuid);
 }
 
 bool readField(JsonReader& r, QDateTime& out) {
-    QByteArrayView raw;
-    QString decoded;
-    bool escaped;
-    if (!r.string(raw, decoded, escaped)) return false;
-    const auto date = escaped ? parseDate(decoded) : parseDate(QUtf8StringView(raw));
-    if (date) out = *date;
-    return date.has_value();
+    return readParsed(r, out, parseDate);
 }
 
 bool readField(JsonReader& r, QStringList& out) {

@@ -318,28 +318,28 @@ void AppSettings::applyTheme() const {
 // ---------------------------------------------------------------------------------------------
 // Setters: write at once, then tell the observers.
 
+template <class V>
+void AppSettings::write(V& member, const V& value, const char* key, const QJsonValue& stored,
+                        void (AppSettings::*changed)()) {
+    member = value;
+    d_.setValue(QLatin1String(key), stored);
+    Q_EMIT(this->*changed)();
+}
+
 void AppSettings::setKey(DictationKey v) {
-    key_ = v;
-    d_.setValue(K("key"), QJsonValue(rawValue(v)));
-    Q_EMIT keyChanged();
+    write(key_, v, "key", rawValue(v), &AppSettings::keyChanged);
 }
 
 void AppSettings::setLanguage(Language v) {
-    language_ = v;
-    d_.setValue(K("language"), QJsonValue(rawValue(v)));
-    Q_EMIT languageChanged();
+    write(language_, v, "language", rawValue(v), &AppSettings::languageChanged);
 }
 
 void AppSettings::setSounds(bool v) {
-    sounds_ = v;
-    d_.setValue(K("sounds"), QJsonValue(v));
-    Q_EMIT soundsChanged();
+    write(sounds_, v, "sounds", v, &AppSettings::soundsChanged);
 }
 
 void AppSettings::setRestoreClipboard(bool v) {
-    restoreClipboard_ = v;
-    d_.setValue(K("restoreClipboard"), QJsonValue(v));
-    Q_EMIT restoreClipboardChanged();
+    write(restoreClipboard_, v, "restoreClipboard", v, &AppSettings::restoreClipboardChanged);
 }
 
 void AppSettings::setTheme(Theme v) {
@@ -350,129 +350,92 @@ void AppSettings::setTheme(Theme v) {
 }
 
 void AppSettings::setCorrectionShortcut(bool v) {
-    correctionShortcut_ = v;
-    d_.setValue(K("correctionShortcut"), QJsonValue(v));
-    Q_EMIT correctionShortcutChanged();
+    write(correctionShortcut_, v, "correctionShortcut", v, &AppSettings::correctionShortcutChanged);
 }
 
 void AppSettings::setCorrectionKeyCode(int v) {
-    correctionKeyCode_ = v;
-    d_.setValue(K("correctionKeyCode"), QJsonValue(v));
-    Q_EMIT correctionKeyCodeChanged();
+    write(correctionKeyCode_, v, "correctionKeyCode", v, &AppSettings::correctionKeyCodeChanged);
 }
 
 void AppSettings::setCorrectionModifiers(quint64 v) {
-    correctionModifiers_ = v;
-    d_.setValue(K("correctionModifiers"), QJsonValue(qint64(v)));
-    Q_EMIT correctionModifiersChanged();
+    write(correctionModifiers_, v, "correctionModifiers", qint64(v),
+          &AppSettings::correctionModifiersChanged);
 }
 
 void AppSettings::setCorrectionLabel(const QString& v) {
-    correctionLabel_ = v;
-    d_.setValue(K("correctionLabel"), QJsonValue(v));
-    Q_EMIT correctionLabelChanged();
+    write(correctionLabel_, v, "correctionLabel", v, &AppSettings::correctionLabelChanged);
 }
 
 void AppSettings::setCorrectionDoubleCopy(bool v) {
-    correctionDoubleCopy_ = v;
-    d_.setValue(K("correctionDoubleCopy"), QJsonValue(v));
-    Q_EMIT correctionDoubleCopyChanged();
+    write(correctionDoubleCopy_, v, "correctionDoubleCopy", v,
+          &AppSettings::correctionDoubleCopyChanged);
 }
 
 void AppSettings::setCorrectorUsesApple(bool v) {
-    correctorUsesApple_ = v;
-    d_.setValue(K("correctorUsesApple"), QJsonValue(v));
-    Q_EMIT correctorUsesAppleChanged();
+    write(correctorUsesApple_, v, "correctorUsesApple", v, &AppSettings::correctorUsesAppleChanged);
 }
 
 void AppSettings::setTranslateTarget(const QString& v) {
-    translateTarget_ = v;
-    d_.setValue(K("translateTarget"), QJsonValue(v));
-    Q_EMIT translateTargetChanged();
+    write(translateTarget_, v, "translateTarget", v, &AppSettings::translateTargetChanged);
 }
 
 void AppSettings::setTranslateApps(const QStringList& v) {
-    translateApps_ = v;
-    d_.setValue(K("translateApps"), QJsonValue(QJsonArray::fromStringList(v)));
-    Q_EMIT translateAppsChanged();
+    write(translateApps_, v, "translateApps", QJsonArray::fromStringList(v),
+          &AppSettings::translateAppsChanged);
 }
 
 void AppSettings::setVoiceCommands(bool v) {
-    voiceCommands_ = v;
-    d_.setValue(K("voiceCommands"), QJsonValue(v));
-    Q_EMIT voiceCommandsChanged();
+    write(voiceCommands_, v, "voiceCommands", v, &AppSettings::voiceCommandsChanged);
 }
 
 void AppSettings::setAdaptTone(bool v) {
-    adaptTone_ = v;
-    d_.setValue(K("adaptTone"), QJsonValue(v));
-    Q_EMIT adaptToneChanged();
+    write(adaptTone_, v, "adaptTone", v, &AppSettings::adaptToneChanged);
 }
 
 void AppSettings::setLivePreview(bool v) {
-    livePreview_ = v;
-    d_.setValue(K("livePreview"), QJsonValue(v));
-    Q_EMIT livePreviewChanged();
+    write(livePreview_, v, "livePreview", v, &AppSettings::livePreviewChanged);
 }
 
 void AppSettings::setOwnKeyMode(bool v) {
-    ownKeyMode_ = v;
-    d_.setValue(K("ownKeyMode"), QJsonValue(v));
-    Q_EMIT ownKeyModeChanged();
+    write(ownKeyMode_, v, "ownKeyMode", v, &AppSettings::ownKeyModeChanged);
 }
 
 void AppSettings::setPerformanceMode(PerformanceMode v) {
-    performanceMode_ = v;
-    d_.setValue(K("performanceMode"), QJsonValue(rawValue(v)));
-    Q_EMIT performanceModeChanged();
+    write(performanceMode_, v, "performanceMode", rawValue(v),
+          &AppSettings::performanceModeChanged);
 }
 
 void AppSettings::setUseLanguageTool(bool v) {
-    useLanguageTool_ = v;
-    d_.setValue(K("useLanguageTool"), QJsonValue(v));
-    Q_EMIT useLanguageToolChanged();
+    write(useLanguageTool_, v, "useLanguageTool", v, &AppSettings::useLanguageToolChanged);
 }
 
 void AppSettings::setPunctuation(PunctuationLevel v) {
-    punctuation_ = v;
-    d_.setValue(K("punctuation"), QJsonValue(rawValue(v)));
-    Q_EMIT punctuationChanged();
+    write(punctuation_, v, "punctuation", rawValue(v), &AppSettings::punctuationChanged);
 }
 
 void AppSettings::setCorrectionScope(int v) {
-    correctionScope_ = v;
-    d_.setValue(K("correctionScope"), QJsonValue(v));
-    Q_EMIT correctionScopeChanged();
+    write(correctionScope_, v, "correctionScope", v, &AppSettings::correctionScopeChanged);
 }
 
 void AppSettings::setTypingWPM(int v) {
-    typingWPM_ = v;
-    d_.setValue(K("typingWPM"), QJsonValue(v));
-    Q_EMIT typingWPMChanged();
+    write(typingWPM_, v, "typingWPM", v, &AppSettings::typingWPMChanged);
 }
 
 void AppSettings::setTranscriptionEngine(TranscriptionEngine v) {
-    transcriptionEngine_ = v;
-    d_.setValue(K("transcriptionEngine"), QJsonValue(rawValue(v)));
-    Q_EMIT transcriptionEngineChanged();
+    write(transcriptionEngine_, v, "transcriptionEngine", rawValue(v),
+          &AppSettings::transcriptionEngineChanged);
 }
 
 void AppSettings::setRewriteEngine(RewriteEngine v) {
-    rewriteEngine_ = v;
-    d_.setValue(K("rewriteEngine"), QJsonValue(rawValue(v)));
-    Q_EMIT rewriteEngineChanged();
+    write(rewriteEngine_, v, "rewriteEngine", rawValue(v), &AppSettings::rewriteEngineChanged);
 }
 
 void AppSettings::setDeepgramModel(const QString& v) {
-    deepgramModel_ = v;
-    d_.setValue(K("deepgramModel"), QJsonValue(v));
-    Q_EMIT deepgramModelChanged();
+    write(deepgramModel_, v, "deepgramModel", v, &AppSettings::deepgramModelChanged);
 }
 
 void AppSettings::setOpenRouterModel(const QString& v) {
-    openRouterModel_ = v;
-    d_.setValue(K("openRouterModel"), QJsonValue(v));
-    Q_EMIT openRouterModelChanged();
+    write(openRouterModel_, v, "openRouterModel", v, &AppSettings::openRouterModelChanged);
 }
 
 void AppSettings::setMicrophoneUID(const std::optional<QString>& v) {

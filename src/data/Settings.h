@@ -199,6 +199,9 @@ Q_SIGNALS:
 
 private:
     TranscriptionEngine defaultTranscriptionEngine() const;
+    template <class V>
+    void write(V& member, const V& value, const char* key, const QJsonValue& stored,
+               void (AppSettings::*changed)());
 
     UserDefaults& d_;
     KeyStore* keys_;

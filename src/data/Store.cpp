@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cmath>
 #include <mutex>
+#include <type_traits>
 
 namespace ombry {
 
@@ -154,11 +155,10 @@ void Store::schedule(const QString& name, std::function<QByteArray()> encode) {
 }
 
 template <class T> void Store::save(const QList<T>& list, const QString& name) {
-    schedule(name, [list] { return encodeList(list); });
-}
-
-void Store::saveWords() {
-    schedule(kWords, [list = words_] { return encodeWords(list); });
+    if constexpr (std::is_same_v<T, QString>)
+        schedule(name, [list] { return encodeWords(list); });
+    else
+        schedule(name, [list] { return encodeList(list); });
 }
 
 void Store::flush() {
@@ -183,6 +183,13 @@ QStringList Store::pendingFiles() const {
 // ---------------------------------------------------------------------------------------------
 // Lists
 
+template <class L>
+void Store::assign(L& member, L value, const QString& name, void (Store::*changed)()) {
+    member = std::move(value);
+    save(member, name);
+    Q_EMIT(this->*changed)();
+}
+
 void Store::setDictations(QList<Dictation> v) {
     dictations_ = std::move(v);
     save(dictations_, kHistory);
@@ -191,39 +198,27 @@ void Store::setDictations(QList<Dictation> v) {
 }
 
 void Store::setWords(QStringList v) {
-    words_ = std::move(v);
-    saveWords();
-    Q_EMIT wordsChanged();
+    assign(words_, std::move(v), kWords, &Store::wordsChanged);
 }
 
 void Store::setCorrections(QList<Correction> v) {
-    corrections_ = std::move(v);
-    save(corrections_, kCorrections);
-    Q_EMIT correctionsChanged();
+    assign(corrections_, std::move(v), kCorrections, &Store::correctionsChanged);
 }
 
 void Store::setFixes(QList<CorrectionRecord> v) {
-    fixes_ = std::move(v);
-    save(fixes_, kFixes);
-    Q_EMIT fixesChanged();
+    assign(fixes_, std::move(v), kFixes, &Store::fixesChanged);
 }
 
 void Store::setSnippets(QList<Snippet> v) {
-    snippets_ = std::move(v);
-    save(snippets_, kSnippets);
-    Q_EMIT snippetsChanged();
+    assign(snippets_, std::move(v), kSnippets, &Store::snippetsChanged);
 }
 
 void Store::setCosts(QList<CostEntry> v) {
-    costs_ = std::move(v);
-    save(costs_, kCosts);
-    Q_EMIT costsChanged();
+    assign(costs_, std::move(v), kCosts, &Store::costsChanged);
 }
 
 void Store::setMeetings(QList<Meeting> v) {
-    meetings_ = std::move(v);
-    save(meetings_, kMeetings);
-    Q_EMIT meetingsChanged();
+    assign(meetings_, std::move(v), kMeetings, &Store::meetingsChanged);
 }
 
 void Store::add(const Dictation& d) {

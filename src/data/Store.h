@@ -126,7 +126,8 @@ Q_SIGNALS:
 
 private:
     template <class T> void save(const QList<T>& list, const QString& name);
-    void saveWords();
+    template <class L>
+    void assign(L& member, L value, const QString& name, void (Store::*changed)());
     void schedule(const QString& name, std::function<QByteArray()> encode);
     void releasePending(const QString& name);
     QDate localDay(const QDateTime& utc) const;

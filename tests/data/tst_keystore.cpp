@@ -4,6 +4,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "FakePlatform.h"
+#include "TestFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,20 +15,10 @@
 #include <QTest>
 
 using namespace ombry;
+using test::readAll;
+using test::writeAll;
 
 namespace {
-
-QByteArray readAll(const QString& path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeAll(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-}
 
 QJsonObject readObject(const QString& path) {
     return QJsonDocument::fromJson(readAll(path)).object();

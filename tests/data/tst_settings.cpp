@@ -3,6 +3,7 @@
 #include "data/UserDefaults.h"
 
 #include "FakePlatform.h"
+#include "TestFiles.h"
 
 #include <QFile>
 #include <QGuiApplication>
@@ -14,21 +15,8 @@
 #include <QTest>
 
 using namespace ombry;
-
-namespace {
-
-QByteArray readAll(const QString& path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeAll(const QString& path, const QByteArray& bytes) {
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-}
-
-} // namespace
+using test::readAll;
+using test::writeAll;
 
 class TstSettings : public QObject {
     Q_OBJECT

@@ -2,6 +2,7 @@
 #include "platform/SerialQueue.h"
 
 #include "FakePlatform.h"
+#include "TestFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -10,20 +11,10 @@
 #include <QTest>
 
 using namespace ombry;
+using test::readAll;
+using test::writeAll;
 
 namespace {
-
-QByteArray readAll(const QString& path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void writeAll(const QString& path, const QByteArray& bytes) {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-}
 
 QDateTime utc(const char* iso) {
     return QDateTime::fromString(QLatin1String(iso), Qt::ISODate);
