@@ -46,8 +46,7 @@ QCoro::Task<void> runTranslateMode(QString text) {
 QCoro::Task<void> runTestMode(QString wavPath) {
     QFile file(wavPath);
     if (!file.open(QIODevice::ReadOnly)) {
-        printLine(QStringLiteral("erreur: lecture de %1 impossible (%2)")
-                      .arg(wavPath, file.errorString()));
+        printLine(QStringLiteral("erreur: impossible de lire le fichier ") + wavPath);
         co_return;
     }
     const QByteArray wav = file.readAll();

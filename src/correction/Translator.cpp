@@ -7,11 +7,14 @@
 #include "online/OmbryAI.h"
 
 #include <cld2/public/compact_lang_det.h>
+#include <cld2/public/encodings.h>
 #include <cstdio> // the CLD2 header uses FILE without including it
 
 namespace ombry {
 
-bool hasRemote() { return OmbryAI::canReachRemote(); }
+bool hasRemote() {
+    return OmbryAI::canReachRemote();
+}
 
 namespace Translator {
 
@@ -32,16 +35,17 @@ const QList<QPair<QString, QString>>& codes() {
 
 std::optional<QString> detect(const QString& text) {
     const QByteArray utf8 = text.toUtf8();
+    const CLD2::CLDHints hints = {nullptr, nullptr, CLD2::UNKNOWN_ENCODING, CLD2::UNKNOWN_LANGUAGE};
     CLD2::Language top3[3];
     int percent3[3];
     double scores[3];
     int textBytes = 0;
     bool reliable = false;
-    // The summary says "unknown" when the text is too short to tell, where the plain detector
-    // would guess English.
+    // Best effort: an answer for every text that has letters, as short as it is (without it, a
+    // plain sentence is sometimes left unknown); only text without letters stays unknown.
     const CLD2::Language language = CLD2::ExtDetectLanguageSummary(
-        utf8.constData(), static_cast<int>(utf8.size()), true, nullptr, 0, top3, percent3, scores,
-        nullptr, &textBytes, &reliable);
+        utf8.constData(), static_cast<int>(utf8.size()), true, &hints, CLD2::kCLDFlagBestEffort,
+        top3, percent3, scores, nullptr, &textBytes, &reliable);
     if (language == CLD2::UNKNOWN_LANGUAGE) return std::nullopt;
     // "zh-Hant" and "zh" are both Chinese.
     const QString code =
@@ -63,8 +67,8 @@ QString systemPrompt(const QString& to) {
 QCoro::Task<QString> translate(QString text, QString target, bool autoReverse) {
     QString to = target;
     if (autoReverse && detect(text) == target)
-        to = target == QLatin1String("français") ? QStringLiteral("anglais")
-                                                 : QStringLiteral("français");
+        to = target == QStringLiteral("français") ? QStringLiteral("anglais")
+                                                  : QStringLiteral("français");
     const QString system = systemPrompt(to);
     if (!hasRemote()) co_return co_await AppleRewrite::run(system, text);
 
