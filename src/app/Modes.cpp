@@ -4,6 +4,7 @@
 #include "app/LocalModes.h"
 #include "app/OmbryIcon.h"
 #include "app/Output.h"
+#include "app/SpeechModes.h"
 
 #include <exception>
 
@@ -29,6 +30,12 @@ void runIcon(const QString& folder) {
 QCoro::Task<void> runMode(Switch sw) {
     try {
         switch (sw.mode) {
+        case Mode::FastTest:
+            co_await runFastTestMode(sw.args.value(0));
+            break;
+        case Mode::CallTest:
+            co_await runCallTestMode(sw.args.value(0));
+            break;
         case Mode::Command:
             co_await runCommandMode(sw.args.value(0), sw.args.value(1));
             break;
