@@ -108,6 +108,7 @@ private Q_SLOTS:
     void languageModelsComeFromTheDataFolder() {
         if (!OfflineSpeech::modelFor(QStringLiteral("en"), QString()))
             QSKIP("the English pocketsphinx model is not installed");
+        QDir(Paths::dataFolder() + QStringLiteral("/models")).removeRecursively();
         QCOMPARE(errorOf(AppleSpeech::transcribe(wav_, "fr", {}, grammar_)),
                  QStringLiteral("Local : erreur 0 langue non disponible"));
 
