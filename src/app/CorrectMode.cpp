@@ -2,22 +2,12 @@
 
 #include "app/Output.h"
 #include "correction/Analyzer.h"
-#include "engines/client/Errors.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 
 #include <exception>
 
 namespace ombry {
-namespace {
-
-QString errorText(const std::exception& e) {
-    if (const auto* error = dynamic_cast<const Error*>(&e)) return error->description();
-    return QString::fromUtf8(e.what());
-}
-
-} // namespace
-
 QCoro::Task<void> runCorrectMode(QString text) {
     const QString language = QStringLiteral("français");
     const Clock& clock = Platform::current().clock();
@@ -31,7 +21,7 @@ QCoro::Task<void> runCorrectMode(QString text) {
     try {
         analysis = co_await Analyzer::analyze(text, language, {});
     } catch (const std::exception& e) {
-        failure = errorText(e);
+        failure = QString::fromUtf8(e.what());
     }
     if (!failure.isNull()) {
         printLine(QStringLiteral("erreur: ") + failure);
@@ -50,7 +40,7 @@ QCoro::Task<void> runCorrectMode(QString text) {
             co_await Analyzer::rewrite(text, TextAction::Formal, language, std::nullopt);
         printLine(QStringLiteral("formel: ") + formal);
     } catch (const std::exception& e) {
-        printLine(QStringLiteral("erreur: ") + errorText(e));
+        printLine(QStringLiteral("erreur: ") + QString::fromUtf8(e.what()));
     }
 }
 

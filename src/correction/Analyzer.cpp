@@ -5,7 +5,6 @@
 #include "data/Settings.h"
 #include "desktop/Log.h"
 #include "engines/LocalEngine.h"
-#include "engines/client/Errors.h"
 #include "engines/client/OpenRouter.h"
 
 #include <QHash>
@@ -59,11 +58,6 @@ constexpr qint64 kDiffCellLimit = 4'000'000;
 constexpr int kExplainLimit = 40;
 const QString kExplainModel = QStringLiteral("google/gemini-2.5-flash");
 
-QString describe(const std::exception& e) {
-    if (const auto* error = dynamic_cast<const Error*>(&e)) return error->description();
-    return QString::fromUtf8(e.what());
-}
-
 // Words at whitespace, newlines included; empty pieces dropped.
 QStringList words(const QString& text) {
     QStringList out;
@@ -78,17 +72,6 @@ QStringList words(const QString& text) {
         }
     }
     return out;
-}
-
-QString trimBlanks(const QString& s) {
-    qsizetype start = 0;
-    qsizetype end = s.size();
-    auto blank = [](QChar c) { return c == QLatin1Char(' ') || c == QLatin1Char('\t'); };
-    while (start < end && blank(s.at(start)))
-        ++start;
-    while (end > start && blank(s.at(end - 1)))
-        --end;
-    return s.mid(start, end - start);
 }
 
 } // namespace
@@ -183,7 +166,7 @@ void label(QList<Fix>& fixes, const QList<LanguageTool::Match>& matches) {
     if (matches.isEmpty()) return;
     QStringList found;
     for (const LanguageTool::Match& m : matches)
-        found << Graphemes::canonical(trimBlanks(m.original.toLower()));
+        found << Graphemes::canonical(Graphemes::trimBlanks(m.original.toLower()));
 
     for (Fix& fix : fixes) {
         const QString lowered = Graphemes::canonical(fix.original.toLower());
@@ -311,7 +294,7 @@ QCoro::Task<QList<Fix>> explain(QList<Fix> fixes, QString text, QString language
             answer = co_await appleStructured(explainInstructions(language, false), user,
                                               int(fixes.size()));
     } catch (const std::exception& e) {
-        failure = describe(e);
+        failure = QString::fromUtf8(e.what());
     }
     if (!failure.isNull()) {
         Log::write(QStringLiteral("explications: ") + failure);

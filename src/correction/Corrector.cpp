@@ -5,7 +5,6 @@
 #include "desktop/Log.h"
 #include "engines/Cleanup.h"
 #include "engines/LocalEngine.h"
-#include "engines/client/Errors.h"
 #include "engines/client/OpenRouter.h"
 #include "online/OmbryAI.h"
 
@@ -16,17 +15,6 @@ namespace ombry::Corrector {
 namespace {
 
 const QString kFrameHeading = QStringLiteral("Texte à corriger :");
-
-QString trimBlanks(const QString& s) {
-    qsizetype start = 0;
-    qsizetype end = s.size();
-    auto blank = [](QChar c) { return c == QLatin1Char(' ') || c == QLatin1Char('\t'); };
-    while (start < end && blank(s.at(start)))
-        ++start;
-    while (end > start && blank(s.at(end - 1)))
-        --end;
-    return s.mid(start, end - start);
-}
 
 // The runs of letters of a text; every other character separates.
 QStringList letterRuns(const QString& text) {
@@ -42,11 +30,6 @@ QStringList letterRuns(const QString& text) {
     }
     if (!run.isEmpty()) runs << run;
     return runs;
-}
-
-QString describe(const std::exception& e) {
-    if (const auto* error = dynamic_cast<const Error*>(&e)) return error->description();
-    return QString::fromUtf8(e.what());
 }
 
 // The set bits of the scope, each with its place in the allowed or the forbidden list.
@@ -105,7 +88,7 @@ QString instructions(const QString& language, const QStringList& words) {
         "à la ligne.\nRenvoie uniquement le texte corrigé, sans guillemets ni commentaire.");
     QStringList kept;
     for (const QString& w : words)
-        if (!trimBlanks(w).isEmpty()) kept << w;
+        if (!Graphemes::trimBlanks(w).isEmpty()) kept << w;
     if (!kept.isEmpty())
         prompt += QStringLiteral("\nOrthographe à respecter pour ces mots : %1.")
                       .arg(kept.join(QStringLiteral(", ")));
@@ -132,7 +115,7 @@ QString guardChanges(const QString& original, const QString& corrected) {
     const QString o = original.trimmed();
     const QLatin1Char mark('?');
     if (out.endsWith(mark) && !o.endsWith(mark))
-        out = trimBlanks(out.chopped(1)) + QLatin1Char('.');
+        out = Graphemes::trimBlanks(out.chopped(1)) + QLatin1Char('.');
     if (o.endsWith(mark) && !out.endsWith(mark)) {
         while (!out.isEmpty() && (out.endsWith(QLatin1Char('.')) || out.endsWith(QLatin1Char(' '))))
             out.chop(1);
@@ -201,7 +184,7 @@ QCoro::Task<Detailed> correctDetailed(QString text, QString language, QStringLis
             Log::write(
                 QStringLiteral("languagetool: %1 fautes repérées").arg(result.matches.size()));
         } catch (const std::exception& e) {
-            Log::write(QStringLiteral("languagetool: ") + describe(e));
+            Log::write(QStringLiteral("languagetool: ") + QString::fromUtf8(e.what()));
         }
     }
 
@@ -232,7 +215,7 @@ QCoro::Task<Detailed> correctDetailed(QString text, QString language, QStringLis
         } catch (const std::exception& e) {
             Log::write(
                 QStringLiteral("correction: OpenRouter indisponible, Local prend le relais (") +
-                describe(e) + QLatin1Char(')'));
+                QString::fromUtf8(e.what()) + QLatin1Char(')'));
         }
     }
     if (!answered) answer = co_await AppleRewrite::run(system, user);

@@ -82,4 +82,15 @@ QString fold(const QString& text) {
     return lettersAndNumbers(bare.toCaseFolded());
 }
 
+QString trimBlanks(const QString& s) {
+    qsizetype start = 0;
+    qsizetype end = s.size();
+    auto blank = [](QChar c) { return c == QLatin1Char(' ') || c == QLatin1Char('\t'); };
+    while (start < end && blank(s.at(start)))
+        ++start;
+    while (end > start && blank(s.at(end - 1)))
+        --end;
+    return s.mid(start, end - start);
+}
+
 } // namespace ombry::Graphemes

@@ -27,6 +27,9 @@ QString lettersAndNumbers(const QString& text);
 // alike.
 QString fold(const QString& text);
 
+// Spaces and tabs removed at both ends; newlines stay.
+QString trimBlanks(const QString& text);
+
 // The canonical composed form, for comparisons by canonical equivalence.
 inline QString canonical(const QString& text) {
     return text.normalized(QString::NormalizationForm_C);
