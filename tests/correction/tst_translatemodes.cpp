@@ -1,26 +1,15 @@
 // `--translate` and `--command` run as the real program, as a script would, against a loopback
 // server playing OpenRouter and another playing the local model.
-#include "TestHttpServer.h"
+#include "ServiceReplies.h"
 
 #include <QJsonArray>
 #include <QProcess>
 #include <QTest>
 
+using ombry::test::chatReply;
 using ombry::test::Reply;
+using ombry::test::systemOf;
 using ombry::test::TestHttpServer;
-
-namespace {
-
-QJsonObject completion(const QString& content) {
-    return QJsonObject{
-        {"choices", QJsonArray{QJsonObject{{"message", QJsonObject{{"content", content}}}}}}};
-}
-
-QString systemOf(const ombry::test::RecordedRequest& request) {
-    return request.json().value("messages").toArray().at(0).toObject().value("content").toString();
-}
-
-} // namespace
 
 class TstTranslateModes : public QObject {
     Q_OBJECT
@@ -55,13 +44,12 @@ private Q_SLOTS:
     void init() {
         openRouter_.reset();
         local_.reset();
-        local_.on("/v1/models", Reply::json(QJsonObject{{"data", QJsonArray{}}}));
-        local_.on("/v1/chat/completions", Reply::json(completion("réponse locale")));
+        ombry::test::playLocalModel(local_, chatReply("réponse locale"));
     }
 
     void translateTurnsEnglishIntoFrench() {
         openRouter_.on("/api/v1/chat/completions",
-                       Reply::json(completion("Je t'envoie le rapport demain matin.")));
+                       chatReply("Je t'envoie le rapport demain matin."));
         const Run r = run({"--translate", "I will send you the report tomorrow morning before "
                                           "the meeting with the whole team."},
                           "k");

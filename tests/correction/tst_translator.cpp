@@ -8,7 +8,7 @@
 #include "desktop/Log.h"
 
 #include "FakePlatform.h"
-#include "TestHttpServer.h"
+#include "ServiceReplies.h"
 
 #include <QCoroTask>
 #include <QFile>
@@ -17,37 +17,21 @@
 #include <QTest>
 
 using namespace ombry;
+using ombry::test::chatReply;
+using ombry::test::message;
 using ombry::test::RecordedRequest;
 using ombry::test::Reply;
 using ombry::test::TestHttpServer;
 
 namespace {
 
-QJsonObject completion(const QString& content) {
-    return QJsonObject{
-        {"choices", QJsonArray{QJsonObject{{"message", QJsonObject{{"content", content}}}}}}};
-}
-
-QString message(const RecordedRequest& request, int index) {
-    return request.json()
-        .value("messages")
-        .toArray()
-        .at(index)
-        .toObject()
-        .value("content")
-        .toString();
-}
-
-// The result of a task, or its error prefixed with "!": an exception does not cross waitFor.
+// The result of a task, or its error prefixed with "!".
 QString outcome(QCoro::Task<QString> task) {
-    auto wrapper = [](QCoro::Task<QString> t) -> QCoro::Task<QString> {
-        try {
-            co_return co_await std::move(t);
-        } catch (const std::exception& e) {
-            co_return QStringLiteral("!") + QString::fromUtf8(e.what());
-        }
-    };
-    return QCoro::waitFor(wrapper(std::move(task)));
+    try {
+        return test::await(std::move(task));
+    } catch (const std::exception& e) {
+        return QStringLiteral("!") + QString::fromUtf8(e.what());
+    }
 }
 
 const char* const kEnglish = "I will send you the report tomorrow morning before the meeting.";
@@ -82,13 +66,12 @@ private Q_SLOTS:
         Log::resetForTests(dir_.filePath("journal.log"));
         qputenv("OMBRY_OPENROUTER_URL", openRouter_.url().toString().toUtf8());
         qputenv("OMBRY_LOCAL_LLM_URL", local_.url().toString().toUtf8());
-        local_.on("/v1/models", Reply::json(QJsonObject{{"data", QJsonArray{}}}));
-        local_.on("/v1/chat/completions", Reply::json(completion("local")));
+        test::playLocalModel(local_, chatReply("local"));
     }
 
     void init() {
         openRouter_.reset();
-        openRouter_.on("/api/v1/chat/completions", Reply::json(completion("distant")));
+        openRouter_.on("/api/v1/chat/completions", chatReply("distant"));
         local_.clearRequests();
         useOwnKey(true);
         AppSettings::shared().setRewriteEngine(RewriteEngine::Apple);
@@ -163,12 +146,12 @@ private Q_SLOTS:
 
     void modelFollowsRewriteEngineForTranslationOnly() {
         AppSettings::shared().setOpenRouterModel("anthropic/claude-haiku-4.5");
-        QCoro::waitFor(Translator::translate(kFrench, "anglais", true));
+        test::await(Translator::translate(kFrench, "anglais", true));
         QCOMPARE(openRouter_.last().json().value("model").toString(),
                  QStringLiteral("google/gemini-2.5-flash-lite"));
 
         AppSettings::shared().setRewriteEngine(RewriteEngine::OpenRouter);
-        QCoro::waitFor(Translator::translate(kFrench, "anglais", true));
+        test::await(Translator::translate(kFrench, "anglais", true));
         QCOMPARE(openRouter_.last().json().value("model").toString(),
                  QStringLiteral("anthropic/claude-haiku-4.5"));
 
@@ -203,7 +186,7 @@ private Q_SLOTS:
         local_.on("/v1/chat/completions", Reply::text("model crashed", 500));
         QCOMPARE(outcome(Translator::translate(kFrench, "anglais", true)),
                  QStringLiteral("!IA locale : erreur 500 model crashed"));
-        local_.on("/v1/chat/completions", Reply::json(completion("local")));
+        local_.on("/v1/chat/completions", chatReply("local"));
     }
 
     void withoutRemoteNothingIsSent() {

@@ -5,6 +5,7 @@
 #include "engines/client/Errors.h"
 #include "platform/Paths.h"
 
+#include "Await.h"
 #include "FakePlatform.h"
 #include "TestHttpServer.h"
 
@@ -48,17 +49,13 @@ QString writeGrammar(const QString& folder) {
     return path;
 }
 
-// The error a task ends with, read inside a coroutine: an exception does not cross waitFor.
 template <class T> QString errorOf(QCoro::Task<T> task) {
-    auto wrapper = [](QCoro::Task<T> t) -> QCoro::Task<QString> {
-        try {
-            co_await std::move(t);
-        } catch (const std::exception& e) {
-            co_return QString::fromUtf8(e.what());
-        }
-        co_return QStringLiteral("(no error)");
-    };
-    return QCoro::waitFor(wrapper(std::move(task)));
+    try {
+        test::await(std::move(task));
+    } catch (const std::exception& e) {
+        return QString::fromUtf8(e.what());
+    }
+    return QStringLiteral("(no error)");
 }
 
 QJsonObject completion(const QString& content) {
@@ -101,7 +98,7 @@ private Q_SLOTS:
         // Decoding takes the model's loading time at least: had it run on this thread, the task
         // would be finished already.
         QVERIFY(!task.isReady());
-        QCOMPARE(QCoro::waitFor(std::move(task)), QString::fromLatin1(kSentence));
+        QCOMPARE(test::await(std::move(task)), QString::fromLatin1(kSentence));
         QCOMPARE(resumedOn, QThread::currentThread());
     }
 
@@ -123,7 +120,7 @@ private Q_SLOTS:
         const auto model = OfflineSpeech::modelFor(QStringLiteral("fr-FR"), Paths::dataFolder());
         QVERIFY(model);
         QCOMPARE(model->languageModel, models.filePath("words.lm.bin")); // never the phone model
-        QCOMPARE(QCoro::waitFor(AppleSpeech::transcribe(wav_, "fr", {}, grammar_)),
+        QCOMPARE(test::await(AppleSpeech::transcribe(wav_, "fr", {}, grammar_)),
                  QString::fromLatin1(kSentence));
         QDir(Paths::dataFolder() + QStringLiteral("/models")).removeRecursively();
     }
@@ -148,9 +145,8 @@ private Q_SLOTS:
                   Reply::json(QJsonObject{{"data", QJsonArray{QJsonObject{{"id", "qwen"}}}}}));
         server.on("/v1/chat/completions", Reply::json(completion("  Bonjour.\n")));
 
-        QVERIFY(QCoro::waitFor(AppleRewrite::available()));
-        QCOMPARE(QCoro::waitFor(AppleRewrite::run("Consigne", "bonjour")),
-                 QStringLiteral("Bonjour."));
+        QVERIFY(test::await(AppleRewrite::available()));
+        QCOMPARE(test::await(AppleRewrite::run("Consigne", "bonjour")), QStringLiteral("Bonjour."));
         const QJsonObject body = server.requests("/v1/chat/completions").last().json();
         QCOMPARE(body.value("model").toString(), QStringLiteral("qwen"));
         QVERIFY(!body.contains("temperature") && !body.contains("max_tokens"));
@@ -161,7 +157,7 @@ private Q_SLOTS:
         QCOMPARE(messages[1].toObject().value("content").toString(), QStringLiteral("bonjour"));
 
         const QJsonObject schema{{"type", "object"}};
-        QCoro::waitFor(AppleRewrite::runStructured("Consigne", "texte", schema));
+        test::await(AppleRewrite::runStructured("Consigne", "texte", schema));
         const QJsonObject guided = server.last().json();
         QCOMPARE(guided.value("response_format")
                      .toObject()
@@ -186,7 +182,7 @@ private Q_SLOTS:
             port = closed.port();
         }
         qputenv("OMBRY_LOCAL_LLM_URL", QByteArray("http://127.0.0.1:") + QByteArray::number(port));
-        QVERIFY(!QCoro::waitFor(AppleRewrite::available()));
+        QVERIFY(!test::await(AppleRewrite::available()));
         QCOMPARE(errorOf(AppleRewrite::run("s", "t")),
                  QStringLiteral("IA locale : erreur 0 non disponible sur cet ordinateur (modèle "
                                 "local requis)"));
