@@ -15,27 +15,21 @@ private Q_SLOTS:
         QTest::addColumn<bool>("clean");
         QTest::newRow("empty") << QString() << true;
         QTest::newRow("filler at start") << QStringLiteral("Euh bonjour") << false;
-        QTest::newRow("upper-case filler") << QStringLiteral("EUH") << false;
         QTest::newRow("marker inside a word")
             << QStringLiteral("On en parle à trois heures") << false;
-        QTest::newRow("ben between blanks") << QStringLiteral("Le ben est là") << false;
         QTest::newRow("typographic apostrophe") << QStringLiteral("C’est-à-dire que oui") << false;
         QTest::newRow("decomposed accent in marker")
             << QStringLiteral("c'est-a\u0300-dire que oui") << false;
         QTest::newRow("quoi at the very end") << QStringLiteral("Il est parti quoi.") << false;
         QTest::newRow("nous nous") << QStringLiteral("Nous nous voyons") << true;
-        QTest::newRow("vous vous") << QStringLiteral("Vous vous trompez") << true;
         QTest::newRow("stammer") << QStringLiteral("très très bien") << false;
         QTest::newRow("one-letter repeat") << QStringLiteral("a a a") << true;
         QTest::newRow("repeat across sentences") << QStringLiteral("Oui. Oui, bien sûr") << false;
         QTest::newRow("apostrophe inside word") << QStringLiteral("l'homme l'homme") << false;
-        QTest::newRow("different elisions") << QStringLiteral("l'homme homme") << true;
         QTest::newRow("digits separate") << QStringLiteral("Il y a 2 2 pommes") << true;
         QTest::newRow("decomposed one-letter repeat") << QStringLiteral("e\u0301 e\u0301") << true;
         QTest::newRow("decomposed two-letter repeat")
             << QStringLiteral("e\u0301te\u0301 \u00e9t\u00e9") << false;
-        QTest::newRow("plain sentence")
-            << QStringLiteral("Je vous envoie le rapport demain.") << true;
     }
     void alreadyClean() {
         QFETCH(QString, text);
@@ -63,7 +57,6 @@ private Q_SLOTS:
             << QStringLiteral("a   b") << QStringLiteral("A  b");
         QTest::newRow("newline kept at end")
             << QStringLiteral("\tbonjour \n") << QStringLiteral("Bonjour \n");
-        QTest::newRow("no upper case") << QStringLiteral("123 go") << QStringLiteral("123 go");
         QTest::newRow("longer upper case") << QStringLiteral("ßa") << QStringLiteral("SSa");
     }
     void basicCleanup() {
@@ -103,13 +96,10 @@ private Q_SLOTS:
         QTest::newRow("empty scope") << QStringLiteral("bonjour") << 0 << QStringLiteral("bonjour");
         QTest::newRow("punctuation only")
             << QStringLiteral("bonjour") << 4 << QStringLiteral("bonjour.");
-        QTest::newRow("typography only")
-            << QStringLiteral(" bonjour\n") << 8 << QStringLiteral("Bonjour");
         QTest::newRow("closing bracket")
             << QStringLiteral("(oui)") << 12 << QStringLiteral("(oui)");
         QTest::newRow("ends with digit")
             << QStringLiteral("  été 2024  ") << 12 << QStringLiteral("Été 2024.");
-        QTest::newRow("question") << QStringLiteral("ok?") << 12 << QStringLiteral("Ok?");
         QTest::newRow("decomposed last letter")
             << QStringLiteral("cafe\u0301") << 4 << QStringLiteral("cafe\u0301.");
         QTest::newRow("blank") << QStringLiteral(" \n ") << 31 << QString();

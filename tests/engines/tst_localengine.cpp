@@ -3,7 +3,6 @@
 #include "engines/LocalEngine.h"
 #include "engines/OfflineSpeech.h"
 #include "engines/client/Errors.h"
-#include "platform/Paths.h"
 
 #include "Await.h"
 #include "FakePlatform.h"
@@ -102,27 +101,20 @@ private Q_SLOTS:
         QCOMPARE(resumedOn, QThread::currentThread());
     }
 
-    void languageModelsComeFromTheDataFolder() {
-        if (!OfflineSpeech::modelFor(QStringLiteral("en"), QString()))
-            QSKIP("the English pocketsphinx model is not installed");
-        QDir(Paths::dataFolder() + QStringLiteral("/models")).removeRecursively();
-        QCOMPARE(errorOf(AppleSpeech::transcribe(wav_, "fr", {}, grammar_)),
-                 QStringLiteral("Local : erreur 0 langue non disponible"));
-
-        // A "French" model folder made of the English model's pieces.
+    void modelFolders() {
+        // A model folder made of the English model's pieces, beside its phonetic model.
         const QString system = QString::fromLatin1(OfflineSpeech::kSystemEnglishFolder);
-        const QDir models(Paths::dataFolder() + QStringLiteral("/models/fr"));
+        const QDir models(dir_.filePath("models/fr"));
         QVERIFY(QDir().mkpath(models.path()));
-        QVERIFY(QFile::link(system + "/en-us", models.filePath("acoustic")));
-        QVERIFY(QFile::link(system + "/cmudict-en-us.dict", models.filePath("words.dict")));
-        QVERIFY(QFile::link(system + "/en-us-phone.lm.bin", models.filePath("a-phone.lm.bin")));
-        QVERIFY(QFile::link(system + "/en-us.lm.bin", models.filePath("words.lm.bin")));
-        const auto model = OfflineSpeech::modelFor(QStringLiteral("fr-FR"), Paths::dataFolder());
+        QFile::link(system + "/en-us", models.filePath("acoustic"));
+        QFile::link(system + "/cmudict-en-us.dict", models.filePath("words.dict"));
+        QFile::link(system + "/en-us-phone.lm.bin", models.filePath("a-phone.lm.bin"));
+        QFile::link(system + "/en-us.lm.bin", models.filePath("words.lm.bin"));
+        const auto model = OfflineSpeech::modelFor(QStringLiteral("fr-FR"), dir_.path());
         QVERIFY(model);
+        QCOMPARE(model->acoustic, models.filePath("acoustic"));
         QCOMPARE(model->languageModel, models.filePath("words.lm.bin")); // never the phone model
-        QCOMPARE(test::await(AppleSpeech::transcribe(wav_, "fr", {}, grammar_)),
-                 QString::fromLatin1(kSentence));
-        QDir(Paths::dataFolder() + QStringLiteral("/models")).removeRecursively();
+        QVERIFY(!OfflineSpeech::modelFor(QStringLiteral("de"), dir_.path()));
     }
 
     void wavLayouts() {
@@ -150,11 +142,9 @@ private Q_SLOTS:
         const QJsonObject body = server.requests("/v1/chat/completions").last().json();
         QCOMPARE(body.value("model").toString(), QStringLiteral("qwen"));
         QVERIFY(!body.contains("temperature") && !body.contains("max_tokens"));
-        const QJsonArray messages = body.value("messages").toArray();
-        QCOMPARE(messages.size(), 2);
-        QCOMPARE(messages[0].toObject().value("role").toString(), QStringLiteral("system"));
-        QCOMPARE(messages[0].toObject().value("content").toString(), QStringLiteral("Consigne"));
-        QCOMPARE(messages[1].toObject().value("content").toString(), QStringLiteral("bonjour"));
+        QCOMPARE(body.value("messages").toArray(),
+                 QJsonArray({QJsonObject{{"role", "system"}, {"content", "Consigne"}},
+                             QJsonObject{{"role", "user"}, {"content", "bonjour"}}}));
 
         const QJsonObject schema{{"type", "object"}};
         test::await(AppleRewrite::runStructured("Consigne", "texte", schema));
@@ -175,29 +165,6 @@ private Q_SLOTS:
                  QStringLiteral("IA locale : réponse illisible"));
     }
 
-    void rewriteWithoutServer() {
-        quint16 port;
-        {
-            TestHttpServer closed;
-            port = closed.port();
-        }
-        qputenv("OMBRY_LOCAL_LLM_URL", QByteArray("http://127.0.0.1:") + QByteArray::number(port));
-        QVERIFY(!test::await(AppleRewrite::available()));
-        QCOMPARE(errorOf(AppleRewrite::run("s", "t")),
-                 QStringLiteral("IA locale : erreur 0 non disponible sur cet ordinateur (modèle "
-                                "local requis)"));
-    }
-
-    void previewPartialsReplaceEachOther() {
-        PreviewText text;
-        QCOMPARE(text.add(QStringLiteral("Bonjour"), true), QStringLiteral("Bonjour"));
-        QCOMPARE(text.add(QStringLiteral(" tout"), false), QStringLiteral("Bonjour tout"));
-        QCOMPARE(text.add(QStringLiteral(" tout le monde"), false),
-                 QStringLiteral("Bonjour tout le monde"));
-        QCOMPARE(text.add(QStringLiteral(" tout le monde."), true),
-                 QStringLiteral("Bonjour tout le monde."));
-    }
-
     void previewForwardsUntilDestroyed() {
         struct Engine : LivePreviewEngine {
             Report report;
@@ -214,12 +181,13 @@ private Q_SLOTS:
             preview.start(QStringLiteral("fr"), false, false);
             engine->report(QStringLiteral("Salut"), true);
             engine->report(QStringLiteral(" toi"), false);
+            engine->report(QStringLiteral(" toi et moi"), false); // replaces the partial
             // A new start begins a new text.
             preview.start(QStringLiteral("fr"), false, false);
             engine->report(QStringLiteral("Encore"), false);
         }
         engine->report(QStringLiteral(" trop tard"), true); // the preview is gone: dropped
-        QCOMPARE(seen, QStringList({"Salut", "Salut toi", "Encore"}));
+        QCOMPARE(seen, QStringList({"Salut", "Salut toi", "Salut toi et moi", "Encore"}));
     }
 };
 
