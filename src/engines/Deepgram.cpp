@@ -4,11 +4,10 @@
 #include "engines/client/Endpoints.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Http.h"
+#include "engines/client/Json.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QJsonParseError>
 
 namespace ombry::Deepgram {
 
@@ -16,8 +15,10 @@ namespace {
 
 constexpr double kTimeoutSeconds = 60.0;
 
+const QString kService = QStringLiteral("Deepgram");
+
 [[noreturn]] void fail(const QString& what) {
-    throw DecodeError(QStringLiteral("Deepgram : réponse illisible (%1)").arg(what));
+    Json::unreadable(kService, what);
 }
 
 QJsonArray arrayIn(const QJsonValue& object, QLatin1String key) {
@@ -56,11 +57,7 @@ QUrl listenURL(const QString& model, const QString& language, const QStringList&
 }
 
 QString decodeTranscript(const QByteArray& reply) {
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(reply, &error);
-    if (error.error != QJsonParseError::NoError) fail(error.errorString());
-    if (!doc.isObject()) fail(QStringLiteral("pas un objet JSON"));
-    const QJsonValue results = doc.object().value(QLatin1String("results"));
+    const QJsonValue results = Json::object(reply, kService).value(QLatin1String("results"));
     if (!results.isObject()) fail(QStringLiteral("results absent"));
     // Every channel and alternative must have the shape, not only the one that is read.
     std::optional<QString> first;
@@ -78,13 +75,12 @@ QString decodeTranscript(const QByteArray& reply) {
 QCoro::Task<QString> transcribe(QByteArray wav, QString model, QString language,
                                 QStringList keyterms) {
     const std::optional<QString> key = KeyStore::shared().key(APIService::Deepgram);
-    if (!key) throw EngineError::missingKey(QStringLiteral("Deepgram"));
+    if (!key) throw EngineError::missingKey(kService);
     const Http::Headers headers = {{"Authorization", "Token " + key->toUtf8()},
                                    {"Content-Type", "audio/wav"}};
     const Http::Reply reply =
         co_await Http::post(listenURL(model, language, keyterms), wav, headers, kTimeoutSeconds);
-    if (reply.status != 200)
-        throw EngineError::http(QStringLiteral("Deepgram"), reply.status, reply.bodyText());
+    if (reply.status != 200) throw EngineError::http(kService, reply.status, reply.bodyText());
     co_return decodeTranscript(reply.body);
 }
 

@@ -4,12 +4,11 @@
 #include "desktop/Log.h"
 #include "engines/Cleanup.h"
 #include "engines/client/Errors.h"
+#include "engines/client/Json.h"
 #include "engines/client/OpenRouter.h"
 #include "online/OmbryAI.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonParseError>
 #include <QRegularExpression>
 
 namespace ombry::GeminiSpeech {
@@ -39,26 +38,19 @@ QString dictionarySuffix(const QStringList& words) {
 QCoro::Task<QString> ask(QString prompt, QByteArray wav, bool json, double timeout) {
     const QByteArray reply =
         co_await OmbryAI::chat(requestBody(prompt, wav, json), timeout, QLatin1String(kLabel));
-    co_return OpenRouter::firstContent(reply, true).value_or(QString());
+    co_return OpenRouter::firstContent(reply, true, QLatin1String(kLabel)).value_or(QString());
 }
 
 // Reads a JSON object with two optional text members; throws DecodeError when the text is no
 // such object.
 QPair<QString, QString> decodePair(const QString& text, QLatin1String a, QLatin1String b) {
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8(), &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject())
-        throw DecodeError(QStringLiteral("Gemini : réponse illisible (%1)")
-                              .arg(error.error != QJsonParseError::NoError
-                                       ? error.errorString()
-                                       : QStringLiteral("pas un objet JSON")));
-    const QJsonObject object = doc.object();
+    const QJsonObject object = Json::object(text.toUtf8(), QLatin1String(kLabel));
     auto member = [&](QLatin1String key) {
         const QJsonValue v = object.value(key);
         if (v.isString()) return v.toString().trimmed();
-        if (v.isUndefined() || v.isNull()) return QString();
-        throw DecodeError(
-            QStringLiteral("Gemini : réponse illisible (%1 n'est pas un texte)").arg(key));
+        if (!v.isUndefined() && !v.isNull())
+            Json::unreadable(QLatin1String(kLabel), key + QStringLiteral(" n'est pas un texte"));
+        return QString();
     };
     const QString first = member(a);
     return {first, member(b)};

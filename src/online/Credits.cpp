@@ -5,8 +5,8 @@
 #include "desktop/Notify.h"
 #include "engines/client/Endpoints.h"
 #include "engines/client/Http.h"
+#include "engines/client/Json.h"
 #include "online/CreditsConfig.h"
-#include "online/Json.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 

@@ -6,11 +6,11 @@
 #include "engines/client/Endpoints.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Http.h"
+#include "engines/client/Json.h"
 #include "engines/client/OpenRouter.h"
 #include "engines/client/Spending.h"
 #include "online/Credits.h"
 #include "online/CreditsConfig.h"
-#include "online/Json.h"
 
 #include <QJsonDocument>
 

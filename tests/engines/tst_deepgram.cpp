@@ -30,15 +30,6 @@ QByteArray listenReply(const QString& transcript) {
         .toUtf8();
 }
 
-QString engineFailure(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const EngineError& e) {
-        return e.description();
-    }
-    return {};
-}
-
 } // namespace
 
 class TstDeepgram : public QObject {
@@ -125,9 +116,10 @@ private Q_SLOTS:
             QVERIFY_THROWS_EXCEPTION(DecodeError, transcribe());
         }
         server.on(kListen, Reply::json(listenReply("créé"), 201));
-        QVERIFY(engineFailure([this] { transcribe(); }).startsWith("Deepgram : erreur 201 {"));
+        QVERIFY(
+            failureOf<EngineError>([this] { transcribe(); }).startsWith("Deepgram : erreur 201 {"));
         server.on(kListen, Reply::text("Invalid credentials.", 401));
-        QCOMPARE(engineFailure([this] { transcribe(); }),
+        QCOMPARE(failureOf<EngineError>([this] { transcribe(); }),
                  QStringLiteral("Deepgram : erreur 401 Invalid credentials."));
         server.on(kListen, Reply::dropped());
         QVERIFY_THROWS_EXCEPTION(TransportError, transcribe());
@@ -135,7 +127,8 @@ private Q_SLOTS:
 
     void noKeyNoRequest() {
         KeyStore::shared().save(QString(), APIService::Deepgram);
-        QCOMPARE(engineFailure([this] { transcribe(); }), QStringLiteral("Clé Deepgram absente"));
+        QCOMPARE(failureOf<EngineError>([this] { transcribe(); }),
+                 QStringLiteral("Clé Deepgram absente"));
         QCOMPARE(server.count(), 0);
     }
 };

@@ -48,15 +48,6 @@ QString sentPrompt(const RecordedRequest& r) {
     return r.json().value("messages").toArray()[0].toObject().value("content").toString();
 }
 
-QString engineFailure(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const EngineError& e) {
-        return e.description();
-    }
-    return {};
-}
-
 } // namespace
 
 class TstGeminiSpeech : public QObject {
@@ -143,7 +134,7 @@ private Q_SLOTS:
         answer(Reply::text("<html>", 200));
         QVERIFY_THROWS_EXCEPTION(DecodeError, transcribe(wav));
         answer(Reply::text("surcharge", 503));
-        QCOMPARE(engineFailure([&] { transcribe(wav); }),
+        QCOMPARE(failureOf<EngineError>([&] { transcribe(wav); }),
                  QStringLiteral("Gemini : erreur 503 surcharge"));
     }
 
@@ -151,18 +142,19 @@ private Q_SLOTS:
         KeyStore::shared().save(QString(), APIService::OpenRouter);
         qputenv("OMBRY_SITE_URL", "");
         const QString expected = QStringLiteral("Clé OpenRouter absente");
-        QCOMPARE(engineFailure([&] { transcribe(wav); }), expected);
-        QCOMPARE(engineFailure([&] {
+        QCOMPARE(failureOf<EngineError>([&] { transcribe(wav); }), expected);
+        QCOMPARE(failureOf<EngineError>([&] {
                      await(GeminiSpeech::transcribeAndClean(wav, "français", {}, "", "p"));
                  }),
                  expected);
-        QCOMPARE(engineFailure([&] { await(GeminiSpeech::transcribeAndTranslate(wav, "")); }),
-                 expected);
+        QCOMPARE(
+            failureOf<EngineError>([&] { await(GeminiSpeech::transcribeAndTranslate(wav, "")); }),
+            expected);
         // Credits run out: the same refusal, before anything is sent.
         hosted();
         Credits::shared().update(0);
         QTRY_VERIFY(Credits::shared().exhausted());
-        QCOMPARE(engineFailure([&] { transcribe(wav); }), expected);
+        QCOMPARE(failureOf<EngineError>([&] { transcribe(wav); }), expected);
         Credits::shared().update(500);
         QTRY_VERIFY(!Credits::shared().exhausted());
         QCOMPARE(openRouter.count() + site.count(), 0);
@@ -215,7 +207,8 @@ private Q_SLOTS:
         site.enqueue(kVoice, Reply::text("panne", 500));
         const QByteArray file =
             AudioRecorder::wav(QByteArray(GeminiSpeech::kHostedSliceBytes + 2, '\1'));
-        QCOMPARE(engineFailure([&] { transcribe(file); }), QStringLiteral("Ombry : erreur 500 "));
+        QCOMPARE(failureOf<EngineError>([&] { transcribe(file); }),
+                 QStringLiteral("Ombry : erreur 500 "));
     }
 
     void transcribeAndCleanReadsTheJsonAnswer() {

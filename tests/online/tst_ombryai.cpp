@@ -36,16 +36,6 @@ QByteArray chat(double timeout = 10.0, const QString& label = QStringLiteral("Ge
     return await(OmbryAI::chat(body(), timeout, label));
 }
 
-// The description of what the call threw, or "" when it did not throw an EngineError.
-QString engineFailure(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const EngineError& e) {
-        return e.description();
-    }
-    return {};
-}
-
 QString journal() {
     Log::sync();
     QFile f(Log::url());
@@ -151,7 +141,8 @@ private Q_SLOTS:
         openRouter.on(kChat, Reply::text(answer, status));
         const qsizetype costsBefore = Store::shared().costs().size();
         QFETCH(QString, expected);
-        QCOMPARE(engineFailure([&] { await(OmbryAI::chat(body(), 10.0, label)); }), expected);
+        QCOMPARE(failureOf<EngineError>([&] { await(OmbryAI::chat(body(), 10.0, label)); }),
+                 expected);
         QCoreApplication::processEvents();
         QCOMPARE(Store::shared().costs().size(), costsBefore);
     }
@@ -217,15 +208,15 @@ private Q_SLOTS:
         ownKey(false, false);
         withSite(true);
         site.on(kVoice, Reply::json(QJsonObject{{"error", "solde nul"}}, 402));
-        QCOMPARE(engineFailure([] { chat(); }), QStringLiteral("Plus de crédits Ombry"));
+        QCOMPARE(failureOf<EngineError>([] { chat(); }), QStringLiteral("Plus de crédits Ombry"));
         QTRY_VERIFY(Credits::shared().exhausted());
         QCOMPARE(Credits::shared().balance(), std::optional<int>(0));
         QVERIFY(journal().contains(QStringLiteral("crédits Ombry épuisés : retour sur Local\n")));
 
         // From now on nothing is sent: chat fails at once, complete even before chat.
         site.clearRequests();
-        QCOMPARE(engineFailure([] { chat(); }), QStringLiteral("Plus de crédits Ombry"));
-        QCOMPARE(engineFailure([] { await(OpenRouter::complete("s", "texte", "m")); }),
+        QCOMPARE(failureOf<EngineError>([] { chat(); }), QStringLiteral("Plus de crédits Ombry"));
+        QCOMPARE(failureOf<EngineError>([] { await(OpenRouter::complete("s", "texte", "m")); }),
                  QStringLiteral("Clé OpenRouter absente"));
         QCOMPARE(site.count(), 0);
         setBalance(500);
@@ -248,15 +239,15 @@ private Q_SLOTS:
         ownKey(false, false);
         withSite(true);
         site.on(kVoice, Reply::json(answer, status));
-        QCOMPARE(engineFailure([] { chat(10.0, "Gemini"); }), expected);
+        QCOMPARE(failureOf<EngineError>([] { chat(10.0, "Gemini"); }), expected);
         QVERIFY(!Credits::shared().exhausted());
     }
 
     void noRoadAtAll() {
         ownKey(false, false);
         withSite(false);
-        QCOMPARE(engineFailure([] { chat(); }), QStringLiteral("Clé OpenRouter absente"));
-        QCOMPARE(engineFailure([] { await(OpenRouter::complete("s", "texte", "m")); }),
+        QCOMPARE(failureOf<EngineError>([] { chat(); }), QStringLiteral("Clé OpenRouter absente"));
+        QCOMPARE(failureOf<EngineError>([] { await(OpenRouter::complete("s", "texte", "m")); }),
                  QStringLiteral("Clé OpenRouter absente"));
         QCOMPARE(openRouter.count() + site.count(), 0);
     }
@@ -281,7 +272,7 @@ private Q_SLOTS:
         openRouter.on(kChat, Reply::json(QByteArray("<html>oups</html>")));
         QVERIFY_THROWS_EXCEPTION(DecodeError, await(OpenRouter::complete("s", "texte", "m")));
         openRouter.on(kChat, Reply::text("quota", 429));
-        QCOMPARE(engineFailure([] { await(OpenRouter::complete("s", "texte", "m")); }),
+        QCOMPARE(failureOf<EngineError>([] { await(OpenRouter::complete("s", "texte", "m")); }),
                  QStringLiteral("OpenRouter : erreur 429 quota"));
     }
 };

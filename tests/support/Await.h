@@ -2,8 +2,10 @@
 
 #include <QCoroTask>
 #include <QEventLoop>
+#include <QString>
 #include <QTimer>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <type_traits>
@@ -40,6 +42,17 @@ template <typename T> T await(QCoro::Task<T>&& task, int timeoutMs = 120000) {
     if (!state.done) throw std::runtime_error("the task did not finish in time");
     if (state.error) std::rethrow_exception(state.error);
     if constexpr (!std::is_void_v<T>) return std::move(*state.value);
+}
+
+// The text (what()) of the exception of type E that `call` throws; empty when it throws none.
+// Exceptions of other types pass through.
+template <typename E> QString failureOf(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const E& e) {
+        return QString::fromUtf8(e.what());
+    }
+    return {};
 }
 
 } // namespace ombry::test

@@ -1,22 +1,12 @@
 #include "engines/client/OpenRouter.h"
 
 #include "data/Records.h"
-#include "engines/client/Errors.h"
+#include "engines/client/Json.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonParseError>
 #include <algorithm>
 
 namespace ombry::OpenRouter {
-
-namespace {
-
-[[noreturn]] void fail(const QString& what) {
-    throw DecodeError(QStringLiteral("réponse illisible du modèle (%1)").arg(what));
-}
-
-} // namespace
 
 int maxTokens(const QString& text) {
     return std::min(4000, 3 * wordCount(text) + 200);
@@ -37,12 +27,10 @@ QJsonObject requestBody(const QString& system, const QString& text, const QStrin
     };
 }
 
-std::optional<QString> firstContent(const QByteArray& reply, bool contentOptional) {
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(reply, &error);
-    if (error.error != QJsonParseError::NoError) fail(error.errorString());
-    if (!doc.isObject()) fail(QStringLiteral("pas un objet JSON"));
-    const QJsonValue choices = doc.object().value(QLatin1String("choices"));
+std::optional<QString> firstContent(const QByteArray& reply, bool contentOptional,
+                                    const QString& service) {
+    auto fail = [&](const QString& what) { Json::unreadable(service, what); };
+    const QJsonValue choices = Json::object(reply, service).value(QLatin1String("choices"));
     if (!choices.isArray()) fail(QStringLiteral("choices absent"));
     // Every choice must have the shape, not only the first one that is read.
     std::optional<QString> first;

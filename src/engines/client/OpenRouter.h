@@ -23,8 +23,9 @@ QJsonObject requestBody(const QString& system, const QString& text, const QStrin
 // Decodes a chat-completion reply ({"choices": [{"message": {"content": "..."}}]}) and gives the
 // content of its first choice, untouched; nothing when `choices` is empty. With
 // `contentOptional`, a message without content (or with null) gives the empty text; otherwise
-// it is a decoding failure. Throws DecodeError for a reply of another shape.
-std::optional<QString> firstContent(const QByteArray& reply, bool contentOptional = false);
+// it is a decoding failure. Throws DecodeError for a reply of another shape, naming `service`.
+std::optional<QString> firstContent(const QByteArray& reply, bool contentOptional = false,
+                                    const QString& service = QStringLiteral("OpenRouter"));
 
 // Sends `text` with the `system` prompt to `model` through OmbryAI::chat (own key or hosted
 // service) and gives the answer trimmed at both ends. An answer without choices gives `text`
