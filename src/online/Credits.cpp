@@ -10,6 +10,7 @@
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 
+#include <QCoreApplication>
 #include <QCoroTimer>
 #include <QHostInfo>
 #include <QJsonDocument>
@@ -51,7 +52,13 @@ QString computerName() {
 Credits::Credits(QObject* parent) : QObject(parent) {}
 
 Credits& Credits::shared() {
-    static Credits* instance = new Credits;
+    static Credits* instance = [] {
+        auto* credits = new Credits;
+        // Its fields belong to the main thread, whichever thread asks first.
+        if (QCoreApplication* app = QCoreApplication::instance())
+            credits->moveToThread(app->thread());
+        return credits;
+    }();
     return *instance;
 }
 
