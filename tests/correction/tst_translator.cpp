@@ -18,7 +18,7 @@
 
 using namespace ombry;
 using ombry::test::chatReply;
-using ombry::test::message;
+using ombry::test::messageOf;
 using ombry::test::RecordedRequest;
 using ombry::test::Reply;
 using ombry::test::TestHttpServer;
@@ -139,8 +139,8 @@ private Q_SLOTS:
         QCOMPARE(openRouter_.count(), 1);
         const RecordedRequest request = openRouter_.last();
         QVERIFY(
-            message(request, 0).startsWith("Traduis ce texte en " + to + ".\nTraduis de façon"));
-        QCOMPARE(message(request, 1), text);
+            messageOf(request, 0).startsWith("Traduis ce texte en " + to + ".\nTraduis de façon"));
+        QCOMPARE(messageOf(request, 1), text);
         QCOMPARE(local_.count(), 0);
     }
 
@@ -160,8 +160,8 @@ private Q_SLOTS:
         const RecordedRequest command = openRouter_.last();
         QCOMPARE(command.json().value("model").toString(),
                  QStringLiteral("google/gemini-2.5-flash-lite"));
-        QVERIFY(message(command, 0).startsWith("Tu modifies un texte selon l'instruction"));
-        QCOMPARE(message(command, 1),
+        QVERIFY(messageOf(command, 0).startsWith("Tu modifies un texte selon l'instruction"));
+        QCOMPARE(messageOf(command, 1),
                  QStringLiteral("Instruction : rends-le plus poli\n\nTexte :\ndonne moi ça"));
     }
 
@@ -173,8 +173,8 @@ private Q_SLOTS:
         // The local model gets the same instructions and text as the remote did.
         const auto localCalls = local_.requests("/v1/chat/completions");
         QCOMPARE(localCalls.size(), 2);
-        QCOMPARE(message(localCalls[0], 0), message(openRouter_.requests()[0], 0));
-        QCOMPARE(message(localCalls[1], 1), message(openRouter_.requests()[1], 1));
+        QCOMPARE(messageOf(localCalls[0], 0), messageOf(openRouter_.requests()[0], 0));
+        QCOMPARE(messageOf(localCalls[1], 1), messageOf(openRouter_.requests()[1], 1));
         const QString log = journal();
         QVERIFY(log.contains(" traduction: OpenRouter indisponible, Local prend le relais\n"));
         QVERIFY(log.contains(" commande: OpenRouter indisponible, Local prend le relais\n"));
