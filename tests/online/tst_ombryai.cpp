@@ -103,16 +103,12 @@ private Q_SLOTS:
         openRouter.on(kChat, chatCompletion("Bonjour.", 0.00042));
         const qsizetype costsBefore = Store::shared().costs().size();
 
-        const QByteArray reply = chat(10.0);
-        QVERIFY(reply.contains("Bonjour."));
+        QVERIFY(chat(10.0).contains("Bonjour."));
         QCOMPARE(site.count(), 0);
-        QCOMPARE(openRouter.count(), 1);
         const RecordedRequest r = openRouter.last();
-        QCOMPARE(r.method, QByteArray("POST"));
         QCOMPARE(r.header("authorization"), QByteArray("Bearer sk-or-test"));
         QCOMPARE(r.header("content-type"), QByteArray("application/json"));
         QCOMPARE(r.header("x-title"), QByteArray("Ombry Voice"));
-        QVERIFY(!r.body.contains('\n')); // compact JSON
         QJsonObject expected = body();
         expected.insert("usage", QJsonObject{{"include", true}});
         QCOMPARE(r.json(), expected); // nothing of the device identity
@@ -121,38 +117,16 @@ private Q_SLOTS:
         QCOMPARE(Store::shared().costs().last().amount, 0.00042);
     }
 
-    void ownKeyFailures_data() {
-        QTest::addColumn<QString>("label");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("refused key") << "OpenRouter" << 401 << QByteArray(R"({"error":"no"})")
-                                     << R"(OpenRouter : erreur 401 {"error":"no"})";
-        QTest::newRow("201 is no success")
-            << "Gemini" << 201 << QByteArray("ok") << "Gemini : erreur 201 ok";
-        QTest::newRow("body not UTF-8")
-            << "Gemini" << 502 << QByteArray("\xff\xfe") << "Gemini : erreur 502 ";
-    }
-    void ownKeyFailures() {
-        QFETCH(QString, label);
-        QFETCH(int, status);
-        QFETCH(QByteArray, answer);
+    void ownKeyFailuresRecordNothing() {
         ownKey(true, true);
-        openRouter.on(kChat, Reply::text(answer, status));
         const qsizetype costsBefore = Store::shared().costs().size();
-        QFETCH(QString, expected);
-        QCOMPARE(failureOf<EngineError>([&] { await(OmbryAI::chat(body(), 10.0, label)); }),
-                 expected);
+        openRouter.on(kChat, Reply::text("ok", 201)); // only 200 is success
+        QCOMPARE(failureOf<EngineError>([] { chat(10.0, "OpenRouter"); }),
+                 QStringLiteral("OpenRouter : erreur 201 ok"));
+        openRouter.on(kChat, Reply::text("\xff\xfe", 502)); // not UTF-8: no body at all
+        QCOMPARE(failureOf<EngineError>([] { chat(); }), QStringLiteral("Gemini : erreur 502 "));
         QCoreApplication::processEvents();
         QCOMPARE(Store::shared().costs().size(), costsBefore);
-    }
-
-    void transportFailuresPassThrough() {
-        ownKey(true, true);
-        openRouter.on(kChat, Reply::text("tard").after(3000));
-        QVERIFY_THROWS_EXCEPTION(TransportError, chat(0.2));
-        openRouter.on(kChat, Reply::dropped());
-        QVERIFY_THROWS_EXCEPTION(TransportError, chat(5));
     }
 
     void hostedRequestOnTheWire() {
@@ -164,34 +138,16 @@ private Q_SLOTS:
         sent.insert("usage", QJsonObject{{"include", true}});
         sent.insert("app", "autre");
         sent.insert("device_id", "faux");
-        const QByteArray reply = await(OmbryAI::chat(sent, 10.0, "OpenRouter"));
-        QVERIFY(reply.contains("Salut."));
+        QVERIFY(await(OmbryAI::chat(sent, 10.0, "OpenRouter")).contains("Salut."));
         QCOMPARE(openRouter.count(), 0);
         const RecordedRequest r = site.last();
-        QCOMPARE(r.method, QByteArray("POST"));
-        QCOMPARE(r.header("content-type"), QByteArray("application/json"));
         QVERIFY(!r.hasHeader("authorization"));
-        QVERIFY(!r.hasHeader("x-title"));
         QJsonObject expected = body();
         expected.insert("device_id", CreditsConfig::deviceID()); // the identity wins
         expected.insert("app", "voice");
         QCOMPARE(r.json(), expected); // and usage is gone
         QTRY_COMPARE(Credits::shared().balance(), std::optional<int>(321));
         QVERIFY(!Credits::shared().exhausted());
-    }
-
-    void hostedAnswerWithoutBalanceChangesNothing() {
-        ownKey(false, false);
-        withSite(true);
-        setBalance(77);
-        site.on(kVoice, chatCompletion("ok", std::nullopt,
-                                       {{"ombry", QJsonObject{{"credits", "beaucoup"}}}}));
-        QVERIFY(chat().contains("ok"));
-        site.on(kVoice, chatCompletion("ok"));
-        QVERIFY(chat().contains("ok"));
-        QTest::qWait(20);
-        QCOMPARE(Credits::shared().balance(), std::optional<int>(77));
-        setBalance(500);
     }
 
     void hostedWaitsFiveSecondsLonger() {
@@ -222,24 +178,14 @@ private Q_SLOTS:
         setBalance(500);
     }
 
-    void otherHostedStatuses_data() {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("error message")
-            << 503 << QByteArray(R"({"error":"surcharge"})") << "Ombry : erreur 503 surcharge";
-        QTest::newRow("no message") << 500 << QByteArray("<html>") << "Ombry : erreur 500 ";
-        QTest::newRow("error not text")
-            << 400 << QByteArray(R"({"error":{"x":1}})") << "Ombry : erreur 400 ";
-    }
     void otherHostedStatuses() {
-        QFETCH(int, status);
-        QFETCH(QByteArray, answer);
-        QFETCH(QString, expected);
         ownKey(false, false);
         withSite(true);
-        site.on(kVoice, Reply::json(answer, status));
-        QCOMPARE(failureOf<EngineError>([] { chat(10.0, "Gemini"); }), expected);
+        site.on(kVoice, Reply::json(QByteArray(R"({"error":"surcharge"})"), 503));
+        QCOMPARE(failureOf<EngineError>([] { chat(10.0, "Gemini"); }),
+                 QStringLiteral("Ombry : erreur 503 surcharge")); // "Ombry", whatever the label
+        site.on(kVoice, Reply::json(QByteArray(R"({"error":{"x":1}})"), 400));
+        QCOMPARE(failureOf<EngineError>([] { chat(); }), QStringLiteral("Ombry : erreur 400 "));
         QVERIFY(!Credits::shared().exhausted());
     }
 
@@ -269,11 +215,6 @@ private Q_SLOTS:
                  QStringLiteral("  mot pour mot "));
         openRouter.on(kChat, chatCompletion(" \n "));
         QCOMPARE(await(OpenRouter::complete("s", "texte", "m")), QString());
-        openRouter.on(kChat, Reply::json(QByteArray("<html>oups</html>")));
-        QVERIFY_THROWS_EXCEPTION(DecodeError, await(OpenRouter::complete("s", "texte", "m")));
-        openRouter.on(kChat, Reply::text("quota", 429));
-        QCOMPARE(failureOf<EngineError>([] { await(OpenRouter::complete("s", "texte", "m")); }),
-                 QStringLiteral("OpenRouter : erreur 429 quota"));
     }
 };
 
