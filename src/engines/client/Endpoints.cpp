@@ -1,5 +1,7 @@
 #include "engines/client/Endpoints.h"
 
+#include "data/Settings.h"
+
 namespace ombry::Endpoints {
 
 namespace {
@@ -18,12 +20,9 @@ QString site() {
     return fromEnvironment("OMBRY_SITE_URL", QString());
 }
 
+// The settings decide their defaults by the same rule, so it lives with them.
 bool siteIsValid() {
-    const QString base = site();
-    if (base.isEmpty()) return false;
-    const QUrl url(base, QUrl::StrictMode);
-    return url.isValid() && !url.host().isEmpty() &&
-           (url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https"));
+    return AppSettings::siteURLIsValid();
 }
 
 QUrl siteURL(const QString& path) {
