@@ -69,7 +69,7 @@ Reply chatCompletion(const QString& content, std::optional<double> cost = std::n
 
 // A loopback-only (127.0.0.1) HTTP/1.1 server on a free port, for tests that drive real HTTP
 // clients. It lives on the thread that creates it and answers from that thread's event loop,
-// so the test must keep the loop turning while a request runs: QCoro::waitFor(task),
+// so the test must keep the loop turning while a request runs: test::await(task) (Await.h),
 // QTRY_VERIFY, QSignalSpy::wait or waitForRequests() do; QProcess::waitForFinished does not
 // (use TestHttpServer::runProcess for a child process that talks to the server).
 //
