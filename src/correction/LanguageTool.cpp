@@ -4,9 +4,9 @@
 #include "engines/client/Endpoints.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Http.h"
+#include "engines/client/Json.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTextBoundaryFinder>
 #include <QUrl>
@@ -19,7 +19,7 @@ constexpr int kMaxReplacements = 3;
 constexpr double kTimeoutSeconds = 10.0;
 
 [[noreturn]] void badAnswer(const QString& what) {
-    throw DecodeError(QStringLiteral("LanguageTool : réponse illisible (%1)").arg(what));
+    Json::unreadable(QStringLiteral("LanguageTool"), what);
 }
 
 QJsonObject objectAt(const QJsonObject& o, const char* key) {
@@ -35,11 +35,9 @@ QString stringAt(const QJsonObject& o, const char* key) {
 }
 
 qint64 integerAt(const QJsonObject& o, const char* key) {
-    const QJsonValue v = o.value(QLatin1String(key));
-    const double d = v.toDouble();
-    if (!v.isDouble() || d != static_cast<double>(static_cast<qint64>(d)))
-        badAnswer(QLatin1String(key));
-    return static_cast<qint64>(d);
+    const std::optional<int> v = Json::integer(o.value(QLatin1String(key)));
+    if (!v) badAnswer(QLatin1String(key));
+    return *v;
 }
 
 // The first blank-separated word, lowercased, or nothing.
@@ -67,11 +65,8 @@ QByteArray requestBody(const QString& text, const QString& language) {
 }
 
 QList<Match> decode(const QByteArray& json, const QString& text) {
-    QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(json, &error);
-    if (error.error != QJsonParseError::NoError) badAnswer(error.errorString());
-    if (!doc.isObject()) badAnswer(QStringLiteral("objet attendu"));
-    const QJsonValue list = doc.object().value(QLatin1String("matches"));
+    const QJsonValue list =
+        Json::object(json, QStringLiteral("LanguageTool")).value(QLatin1String("matches"));
     if (!list.isArray()) badAnswer(QStringLiteral("matches"));
 
     QTextBoundaryFinder boundaries(QTextBoundaryFinder::Grapheme, text);
