@@ -2,15 +2,13 @@
 
 // The services that correction talks to, played on a TestHttpServer with the answers the real
 // services give.
+#include "Await.h"
 #include "TestHttpServer.h"
 
 #include "data/KeyStore.h"
 #include "data/Settings.h"
 
-#include <QCoroTask>
 #include <QJsonArray>
-#include <exception>
-#include <optional>
 
 namespace ombry::test {
 
@@ -92,28 +90,6 @@ inline void openRouterOn(const QString& model = "mistralai/mistral-nemo") {
     AppSettings::shared().setOwnKeyMode(true);
     AppSettings::shared().setRewriteEngine(RewriteEngine::OpenRouter);
     AppSettings::shared().setOpenRouterModel(model);
-}
-
-namespace detail {
-template <class T>
-QCoro::Task<void> capture(QCoro::Task<T>& task, std::optional<T>& result,
-                          std::exception_ptr& error) {
-    try {
-        result = co_await task;
-    } catch (...) {
-        error = std::current_exception();
-    }
-}
-} // namespace detail
-
-// Runs a task to its end on a nested event loop and gives its value, or throws what it threw
-// (QCoro::waitFor alone never returns from a task that throws).
-template <class T> T await(QCoro::Task<T>&& task) {
-    std::optional<T> result;
-    std::exception_ptr error;
-    QCoro::waitFor(detail::capture(task, result, error));
-    if (error) std::rethrow_exception(error);
-    return std::move(*result);
 }
 
 } // namespace ombry::test
