@@ -100,7 +100,7 @@ int main(int argc, char** argv) {
 
     report("request body of a 60 s WAV (base64 + JSON object)",
            medianMs(20, [&] { GeminiSpeech::requestBody(prompt, wav, true); }));
-    report("request body serialised to compact JSON", medianMs(20, [&] {
+    report("request body built and serialised to compact JSON", medianMs(20, [&] {
                wire = QJsonDocument(GeminiSpeech::requestBody(prompt, wav, true))
                           .toJson(QJsonDocument::Compact);
            }));
