@@ -15,6 +15,8 @@ namespace {
 
 QCoro::Task<void> runAndExit(Switch sw) {
     co_await runMode(std::move(sw));
+    // Work that the mode posted to the main thread (a cost to record) runs before the end.
+    QCoreApplication::processEvents();
     finishHeadlessRun();
     std::exit(0);
 }
