@@ -4,7 +4,6 @@
 
 #include <QTest>
 #include <QtEndian>
-#include <vector>
 
 using ombry::AudioRecorder;
 
@@ -24,10 +23,6 @@ QByteArray withOne(int count, int at, int16_t value) {
     return out;
 }
 
-int sample0(const QByteArray& b) {
-    return qFromLittleEndian<qint16>(b.constData());
-}
-
 } // namespace
 
 class TstPcm : public QObject {
@@ -37,8 +32,7 @@ private Q_SLOTS:
     void speechSeconds_data() {
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<double>("seconds");
-        QTest::newRow("empty") << QByteArray() << 0.0;
-        QTest::newRow("one byte") << QByteArray(1, char(0x7f)) << 0.0;
+        QTest::newRow("one byte, no sample") << QByteArray(1, char(0x7f)) << 0.0;
         QTest::newRow("RMS 600 is not speech") << run(50 * 320, 600) << 0.0;
         QTest::newRow("RMS 601 is speech") << run(50 * 320, -601) << 1.0;
         // A short last frame is averaged over its own length and counts a whole 20 ms.
@@ -46,7 +40,7 @@ private Q_SLOTS:
         // Voiced frames are counted, not the span between them; the odd byte is no sample.
         QTest::newRow("frames not span")
             << run(320, 700) + run(32000, 0) + run(320, -700) + QByteArray(1, 'x') << 0.04;
-        // RMS over the frame: half at 1000, half silent is ~707.
+        // Root mean square, not mean: half at 1000, half silent is ~707.
         QTest::newRow("rms within frame") << run(160, 1000) + run(160, 0) << 0.02;
     }
     void speechSeconds() {
@@ -59,15 +53,13 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<int>("from"); // first sample kept; -1: the input comes back whole
         QTest::addColumn<int>("to");   // one past the last sample kept
-        QTest::newRow("empty") << QByteArray() << -1 << 0;
         QTest::newRow("one byte") << QByteArray(1, char(0x55)) << -1 << 0;
-        QTest::newRow("500 is not loud") << withOne(20000, 9000, 500) << -1 << 0;
-        QTest::newRow("-500, odd byte") << withOne(20000, 9000, -500) + "z" << -1 << 0;
+        QTest::newRow("-500 is not loud, odd byte kept")
+            << withOne(20000, 9000, -500) + "z" << -1 << 0;
         // Head on the grid from 0 (9,920), tail on the grid from the end (frame 9,760..10,079).
         QTest::newRow("two grids") << withOne(100000, 10000, -501) << 5920 << 14080;
         QTest::newRow("loud near start") << withOne(100000, 3999, 2000) << 0 << 8000;
         QTest::newRow("loud near end") << withOne(100000, 96500, 2000) << 92320 << 100000;
-        QTest::newRow("short buffer") << withOne(700, 350, 2000) << 0 << 700;
         // The odd trailing byte is not carried into a trimmed result.
         QTest::newRow("odd byte dropped") << withOne(30000, 15000, 900) + "q" << 10720 << 19280;
     }
@@ -85,8 +77,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("out");
         QTest::newRow("peak 200 untouched") << qint64(200) << 100 << 100;
         QTest::newRow("peak 12000 untouched") << qint64(12000) << 100 << 100;
-        QTest::newRow("peak 201 gain 8") << qint64(201) << 201 << 1608;
-        QTest::newRow("peak 5000 gain 4") << qint64(5000) << -1234 << -4936;
+        QTest::newRow("peak 201 gain capped at 8") << qint64(201) << 201 << 1608;
         QTest::newRow("peak 11999") << qint64(11999) << 1000 << 1666;
         QTest::newRow("clamped") << qint64(2500) << 5000 << 32767;
         QTest::newRow("never -32768") << qint64(2500) << -32768 << -32767;
@@ -100,29 +91,26 @@ private Q_SLOTS:
         QFETCH(int, out);
         const QByteArray input = run(1, int16_t(in)) + "\xAB";
         const QByteArray result = AudioRecorder::normalize(input, peak);
-        QCOMPARE(sample0(result), out);
-        QCOMPARE(result.mid(2), QByteArray("\xAB")); // the odd byte rides along unchanged
-        QCOMPARE(sample0(input), in);                // the caller's buffer is left alone
+        QCOMPARE(qFromLittleEndian<qint16>(result.constData()), out);
+        QCOMPARE(result.mid(2), QByteArray("\xAB"));   // the odd byte rides along unchanged
+        QCOMPARE(input, run(1, int16_t(in)) + "\xAB"); // the caller's buffer is left alone
     }
 
     void wav() {
         for (const QByteArray& pcm : {QByteArray(), QByteArray("\x01\x02\x03", 3)}) {
             const QByteArray w = AudioRecorder::wav(pcm);
-            const char* h = w.constData();
             QCOMPARE(w.size(), 44 + pcm.size()); // no padding byte for an odd count
             QCOMPARE(w.left(4) + w.mid(8, 8), QByteArray("RIFFWAVEfmt "));
-            QCOMPARE(qFromLittleEndian<quint32>(h + 4), quint32(pcm.size() + 36));
-            QCOMPARE(w.mid(16, 20), QByteArray("\x10\0\0\0\x01\0\x01\0\x80\x3e\0\0"
-                                               "\0\x7d\0\0\x02\0\x10\0",
-                                               20));
-            QCOMPARE(w.mid(36, 4), QByteArray("data"));
-            QCOMPARE(qFromLittleEndian<quint32>(h + 40), quint32(pcm.size()));
+            QCOMPARE(qFromLittleEndian<quint32>(w.constData() + 4), quint32(pcm.size() + 36));
+            QCOMPARE(w.mid(16, 24), QByteArray("\x10\0\0\0\x01\0\x01\0\x80\x3e\0\0"
+                                               "\0\x7d\0\0\x02\0\x10\0data",
+                                               24));
+            QCOMPARE(qFromLittleEndian<quint32>(w.constData() + 40), quint32(pcm.size()));
             QCOMPARE(w.mid(44), pcm);
         }
     }
 
     void peak() {
-        QCOMPARE(AudioRecorder::peak(QByteArray()), 0);
         QCOMPARE(AudioRecorder::peak(run(1, 5) + run(1, -32768) + run(1, 32767)), 32768);
         QCOMPARE(AudioRecorder::peak(QByteArray("\x00\x01\x7f", 3)), 256); // odd byte ignored
     }
