@@ -1,7 +1,6 @@
 #pragma once
 
-// The services that correction talks to, played on a TestHttpServer with the answers the real
-// services give.
+// The services that correction talks to, played on a TestHttpServer.
 #include "Await.h"
 #include "TestHttpServer.h"
 
@@ -16,49 +15,37 @@ constexpr const char* kLanguageTool = "/v2/check";
 constexpr const char* kOpenRouter = "/api/v1/chat/completions";
 constexpr const char* kLocal = "/v1/chat/completions";
 
-// One LanguageTool finding in the service's documented form (most keys are not read).
+// One LanguageTool finding in the service's form (the category's name is its id).
 inline QJsonObject ltMatch(qsizetype offset, qsizetype length, const QStringList& replacements,
-                           const QString& categoryId, const QString& message = "Faute possible.",
-                           const QString& categoryName = {}) {
+                           const QString& category, const QString& message = "Faute.") {
     QJsonArray values;
     for (const QString& r : replacements)
         values.append(QJsonObject{{"value", r}});
-    const QJsonObject category{{"id", categoryId},
-                               {"name", categoryName.isEmpty() ? categoryId : categoryName}};
     return QJsonObject{
         {"message", message},
-        {"shortMessage", ""},
         {"offset", offset},
         {"length", length},
         {"replacements", values},
-        {"context", QJsonObject{{"text", "…"}, {"offset", 0}, {"length", length}}},
-        {"rule", QJsonObject{{"id", "R"}, {"issueType", "misspelling"}, {"category", category}}},
-    };
+        {"rule", QJsonObject{{"category", QJsonObject{{"id", category}, {"name", category}}}}}};
 }
 
 // The finding on the first occurrence of `original` in `text`.
 inline QJsonObject ltFinding(const QString& text, const QString& original,
-                             const QStringList& replacements, const QString& categoryId,
-                             const QString& message = "Faute possible.",
-                             const QString& categoryName = {}) {
-    return ltMatch(text.indexOf(original), original.size(), replacements, categoryId, message,
-                   categoryName);
+                             const QStringList& replacements, const QString& category,
+                             const QString& message = "Faute.") {
+    return ltMatch(text.indexOf(original), original.size(), replacements, category, message);
 }
 
 inline Reply ltReply(const QList<QJsonObject>& matches) {
     QJsonArray list;
     for (const QJsonObject& m : matches)
         list.append(m);
-    return Reply::json(QJsonObject{{"software", QJsonObject{{"name", "LanguageTool"}}},
-                                   {"language", QJsonObject{{"code", "fr"}}},
-                                   {"matches", list}});
+    return Reply::json(QJsonObject{{"matches", list}});
 }
 
 inline Reply chatReply(const QString& content) {
     const QJsonObject message{{"role", "assistant"}, {"content", content}};
-    return Reply::json(QJsonObject{
-        {"choices", QJsonArray{QJsonObject{{"message", message}, {"finish_reason", "stop"}}}},
-        {"usage", QJsonObject{{"prompt_tokens", 10}}}});
+    return Reply::json(QJsonObject{{"choices", QJsonArray{QJsonObject{{"message", message}}}}});
 }
 
 // A local OpenAI-compatible server with one model.
@@ -68,14 +55,14 @@ inline void playLocalModel(TestHttpServer& server, const Reply& answer) {
     server.on(kLocal, answer);
 }
 
-inline QString messageOf(const RecordedRequest& r, int index) {
-    return r.json()["messages"].toArray().at(index)["content"].toString();
-}
 inline QString systemOf(const RecordedRequest& r) {
-    return messageOf(r, 0);
+    return r.json()["messages"][0]["content"].toString();
 }
 inline QString userOf(const RecordedRequest& r) {
-    return messageOf(r, 1);
+    return r.json()["messages"][1]["content"].toString();
+}
+inline QString modelOf(const RecordedRequest& r) {
+    return r.json()["model"].toString();
 }
 
 inline void pointServicesAt(const TestHttpServer& server) {
