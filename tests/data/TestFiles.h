@@ -1,10 +1,7 @@
 #pragma once
 
-#include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QString>
 #include <QTest>
 
 // Reading and writing whole files in the data tests.
