@@ -1,7 +1,7 @@
 #include "desktop/Log.h"
 
+#include "data/Store.h"
 #include "platform/Clock.h"
-#include "platform/Paths.h"
 #include "platform/Platform.h"
 #include "platform/SerialQueue.h"
 
@@ -36,8 +36,10 @@ Journal& journal() {
     return j;
 }
 
+// The store's data folder: asking for it first moves the former identity's folder into place,
+// so that an early line does not make an empty new folder that would stop that move.
 QString defaultPath() {
-    return Paths::dataFolder() + QStringLiteral("/journal.log");
+    return Store::defaultFolder() + QStringLiteral("/journal.log");
 }
 
 // Once per run, at the first write: drop an oversized journal, make sure the file exists,

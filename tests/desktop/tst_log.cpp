@@ -70,6 +70,21 @@ private Q_SLOTS:
         QCOMPARE(journal(), QByteArray("2026-03-14T09:26:53.000Z nouveau\n"));
     }
 
+    void firstLineMovesTheFormerDataFolderFirst() {
+        const QString home = dir_.filePath(QStringLiteral("xdg"));
+        qputenv("XDG_DATA_HOME", home.toUtf8());
+        QVERIFY(QDir().mkpath(home + QStringLiteral("/Talvo")));
+        QFile old(home + QStringLiteral("/Talvo/talvo.log"));
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("ancien\n") == 7);
+        old.close();
+        Log::resetForTests(); // the default place, as in a real run
+        Log::write(QStringLiteral("premier"));
+        path_ = home + QStringLiteral("/Ombry Voice/journal.log");
+        QCOMPARE(journal(), QByteArray("ancien\n2026-03-14T09:26:53.000Z premier\n"));
+        QVERIFY(!QFile::exists(home + QStringLiteral("/Talvo")));
+        qunsetenv("XDG_DATA_HOME");
+    }
+
     void linesFromManyThreadsStayWhole() {
         constexpr int kThreads = 8, kLines = 400;
         const auto line = [](int t, int i) {
