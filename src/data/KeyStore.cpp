@@ -26,16 +26,17 @@ const char* environmentName(APIService s) {
     return s == APIService::Deepgram ? "DEEPGRAM_API_KEY" : "OPENROUTER_API_KEY";
 }
 
-// keys.json as a dictionary of texts; a missing or unreadable file, or a member that is not
-// text, counts as nothing.
+// keys.json as a dictionary from text to text. A missing or unreadable file, or one that is
+// not such a dictionary (a member that is not text included), counts as empty as a whole.
 QMap<QString, QString> readKeysFile(const QString& path) {
     QMap<QString, QString> entries;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) return entries;
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
-    const QJsonObject object = doc.object();
-    for (auto it = object.begin(); it != object.end(); ++it)
-        if (it.value().isString()) entries.insert(it.key(), it.value().toString());
+    const QJsonObject object = QJsonDocument::fromJson(file.readAll()).object();
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        if (!it.value().isString()) return {};
+        entries.insert(it.key(), it.value().toString());
+    }
     return entries;
 }
 

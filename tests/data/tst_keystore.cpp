@@ -58,6 +58,7 @@ private Q_SLOTS:
         QCOMPARE(load(R"({ "deepgram" : "f" })", "k", "e"), std::pair(QString("f"), false));
         QCOMPARE(load(R"({ "deepgram" : "" })", "k", "e"), std::pair(QString("k"), true));
         QCOMPARE(load("pas du JSON", "k", ""), std::pair(QString("k"), true));
+        QCOMPARE(load(R"({ "deepgram" : "f", "n" : 5 })", "k", ""), std::pair(QString("k"), true));
         QCOMPARE(load(R"({ "deepgram" : "" })", "", "e"), std::pair(QString("e"), false));
         QCOMPARE(load("", "", ""), std::pair(QString(), false));
     }
