@@ -8,8 +8,15 @@ class TstHeadless : public QObject {
 
     QString binary() const { return qEnvironmentVariable("OMBRY_BINARY"); }
 
+    QTemporaryDir home_;
+
     QStringList run(const QStringList& args, int* exitCode = nullptr) {
         QProcess p;
+        // The program's settings, data and caches go to a folder of the test's own.
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const char* var : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"})
+            env.insert(QLatin1String(var), home_.filePath(QLatin1String(var)));
+        p.setProcessEnvironment(env);
         p.start(binary(), args);
         if (!p.waitForFinished(120000)) p.kill();
         if (exitCode) *exitCode = p.exitCode();
