@@ -31,10 +31,10 @@ const QString kMeetings = QStringLiteral("meetings.json");
 std::atomic<Store*> sharedInstance{nullptr};
 
 // The list in a file, or nothing when it cannot be read or decoded. A file that exists but
-// does not decode is copied beside itself as "{name}.damaged" first, so that the empty list
-// saved over it soon after loses nothing for good.
+// does not decode is copied beside itself as "{name}.damaged" on the queue, ahead of the empty
+// list that is saved over it soon after, so that its content is not lost for good.
 template <class T>
-T loadFile(const QString& folder, const QString& name,
+T loadFile(const QString& folder, const QString& name, SerialQueue& queue,
            const std::function<std::optional<T>(const QByteArray&)>& decode) {
     QFile file(folder + QLatin1Char('/') + name);
     if (!file.open(QIODevice::ReadOnly)) return T();
@@ -42,8 +42,9 @@ T loadFile(const QString& folder, const QString& name,
     file.close();
     if (auto list = decode(bytes)) return std::move(*list);
     if (!bytes.trimmed().isEmpty())
-        Paths::writeFileAtomically(folder + QLatin1Char('/') + name + QStringLiteral(".damaged"),
-                                   bytes);
+        queue.async([path = folder + QLatin1Char('/') + name + QStringLiteral(".damaged"), bytes] {
+            Paths::writeFileAtomically(path, bytes);
+        });
     return T();
 }
 
@@ -99,13 +100,14 @@ Store::Store(const QString& folder, QObject* parent)
 
     // Each list goes through its setter, which schedules its save: every file is rewritten
     // shortly after start, and made if it was missing.
-    setDictations(loadFile<QList<Dictation>>(folder_, kHistory, decodeList<Dictation>));
-    setWords(loadFile<QStringList>(folder_, kWords, decodeWords));
-    setCorrections(loadFile<QList<Correction>>(folder_, kCorrections, decodeList<Correction>));
-    setFixes(loadFile<QList<CorrectionRecord>>(folder_, kFixes, decodeList<CorrectionRecord>));
-    setSnippets(loadFile<QList<Snippet>>(folder_, kSnippets, decodeList<Snippet>));
-    setCosts(loadFile<QList<CostEntry>>(folder_, kCosts, decodeList<CostEntry>));
-    setMeetings(loadFile<QList<Meeting>>(folder_, kMeetings, decodeList<Meeting>));
+    SerialQueue& q = *ioQueue_;
+    setDictations(loadFile<QList<Dictation>>(folder_, kHistory, q, decodeList<Dictation>));
+    setWords(loadFile<QStringList>(folder_, kWords, q, decodeWords));
+    setCorrections(loadFile<QList<Correction>>(folder_, kCorrections, q, decodeList<Correction>));
+    setFixes(loadFile<QList<CorrectionRecord>>(folder_, kFixes, q, decodeList<CorrectionRecord>));
+    setSnippets(loadFile<QList<Snippet>>(folder_, kSnippets, q, decodeList<Snippet>));
+    setCosts(loadFile<QList<CostEntry>>(folder_, kCosts, q, decodeList<CostEntry>));
+    setMeetings(loadFile<QList<Meeting>>(folder_, kMeetings, q, decodeList<Meeting>));
 }
 
 Store::~Store() {
