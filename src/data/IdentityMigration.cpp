@@ -6,10 +6,15 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <mutex>
 
 namespace ombry::IdentityMigration {
 
 void moveDataFolder(const QString& to) {
+    // The store, the key store and the journal each ask for the folder, possibly from
+    // different threads: one move, with its rename of the journal, ends before another looks.
+    static std::mutex mutex;
+    std::lock_guard lock(mutex);
     const QFileInfo target(to);
     const QString old =
         target.absolutePath() + QLatin1Char('/') + QLatin1String(Paths::kFormerDataFolderName);
