@@ -6,9 +6,12 @@
 #include "engines/client/OpenRouter.h"
 #include "online/OmbryAI.h"
 
+// The CLD2 header uses FILE without including <cstdio>: it comes first, in a block of its own
+// so that sorting the includes keeps it there.
+#include <cstdio>
+
 #include <cld2/public/compact_lang_det.h>
 #include <cld2/public/encodings.h>
-#include <cstdio> // the CLD2 header uses FILE without including it
 
 namespace ombry {
 
