@@ -84,9 +84,12 @@ QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers he
     QNetworkRequest request = Net::request(url, timeoutSeconds);
     for (const auto& [name, value] : headers)
         request.setRawHeader(name, value);
+    // A HEAD sent as a custom verb would wait for a body that never comes.
+    QNetworkReply* const sent = method == "HEAD"
+                                    ? Net::session()->head(request)
+                                    : Net::session()->sendCustomRequest(request, method, body);
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
-        Net::session()->sendCustomRequest(request, method, body),
-        [](QNetworkReply* r) { r->deleteLater(); });
+        sent, [](QNetworkReply* r) { r->deleteLater(); });
     co_await reply.get();
 
     Reply out;

@@ -1,11 +1,13 @@
 #include "engines/client/Net.h"
 
 #include "engines/client/Endpoints.h"
+#include "engines/client/Http.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QThread>
+#include <exception>
 #include <mutex>
 
 namespace ombry::Net {
@@ -36,10 +38,15 @@ QNetworkRequest request(const QUrl& url, double timeoutSeconds) {
 
 namespace {
 
-void head(const QUrl& url) {
-    if (!url.isValid()) return;
-    QNetworkReply* reply = session()->head(request(url, 60.0));
-    QObject::connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
+// Through Http::send, so that the HEAD takes one of the host's slots like any other request.
+// Nobody awaits the task: it ends by itself, its answer and its failure dropped.
+QCoro::Task<void> head(QUrl url) {
+    if (!url.isValid()) co_return;
+    const Http::Headers none;
+    try {
+        co_await Http::send("HEAD", url, QByteArray(), none, 60.0);
+    } catch (const std::exception&) {
+    }
 }
 
 void fire() {

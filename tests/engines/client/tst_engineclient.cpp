@@ -7,6 +7,7 @@
 #include "data/Store.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Http.h"
+#include "engines/client/Net.h"
 #include "engines/client/OpenRouter.h"
 #include "engines/client/Spending.h"
 
@@ -87,10 +88,16 @@ private Q_SLOTS:
         for (int i = 0; i < 7; ++i)
             tasks.push_back(postInto(QUrl(server.url().toString() + "/slow"), &statuses));
         QVERIFY(server.waitForRequests(4));
+        // The warm-up's HEADs (site, LanguageTool) queue for a slot like any other request.
+        qputenv("OMBRY_SITE_URL", server.url().toString().toUtf8());
+        qputenv("OMBRY_LANGUAGETOOL_URL", server.url().toString().toUtf8());
+        Net::warmUp();
         QTest::qWait(100);
         QCOMPARE(server.count(), 4); // the others wait for a free slot
         QTRY_COMPARE_WITH_TIMEOUT(statuses.size(), 7, 10000);
         QCOMPARE(statuses, QList<int>(7, 200));
+        QTRY_COMPARE(server.count(), 9);
+        QCOMPARE(server.requests("/api/credits").first().method, QByteArray("HEAD"));
     }
 
     void spendingRecordsOnlyAPositiveCost() {
