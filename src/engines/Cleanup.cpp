@@ -320,7 +320,8 @@ QString hint(const std::optional<QString>& appID) {
 namespace Hallucination {
 
 bool isFake(const QString& text) {
-    const QString lower = text.toLower();
+    // Composed first, so that a decomposed "désolé" still matches.
+    const QString lower = text.normalized(QString::NormalizationForm_C).toLower();
     return containsAny(kSubjectWords, lower) && containsAny(kRefusalWords, lower);
 }
 

@@ -47,6 +47,7 @@ private Q_SLOTS:
             {" J'ai entendu. Aucun doute. ", "J'ai entendu. Aucun doute."}, // no sentence alone
             {"Audio vide!!! Fin", "!! Fin"},
             {"Merci. Audio inaudible", "Merci."}, // an excuse without an end mark
+            {"Oui. De\u0301sole\u0301, l'audio coupe.", "Oui."}, // decomposed accents
         };
         for (const auto& [text, expected] : cases)
             QCOMPARE(Hallucination::clean(text), expected);
