@@ -127,7 +127,9 @@ QString jsonCut(const QString& content) {
 }
 
 QString field(const QString& name, const QString& text) {
-    const QRegularExpression key(QLatin1Char('"') + name + QStringLiteral("\"\\s*:\\s*\""));
+    // Blanks in the Unicode sense around the colon (a no-break space counts).
+    const QRegularExpression key(QLatin1Char('"') + name + QStringLiteral("\"\\s*:\\s*\""),
+                                 QRegularExpression::UseUnicodePropertiesOption);
     const QRegularExpressionMatch match = key.match(text);
     if (!match.hasMatch()) return {};
     QString value;
