@@ -172,6 +172,16 @@ QString raiseFirst(const QString& text) {
 
 } // namespace
 
+QString trimBlanks(const QString& text) {
+    qsizetype start = 0;
+    qsizetype end = text.size();
+    while (start < end && isBlank(text[start]))
+        ++start;
+    while (end > start && isBlank(text[end - 1]))
+        --end;
+    return text.mid(start, end - start);
+}
+
 QString promptName(Language language) {
     switch (language) {
     case Language::Auto:
@@ -239,17 +249,9 @@ QString instructions(const QString& language, const QStringList& words) {
         "hésitations.\nN'ajoute rien, ne réponds pas aux questions du texte, ne commente pas. "
         "Renvoie uniquement le texte final.");
     QStringList kept;
-    for (const QString& word : words) {
-        // Blank entries are left out; the others go in as they are, untrimmed.
-        bool blank = true;
-        for (QChar c : word) {
-            if (!isBlank(c)) {
-                blank = false;
-                break;
-            }
-        }
-        if (!blank) kept << word;
-    }
+    // Blank entries are left out; the others go in as they are, untrimmed.
+    for (const QString& word : words)
+        if (!trimBlanks(word).isEmpty()) kept << word;
     if (!kept.isEmpty())
         prompt += QStringLiteral("\nOrthographe à respecter pour ces mots : ") +
                   kept.join(QStringLiteral(", ")) + QLatin1Char('.');
@@ -287,13 +289,7 @@ QString basicCleanup(const QString& text) {
 
     result.replace(QStringLiteral("  "), QStringLiteral(" "));
 
-    qsizetype start = 0;
-    qsizetype end = result.size();
-    while (start < end && isBlank(result[start]))
-        ++start;
-    while (end > start && isBlank(result[end - 1]))
-        --end;
-    result = result.mid(start, end - start);
+    result = trimBlanks(result);
 
     if (!result.isEmpty()) result = raiseFirst(result);
     return result;

@@ -13,6 +13,9 @@
 
 namespace ombry {
 
+// The text without the blanks at its two ends: spaces of any width and tabs, never line breaks.
+QString trimBlanks(const QString& text);
+
 // The French name of a language as prompts say it ("français", "anglais", ...).
 QString promptName(Language language);
 

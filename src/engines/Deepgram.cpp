@@ -1,6 +1,7 @@
 #include "engines/Deepgram.h"
 
 #include "data/KeyStore.h"
+#include "engines/Cleanup.h"
 #include "engines/client/Endpoints.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Http.h"
@@ -38,7 +39,7 @@ QUrl listenURL(const QString& model, const QString& language, const QStringList&
     };
     const bool nova3 = model.startsWith(QLatin1String("nova-3"));
     for (const QString& word : keyterms) {
-        const QString term = word.trimmed();
+        const QString term = trimBlanks(word);
         if (term.isEmpty()) continue;
         if (nova3)
             items.append({QStringLiteral("keyterm"), term});

@@ -28,7 +28,7 @@ void guard() {
 QString dictionarySuffix(const QStringList& words) {
     QStringList kept;
     for (const QString& w : words)
-        if (!w.trimmed().isEmpty()) kept << w;
+        if (!trimBlanks(w).isEmpty()) kept << w;
     if (kept.isEmpty()) return {};
     return QStringLiteral("\nMots à reconnaître et à écrire ainsi : ") +
            kept.join(QStringLiteral(", ")) + QLatin1Char('.');

@@ -68,15 +68,16 @@ private Q_SLOTS:
 
     void transcribeSendsTheAudioMessageAndReadsTheReply() {
         openRouter.on(kChat, chatCompletion("  Bonjour. Je n'ai pas pu entendre l'audio.\n"));
-        QCOMPARE(transcribe(wav, {"Ombry", " ", " Léa "}), QStringLiteral("Bonjour."));
+        QCOMPARE(transcribe(wav, {"Ombry", " \t", " Léa ", "\n"}), QStringLiteral("Bonjour."));
         const RecordedRequest r = openRouter.last();
         QCOMPARE(r.json().value("model").toString(),
                  QStringLiteral("google/gemini-2.5-flash-lite"));
         QCOMPARE(message(r, 1).value("content").toArray().size(), 1); // the audio part only
         QCOMPARE(sentAudio(r), wav);
-        // Blank entries are left out, the others kept as typed.
+        // Blank entries (spaces, tabs) are left out, the others kept as typed; a line break is
+        // no blank.
         QVERIFY(message(r, 0).value("content").toString().endsWith(
-            "\nMots à reconnaître et à écrire ainsi : Ombry,  Léa ."));
+            "\nMots à reconnaître et à écrire ainsi : Ombry,  Léa , \n."));
         openRouter.on(kChat, Reply::json(QByteArray(R"({"choices":[]})")));
         QCOMPARE(transcribe(wav), QString());
     }
