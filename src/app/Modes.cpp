@@ -55,7 +55,7 @@ QCoro::Task<void> runMode(Switch sw) {
             co_await notAvailable(sw.mode);
         }
     } catch (const std::exception& e) {
-        printLine(QStringLiteral("erreur: ") + QString::fromUtf8(e.what()));
+        printError(e);
     }
 }
 

@@ -6,7 +6,18 @@
 namespace ombry {
 
 // The command-line modes, in the order in which they are tested.
-enum class Mode { ChunkTest, Update, FastTest, CallTest, Command, Translate, Correct, Test, Icon, Snapshot };
+enum class Mode {
+    ChunkTest,
+    Update,
+    FastTest,
+    CallTest,
+    Command,
+    Translate,
+    Correct,
+    Test,
+    Icon,
+    Snapshot
+};
 
 struct Switch {
     Mode mode;

@@ -25,7 +25,8 @@ QCoro::Task<void> runAndExit(Switch sw) {
 
 int main(int argc, char** argv) {
     QStringList arguments;
-    for (int i = 0; i < argc; ++i) arguments << QString::fromLocal8Bit(argv[i]);
+    for (int i = 0; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
     const std::optional<Switch> sw = findSwitch(arguments);
 
     // The modes that draw need a GUI application but never a window or a display.
