@@ -5,7 +5,9 @@
 
 namespace ombry {
 
-QDateTime SystemClock::now() const { return QDateTime::currentDateTimeUtc(); }
+QDateTime SystemClock::now() const {
+    return QDateTime::currentDateTimeUtc();
+}
 
 int64_t SystemClock::elapsedMs() const {
     static const QElapsedTimer timer = [] {
@@ -26,7 +28,9 @@ int64_t ManualClock::maxSleepMs(int64_t untilDeadline) const {
     return std::min<int64_t>(untilDeadline, 1);
 }
 
-void ManualClock::advance(int64_t ms) { elapsed_ += ms; }
+void ManualClock::advance(int64_t ms) {
+    elapsed_ += ms;
+}
 
 void ManualClock::setNow(const QDateTime& t) {
     startEpochMs_ = t.toMSecsSinceEpoch() - elapsed_.load();

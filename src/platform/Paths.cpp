@@ -14,11 +14,19 @@ QString xdg(const char* var, const char* fallbackUnderHome) {
 
 } // namespace
 
-QString dataHome() { return xdg("XDG_DATA_HOME", ".local/share"); }
-QString configHome() { return xdg("XDG_CONFIG_HOME", ".config"); }
-QString cacheHome() { return xdg("XDG_CACHE_HOME", ".cache"); }
+QString dataHome() {
+    return xdg("XDG_DATA_HOME", ".local/share");
+}
+QString configHome() {
+    return xdg("XDG_CONFIG_HOME", ".config");
+}
+QString cacheHome() {
+    return xdg("XDG_CACHE_HOME", ".cache");
+}
 
-QString dataFolder() { return dataHome() + QLatin1Char('/') + QLatin1String(kDataFolderName); }
+QString dataFolder() {
+    return dataHome() + QLatin1Char('/') + QLatin1String(kDataFolderName);
+}
 
 QString defaultsFile() {
     return configHome() + QLatin1Char('/') + QLatin1String(kDomain) + QStringLiteral(".json");

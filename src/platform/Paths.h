@@ -15,8 +15,8 @@ inline constexpr const char* kFormerDataFolderName = "Talvo";
 inline constexpr const char* kDomain = "com.quennard.ombryvoice";
 inline constexpr const char* kFormerDomain = "com.quennard.talvo";
 
-QString dataFolder();       // dataHome()/Ombry Voice: the user's lists, keys and journal
-QString defaultsFile();     // configHome()/com.quennard.ombryvoice.json
+QString dataFolder();         // dataHome()/Ombry Voice: the user's lists, keys and journal
+QString defaultsFile();       // configHome()/com.quennard.ombryvoice.json
 QString formerDefaultsFile(); // configHome()/com.quennard.talvo.json
 
 // Writes the whole file or nothing: the data goes to a temporary file in the same folder

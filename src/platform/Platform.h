@@ -32,9 +32,9 @@ public:
     virtual ~MachineInfo() = default;
     virtual uint64_t physicalMemoryBytes() = 0;
     virtual int activeProcessorCount() = 0;
-    virtual QString cpuBrand() = 0;         // empty when unknown
-    virtual bool lowPowerMode() = 0;        // power-saver profile
-    virtual int thermalState() = 0;         // 0 nominal, 1 fair, 2 serious, 3 critical
+    virtual QString cpuBrand() = 0;          // empty when unknown
+    virtual bool lowPowerMode() = 0;         // power-saver profile
+    virtual int thermalState() = 0;          // 0 nominal, 1 fair, 2 serious, 3 critical
     virtual QString machineIdentifier() = 0; // stable per machine; empty when unknown
 };
 

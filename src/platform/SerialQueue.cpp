@@ -22,7 +22,9 @@ SerialQueue::~SerialQueue() {
     thread_.join();
 }
 
-Clock& SerialQueue::clock() const { return clock_ ? *clock_ : Platform::current().clock(); }
+Clock& SerialQueue::clock() const {
+    return clock_ ? *clock_ : Platform::current().clock();
+}
 
 void SerialQueue::async(std::function<void()> fn) {
     enqueue(clock().elapsedMs(), std::make_shared<WorkItem>(std::move(fn)));

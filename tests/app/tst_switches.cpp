@@ -13,20 +13,21 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("switchArgs");
         const auto S = [](std::initializer_list<const char*> l) {
             QStringList r;
-            for (auto s : l) r << QString::fromUtf8(s);
+            for (auto s : l)
+                r << QString::fromUtf8(s);
             return r;
         };
         QTest::newRow("none") << S({"ombry-voice"}) << -1 << QStringList();
         QTest::newRow("missing argument") << S({"ombry-voice", "--test"}) << -1 << QStringList();
-        QTest::newRow("update beats test")
-            << S({"ombry-voice", "--test", "x.wav", "--update"}) << int(Mode::Update) << QStringList();
+        QTest::newRow("update beats test") << S({"ombry-voice", "--test", "x.wav", "--update"})
+                                           << int(Mode::Update) << QStringList();
         QTest::newRow("update last still applies")
             << S({"ombry-voice", "--update"}) << int(Mode::Update) << QStringList();
         QTest::newRow("command needs two")
             << S({"ombry-voice", "--command", "onlyone"}) << -1 << QStringList();
         QTest::newRow("command short falls through to translate")
-            << S({"ombry-voice", "--translate", "bonjour", "--command", "x"}) << int(Mode::Translate)
-            << S({"bonjour"});
+            << S({"ombry-voice", "--translate", "bonjour", "--command", "x"})
+            << int(Mode::Translate) << S({"bonjour"});
         QTest::newRow("command") << S({"ombry-voice", "--command", "en anglais", "salut"})
                                  << int(Mode::Command) << S({"en anglais", "salut"});
         QTest::newRow("first occurrence counts")

@@ -46,7 +46,7 @@ private Q_SLOTS:
             {"Sorry, I could not hear the recording", ""},
             {" J'ai entendu. Aucun doute. ", "J'ai entendu. Aucun doute."}, // no sentence alone
             {"Audio vide!!! Fin", "!! Fin"},
-            {"Merci. Audio inaudible", "Merci."}, // an excuse without an end mark
+            {"Merci. Audio inaudible", "Merci."},                // an excuse without an end mark
             {"Oui. De\u0301sole\u0301, l'audio coupe.", "Oui."}, // decomposed accents
         };
         for (const auto& [text, expected] : cases)

@@ -1,5 +1,5 @@
-#include "platform/SerialQueue.h"
 #include "platform/Paths.h"
+#include "platform/SerialQueue.h"
 
 #include "FakePlatform.h"
 

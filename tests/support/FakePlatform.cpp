@@ -2,7 +2,8 @@
 
 namespace ombry::test {
 
-std::optional<QString> FakeKeychain::genericPassword(const QString& service, const QString& account) {
+std::optional<QString> FakeKeychain::genericPassword(const QString& service,
+                                                     const QString& account) {
     const auto it = items.constFind({service, account});
     if (it == items.constEnd()) return std::nullopt;
     return *it;
