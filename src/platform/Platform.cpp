@@ -13,7 +13,10 @@ Platform& Platform::current() {
 Platform::Platform()
     : clock_(std::make_unique<SystemClock>()), keychain_(linux_platform::makeKeychain()),
       notifier_(linux_platform::makeNotifier()), machine_(linux_platform::makeMachineInfo()),
-      browser_(linux_platform::makeBrowser()) {}
+      browser_(linux_platform::makeBrowser()), keyboard_(linux_platform::makeKeyboardHook()),
+      keyPoster_(linux_platform::makeKeyPoster()), clipboard_(linux_platform::makeClipboard()),
+      windows_(linux_platform::makeWindows()), audio_(linux_platform::makeAudioSystem()),
+      speech_(linux_platform::makeSpeechOutput()) {}
 
 void Platform::setClock(std::unique_ptr<Clock> c) {
     clock_ = std::move(c);
@@ -29,6 +32,24 @@ void Platform::setMachine(std::unique_ptr<MachineInfo> m) {
 }
 void Platform::setBrowser(std::unique_ptr<Browser> b) {
     browser_ = std::move(b);
+}
+void Platform::setKeyboard(std::unique_ptr<KeyboardHook> k) {
+    keyboard_ = std::move(k);
+}
+void Platform::setKeyPoster(std::unique_ptr<KeyPoster> p) {
+    keyPoster_ = std::move(p);
+}
+void Platform::setClipboard(std::unique_ptr<Clipboard> c) {
+    clipboard_ = std::move(c);
+}
+void Platform::setWindows(std::unique_ptr<Windows> w) {
+    windows_ = std::move(w);
+}
+void Platform::setAudio(std::unique_ptr<AudioSystem> a) {
+    audio_ = std::move(a);
+}
+void Platform::setSpeech(std::unique_ptr<SpeechOutput> s) {
+    speech_ = std::move(s);
 }
 
 } // namespace ombry

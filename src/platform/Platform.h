@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Desktop.h"
+
 #include <QString>
 #include <QUrl>
 #include <cstdint>
@@ -56,6 +58,12 @@ public:
     Notifier& notifier() { return *notifier_; }
     MachineInfo& machine() { return *machine_; }
     Browser& browser() { return *browser_; }
+    KeyboardHook& keyboard() { return *keyboard_; }
+    KeyPoster& keyPoster() { return *keyPoster_; }
+    Clipboard& clipboard() { return *clipboard_; }
+    Windows& windows() { return *windows_; }
+    AudioSystem& audio() { return *audio_; }
+    SpeechOutput& speech() { return *speech_; }
 
     // Replacing a service; the previous one is destroyed. For start-up and tests only.
     void setClock(std::unique_ptr<Clock> c);
@@ -63,6 +71,12 @@ public:
     void setNotifier(std::unique_ptr<Notifier> n);
     void setMachine(std::unique_ptr<MachineInfo> m);
     void setBrowser(std::unique_ptr<Browser> b);
+    void setKeyboard(std::unique_ptr<KeyboardHook> k);
+    void setKeyPoster(std::unique_ptr<KeyPoster> p);
+    void setClipboard(std::unique_ptr<Clipboard> c);
+    void setWindows(std::unique_ptr<Windows> w);
+    void setAudio(std::unique_ptr<AudioSystem> a);
+    void setSpeech(std::unique_ptr<SpeechOutput> s);
 
 private:
     Platform();
@@ -71,6 +85,12 @@ private:
     std::unique_ptr<Notifier> notifier_;
     std::unique_ptr<MachineInfo> machine_;
     std::unique_ptr<Browser> browser_;
+    std::unique_ptr<KeyboardHook> keyboard_;
+    std::unique_ptr<KeyPoster> keyPoster_;
+    std::unique_ptr<Clipboard> clipboard_;
+    std::unique_ptr<Windows> windows_;
+    std::unique_ptr<AudioSystem> audio_;
+    std::unique_ptr<SpeechOutput> speech_;
 };
 
 } // namespace ombry

@@ -1,5 +1,8 @@
 #include "FakePlatform.h"
 
+#include <stdexcept>
+#include <utility>
+
 namespace ombry::test {
 
 std::optional<QString> FakeKeychain::genericPassword(const QString& service,
@@ -19,23 +22,149 @@ QList<FakeNotifier::Posted> FakeNotifier::posted() const {
     return posted_;
 }
 
+bool FakeKeyboard::start(Handler handler) {
+    if (!available) return false;
+    handler_ = std::move(handler);
+    return true;
+}
+
+void FakeKeyboard::send(const KeyEvent& event) {
+    if (event.type == KeyEvent::Type::FlagsChanged) flags = event.flags;
+    if (handler_) handler_(event);
+}
+
+bool FakeKeyboard::swallows(uint16_t keyCode, uint64_t modifiers) const {
+    return swallowed.contains(KeyCombo{keyCode, modifiers});
+}
+
+bool FakeKeyPoster::post(uint16_t keyCode, uint64_t modifiers) {
+    const KeyCombo combo{keyCode, modifiers};
+    posted << combo;
+    if (onPost) onPost(combo);
+    return true;
+}
+
+void FakeClipboard::restore(const ClipboardSnapshot& s) {
+    content = s;
+    pendingFetch = {};
+    ++changes;
+}
+
+void FakeClipboard::clear() {
+    content.clear();
+    pendingFetch = {};
+    ++changes;
+}
+
+void FakeClipboard::setText(const QString& text, bool alsoPrimary,
+                            std::function<void()> onFetched) {
+    content = {{QStringLiteral("text/plain"), text.toUtf8()}};
+    if (alsoPrimary) selection = text;
+    pendingFetch = std::move(onFetched);
+    ++changes;
+}
+
+std::optional<QString> FakeClipboard::text() {
+    for (const auto& [type, data] : content)
+        if (type == QLatin1String("text/plain") || type.startsWith(QLatin1String("text/plain;")))
+            return QString::fromUtf8(data);
+    return std::nullopt;
+}
+
+std::optional<QString> FakeClipboard::fetch() {
+    auto fetched = std::exchange(pendingFetch, {});
+    if (fetched) fetched();
+    return text();
+}
+
+class FakeCapture final : public CaptureStream {
+public:
+    explicit FakeCapture(FakeAudio& audio) : audio_(audio) {}
+    void stop() override {
+        std::lock_guard lock(audio_.mutex_);
+        audio_.onPcm_ = {};
+        audio_.onEnd_ = {};
+    }
+
+private:
+    FakeAudio& audio_;
+};
+
+std::unique_ptr<CaptureStream> FakeAudio::capture(const QString& source, PcmHandler onPcm,
+                                                  EndHandler onEnd) {
+    if (!available) throw std::runtime_error("micro indisponible (test)");
+    std::lock_guard lock(mutex_);
+    capturedFrom = source;
+    ++captures;
+    onPcm_ = std::move(onPcm);
+    onEnd_ = std::move(onEnd);
+    return std::make_unique<FakeCapture>(*this);
+}
+
+void FakeAudio::play(const QByteArray& pcm, int rate) {
+    std::lock_guard lock(mutex_);
+    played << qMakePair(pcm, rate);
+}
+
+void FakeAudio::feed(const QByteArray& pcm) {
+    PcmHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        handler = onPcm_;
+    }
+    if (handler) handler(pcm);
+}
+
+void FakeAudio::end(const QString& reason) {
+    EndHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        handler = std::exchange(onEnd_, {});
+        onPcm_ = {};
+    }
+    if (handler) handler(reason);
+}
+
+bool FakeAudio::capturing() const {
+    std::lock_guard lock(mutex_);
+    return bool(onPcm_);
+}
+
 FakePlatform::FakePlatform() {
     auto clock = std::make_unique<ManualClock>();
     auto keychain = std::make_unique<FakeKeychain>();
     auto notifier = std::make_unique<FakeNotifier>();
     auto machine = std::make_unique<FakeMachine>();
     auto browser = std::make_unique<FakeBrowser>();
+    auto keyboard = std::make_unique<FakeKeyboard>();
+    auto keyPoster = std::make_unique<FakeKeyPoster>();
+    auto clipboard = std::make_unique<FakeClipboard>();
+    auto windows = std::make_unique<FakeWindows>();
+    auto audio = std::make_unique<FakeAudio>();
+    auto speech = std::make_unique<FakeSpeech>();
     clock_ = clock.get();
     keychain_ = keychain.get();
     notifier_ = notifier.get();
     machine_ = machine.get();
     browser_ = browser.get();
+    keyboard_ = keyboard.get();
+    keyPoster_ = keyPoster.get();
+    clipboard_ = clipboard.get();
+    windows_ = windows.get();
+    audio_ = audio.get();
+    speech_ = speech.get();
     Platform& p = Platform::current();
     p.setClock(std::move(clock));
     p.setKeychain(std::move(keychain));
     p.setNotifier(std::move(notifier));
     p.setMachine(std::move(machine));
     p.setBrowser(std::move(browser));
+    p.setKeyboard(std::move(keyboard));
+    p.setKeyPoster(std::move(keyPoster));
+    p.setClipboard(std::move(clipboard));
+    p.setWindows(std::move(windows));
+    p.setAudio(std::move(audio));
+    p.setSpeech(std::move(speech));
 }
 
 FakePlatform::~FakePlatform() {

@@ -55,6 +55,110 @@ public:
     }
 };
 
+// The keyboard: the test sends events with press(); swallowed combos and posted keys are kept.
+class FakeKeyboard final : public KeyboardHook {
+public:
+    bool available = true;
+    QList<KeyCombo> swallowed;
+    bool acceptPosted = false;
+    uint64_t flags = 0;
+
+    bool start(Handler handler) override;
+    void stop() override { handler_ = {}; }
+    bool running() const override { return bool(handler_); }
+    QString reason() const override { return QStringLiteral("pas de clavier (test)"); }
+    void setSwallowed(const QList<KeyCombo>& combos) override { swallowed = combos; }
+    void setAcceptPostedKeys(bool accept) override { acceptPosted = accept; }
+    uint64_t lastModifierFlags() const override { return flags; }
+    // Delivers an event as the hook would (flags-changed events also set lastModifierFlags).
+    void send(const KeyEvent& event);
+    bool swallows(uint16_t keyCode, uint64_t modifiers) const;
+
+private:
+    Handler handler_;
+};
+
+class FakeKeyPoster final : public KeyPoster {
+public:
+    QList<KeyCombo> posted;
+    std::function<void(const KeyCombo&)> onPost; // lets a test play the target application
+    bool post(uint16_t keyCode, uint64_t modifiers) override;
+};
+
+class FakeClipboard final : public Clipboard {
+public:
+    ClipboardSnapshot content;        // what the clipboard holds now
+    std::optional<QString> selection; // PRIMARY
+    uint64_t changes = 0;
+    std::function<void()> pendingFetch; // the onFetched of the last setText, until fetch()
+
+    ClipboardSnapshot snapshot() override { return content; }
+    void restore(const ClipboardSnapshot& s) override;
+    void clear() override;
+    void setText(const QString& text, bool alsoPrimary, std::function<void()> onFetched) override;
+    std::optional<QString> text() override;
+    uint64_t changeCount() override { return changes; }
+    std::optional<QString> selectedText() override { return selection; }
+    // Another application reads the clipboard: returns its text and calls onFetched once.
+    std::optional<QString> fetch();
+};
+
+class FakeWindows final : public Windows {
+public:
+    std::optional<AppWindow> front;
+    QList<AppWindow> activated;
+    QMap<int64_t, QString> names;
+    std::optional<AppWindow> frontmost() override { return front; }
+    bool activate(const AppWindow& w) override {
+        activated << w;
+        front = w;
+        return true;
+    }
+    QString applicationName(int64_t pid) override { return names.value(pid); }
+};
+
+// Capture plays the PCM a test gives it; stop() returns at once.
+class FakeAudio final : public AudioSystem {
+public:
+    bool available = true;
+    QList<AudioSource> mics{{QStringLiteral("test-mic"), QStringLiteral("Micro de test")}};
+    QList<QPair<QByteArray, int>> played; // (pcm, rate) of every sound played
+    QString capturedFrom;                 // the source of the last capture
+    int captures = 0;
+
+    std::unique_ptr<CaptureStream> capture(const QString& source, PcmHandler onPcm,
+                                           EndHandler onEnd) override;
+    QList<AudioSource> microphones() override { return mics; }
+    void watchMicrophones(std::function<void()> handler) override { micsChanged = handler; }
+    bool microphoneAvailable() override { return available; }
+    void play(const QByteArray& pcm, int rate) override;
+    // Feeds PCM to the running capture, as the capture thread would.
+    void feed(const QByteArray& pcm);
+    // Ends the running capture as a vanished source would.
+    void end(const QString& reason);
+    bool capturing() const;
+
+    std::function<void()> micsChanged;
+
+private:
+    mutable std::mutex mutex_;
+    PcmHandler onPcm_;
+    EndHandler onEnd_;
+    friend class FakeCapture;
+};
+
+class FakeSpeech final : public SpeechOutput {
+public:
+    QList<QPair<QString, QString>> spoken; // (text, language)
+    bool isSpeaking = false;
+    void speak(const QString& text, const QString& language) override {
+        spoken << qMakePair(text, language);
+        isSpeaking = true;
+    }
+    void stop() override { isSpeaking = false; }
+    bool speaking() const override { return isSpeaking; }
+};
+
 // Installs fakes for every platform service for the life of the object, and gives the test
 // direct access to them. The clock starts at 2026-03-14T09:26:53Z and moves only by advance().
 class FakePlatform {
@@ -69,6 +173,12 @@ public:
     FakeNotifier& notifier() { return *notifier_; }
     FakeMachine& machine() { return *machine_; }
     FakeBrowser& browser() { return *browser_; }
+    FakeKeyboard& keyboard() { return *keyboard_; }
+    FakeKeyPoster& keyPoster() { return *keyPoster_; }
+    FakeClipboard& clipboard() { return *clipboard_; }
+    FakeWindows& windows() { return *windows_; }
+    FakeAudio& audio() { return *audio_; }
+    FakeSpeech& speech() { return *speech_; }
 
 private:
     ManualClock* clock_;
@@ -76,6 +186,12 @@ private:
     FakeNotifier* notifier_;
     FakeMachine* machine_;
     FakeBrowser* browser_;
+    FakeKeyboard* keyboard_;
+    FakeKeyPoster* keyPoster_;
+    FakeClipboard* clipboard_;
+    FakeWindows* windows_;
+    FakeAudio* audio_;
+    FakeSpeech* speech_;
 };
 
 } // namespace ombry::test

@@ -1,0 +1,191 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+// The desktop services of the operating system: the global keyboard, posted keys, the
+// clipboard and the selection, the window in front, audio capture and playback, speech
+// output. The logic (controller, hotkey monitor, paster, recorder) only sees these
+// interfaces; the X11 + PulseAudio implementation lives in platform/linux/, a Wayland one can
+// sit beside it, and the tests install fakes. No X11 or PulseAudio type appears here.
+namespace ombry {
+
+// The program's own key vocabulary. Settings files store these values, so they mean the same
+// whatever the display system; each keyboard implementation translates its own codes.
+namespace keycode {
+constexpr uint16_t C = 8;
+constexpr uint16_t V = 9;
+constexpr uint16_t R = 15;
+constexpr uint16_t Return = 36;
+constexpr uint16_t Escape = 53;
+constexpr uint16_t RightCommand = 54; // Right Super
+constexpr uint16_t LeftShift = 56;
+constexpr uint16_t LeftOption = 58; // Left Alt
+constexpr uint16_t LeftControl = 59;
+constexpr uint16_t RightShift = 60;
+constexpr uint16_t RightOption = 61;  // Right Alt / AltGr
+constexpr uint16_t RightControl = 62; // Right Ctrl
+constexpr uint16_t Fn = 63;           // the Menu key (Fn never reaches the display server)
+constexpr uint16_t Insert = 114;
+constexpr uint16_t LeftCommand = 55; // Left Super
+} // namespace keycode
+
+namespace modifier {
+constexpr uint64_t Shift = 0x20000;
+constexpr uint64_t Control = 0x40000;
+constexpr uint64_t Option = 0x80000;   // Alt
+constexpr uint64_t Command = 0x100000; // Super
+constexpr uint64_t Mask = 0x1E0000;
+// Device bits: which key of a pair is down.
+constexpr uint64_t RightOptionDown = 0x40;
+constexpr uint64_t RightCommandDown = 0x10;
+constexpr uint64_t RightControlDown = 0x2000;
+constexpr uint64_t FnDown = 0x800000;
+// The modifier of copy and paste: Control on Linux (Command on the original platform).
+constexpr uint64_t Primary = Control;
+} // namespace modifier
+
+// One keyboard event as the hook reports it, already in the program's vocabulary.
+struct KeyEvent {
+    enum class Type { FlagsChanged, KeyDown };
+    Type type = Type::KeyDown;
+    uint16_t keyCode = 0;
+    uint64_t flags = 0;      // modifier flags after the event, with the device bits
+    bool autoRepeat = false; // a key-down repeated by holding the key
+    // 0 for a key of a real keyboard (or one this process posted); otherwise the process that
+    // posted it when known, or -1 when a program posted it and its process is unknown (XTEST).
+    int64_t sourcePid = 0;
+    int64_t sourceState = 1;   // an identifier of the event source, for the journal
+    bool postedBySelf = false; // this process posted it through KeyPoster
+};
+
+// A key and modifiers that the hook takes away from the application in front.
+struct KeyCombo {
+    uint16_t keyCode = 0;
+    uint64_t modifiers = 0; // of modifier::Mask
+    bool operator==(const KeyCombo&) const = default;
+};
+
+// The global keyboard. Sees every key of the session without taking it, and swallows only the
+// combinations named by setSwallowed(). Events are delivered on the main thread, in order.
+class KeyboardHook {
+public:
+    virtual ~KeyboardHook() = default;
+    using Handler = std::function<void(const KeyEvent&)>;
+    // Starts listening; false when the session offers no global keyboard (no X display, a
+    // Wayland session). reason() then says why, in French, for the journal and the user.
+    virtual bool start(Handler handler) = 0;
+    virtual void stop() = 0;
+    virtual bool running() const = 0;
+    virtual QString reason() const = 0;
+    // The combinations swallowed from now on, replacing the former list. A swallowed key is
+    // still reported to the handler exactly once.
+    virtual void setSwallowed(const QList<KeyCombo>& combos) = 0;
+    // Keys posted by other programs (XTEST) count as real keys when true: remote desktops
+    // deliver the user's keys that way.
+    virtual void setAcceptPostedKeys(bool accept) = 0;
+    // The modifier flags last seen, written only by the hook (0 while it is not running).
+    virtual uint64_t lastModifierFlags() const = 0;
+};
+
+// Posts keys as if typed. Keys posted here are recognised by the hook as this process's own.
+class KeyPoster {
+public:
+    virtual ~KeyPoster() = default;
+    // Presses the modifiers, the key down then up, and releases the modifiers.
+    virtual bool post(uint16_t keyCode, uint64_t modifiers) = 0;
+};
+
+// What a clipboard held: every format (MIME type) with its bytes, in the owner's order.
+using ClipboardSnapshot = QList<QPair<QString, QByteArray>>;
+
+// The clipboard (CLIPBOARD) and the selection (PRIMARY). Main thread only.
+class Clipboard {
+public:
+    virtual ~Clipboard() = default;
+    virtual ClipboardSnapshot snapshot() = 0;
+    // Puts the snapshot back (an empty snapshot clears the clipboard).
+    virtual void restore(const ClipboardSnapshot& snapshot) = 0;
+    virtual void clear() = 0;
+    // Owns the clipboard with a plain text (and the PRIMARY selection too when asked).
+    // onFetched is called on the main thread the first time another application reads it.
+    virtual void setText(const QString& text, bool alsoPrimary,
+                         std::function<void()> onFetched = {}) = 0;
+    virtual std::optional<QString> text() = 0;
+    // Goes up each time the clipboard's content changes, whoever changed it.
+    virtual uint64_t changeCount() = 0;
+    // The text selected in the application in front (PRIMARY on X11); nullopt when none.
+    virtual std::optional<QString> selectedText() = 0;
+};
+
+// An application window, as remembered at a key press.
+struct AppWindow {
+    uint64_t id = 0;     // the window system's handle
+    QString appId;       // desktop-file id, or the lower-case window class
+    QString name;        // the application's name for people
+    QString windowClass; // WM_CLASS class, for recognising terminal emulators
+    int64_t pid = 0;
+};
+
+class Windows {
+public:
+    virtual ~Windows() = default;
+    virtual std::optional<AppWindow> frontmost() = 0;
+    virtual bool activate(const AppWindow& window) = 0;
+    // The name of the application of a process, empty when unknown.
+    virtual QString applicationName(int64_t pid) = 0;
+};
+
+// One capture source (a microphone or a monitor of an output).
+struct AudioSource {
+    QString name;        // the server's name, kept as microphoneUID
+    QString description; // for people
+    bool operator==(const AudioSource&) const = default;
+};
+
+// One running capture of PCM (S16LE mono 16 kHz).
+class CaptureStream {
+public:
+    virtual ~CaptureStream() = default;
+    // Stops and waits until no callback runs any more. May block: call it off the main thread.
+    virtual void stop() = 0;
+};
+
+class AudioSystem {
+public:
+    virtual ~AudioSystem() = default;
+    // Called on the capture thread with each piece of PCM, in order.
+    using PcmHandler = std::function<void(const QByteArray& pcm)>;
+    // Called once, on the capture thread, when the source goes away or the server fails.
+    using EndHandler = std::function<void(const QString& reason)>;
+    // Starts capturing from a source (empty: the server's default microphone). Throws
+    // std::runtime_error when the capture cannot start. May block: off the main thread.
+    virtual std::unique_ptr<CaptureStream> capture(const QString& source, PcmHandler onPcm,
+                                                   EndHandler onEnd) = 0;
+    // The microphones: sources that are not monitors.
+    virtual QList<AudioSource> microphones() = 0;
+    // handler is called on the main thread whenever the list of microphones changes.
+    virtual void watchMicrophones(std::function<void()> handler) = 0;
+    // Whether the server accepts a record stream now.
+    virtual bool microphoneAvailable() = 0;
+    // Plays PCM (S16LE mono, the given rate) without waiting; a new call does not cut the last.
+    virtual void play(const QByteArray& pcm, int sampleRate) = 0;
+};
+
+// Reading text aloud.
+class SpeechOutput {
+public:
+    virtual ~SpeechOutput() = default;
+    // Starts speaking in the language (two-letter code); stops what was being said.
+    virtual void speak(const QString& text, const QString& language) = 0;
+    virtual void stop() = 0;
+    virtual bool speaking() const = 0;
+};
+
+} // namespace ombry
