@@ -223,6 +223,27 @@ private Q_SLOTS:
         hook->stop();
     }
 
+    void theHandlerMayChangeTheHook() {
+        // Swallowing again and stopping from inside the handler, as the hotkey monitor does on
+        // a change of state: the events keep their order, and none comes after the stop.
+        auto hook = linux_platform::makeKeyboardHook();
+        QList<uint16_t> codes;
+        int calls = 0;
+        QVERIFY(hook->start([&](const KeyEvent& e) {
+            if (e.type != Type::KeyDown) return;
+            codes << e.keyCode;
+            hook->setSwallowed(++calls % 2 ? QList<KeyCombo>{{keycode::Escape, 0}}
+                                           : QList<KeyCombo>{});
+            if (e.keyCode == keycode::Escape) hook->stop();
+        }));
+        QVERIFY(desktop().keyboardType(QStringLiteral("asdf")));
+        QVERIFY(desktop().keyboardChord({kc("Escape")}));
+        QVERIFY(desktop().keyboardType(QStringLiteral("zx")));
+        QVERIFY(DesktopSession::waitUntil([&] { return !hook->running(); }, 2000));
+        QTest::qWait(100);
+        QCOMPARE(codes, (QList<uint16_t>{A, 1, 2, 3, keycode::Escape}));
+    }
+
     void startFailsWithAReason() {
         auto hook = linux_platform::makeKeyboardHook();
         const QByteArray display = qgetenv("DISPLAY");

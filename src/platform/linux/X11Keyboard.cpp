@@ -1,5 +1,6 @@
 // Qt's headers go before Xlib's, which define Status and Bool as macros.
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include "platform/linux/X11Keyboard.h"
 
@@ -94,6 +95,7 @@ void X11KeyboardHook::stop() {
         connection_.close();
     }
     handler_ = {};
+    pending_.clear();
     modifiers_.clear();
     keysDown_.clear();
     lastFlags_ = 0;
@@ -190,7 +192,6 @@ void X11KeyboardHook::ungrab() {
 void X11KeyboardHook::readEvents() {
     if (!connection_) return;
     Display* display = connection_.get();
-    std::vector<KeyEvent> batch;
     bool remap = false;
     while (XPending(display)) {
         XEvent event;
@@ -207,7 +208,7 @@ void X11KeyboardHook::readEvents() {
         switch (event.xcookie.evtype) {
         case XI_RawKeyPress:
         case XI_RawKeyRelease:
-            handleRawKey(event.xcookie.evtype, event.xcookie.data, batch);
+            handleRawKey(event.xcookie.evtype, event.xcookie.data);
             break;
         case XI_HierarchyChanged:
             findPostingDevices();
@@ -223,18 +224,25 @@ void X11KeyboardHook::readEvents() {
         ungrab();
         grab();
     }
-    // The handler may stop the hook or change the swallowed keys: the events already read are
-    // delivered only while the hook that read them still runs.
+    // The handler may stop the hook, or change the swallowed keys, which reads the connection
+    // again: events read meanwhile wait behind the ones being delivered, so the order holds.
+    if (delivering_) return;
+    delivering_ = true;
     const uint64_t generation = generation_;
-    for (const KeyEvent& event : batch) {
-        if (generation != generation_ || !handler_) return;
+    while (!pending_.empty() && generation == generation_ && handler_) {
+        const KeyEvent event = pending_.front();
+        pending_.pop_front();
         if (event.type == KeyEvent::Type::FlagsChanged) lastFlags_ = event.flags;
         Handler handler = handler_;
         handler(event);
     }
+    delivering_ = false;
+    // A hook stopped and started again by the handler delivers what it read since later.
+    if (!pending_.empty() && notifier_)
+        QTimer::singleShot(0, notifier_.get(), [this] { readEvents(); });
 }
 
-void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent, std::vector<KeyEvent>& out) {
+void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent) {
     const auto* raw = static_cast<const XIRawEvent*>(rawEvent);
     const int kc = raw->detail;
     const bool press = evtype == XI_RawKeyPress;
@@ -257,7 +265,7 @@ void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent, std::vector
         }
         event.type = KeyEvent::Type::FlagsChanged;
         event.flags = modifiers_.flags();
-        out.push_back(event);
+        pending_.push_back(event);
         return;
     }
     if (!press) {
@@ -268,7 +276,7 @@ void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent, std::vector
     event.autoRepeat = keysDown_.count(kc) > 0 || (raw->flags & XIKeyRepeat);
     keysDown_.insert(kc);
     event.flags = modifiers_.flags();
-    if (code != NoKey) out.push_back(event);
+    if (code != NoKey) pending_.push_back(event);
 }
 
 bool X11KeyPoster::ensureConnected() {

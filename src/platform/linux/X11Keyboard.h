@@ -6,6 +6,7 @@
 
 #include <QList>
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <set>
 #include <vector>
@@ -35,7 +36,7 @@ public:
 
 private:
     void readEvents();
-    void handleRawKey(int evtype, const void* rawEvent, std::vector<KeyEvent>& out);
+    void handleRawKey(int evtype, const void* rawEvent);
     void findPostingDevices();
     void readModifierMasks();
     void seedHeldModifiers();
@@ -47,7 +48,9 @@ private:
     Handler handler_;
     QString reason_;
     int xiOpcode_ = 0;
-    uint64_t generation_ = 0; // goes up at each stop(), so a delivery loop knows to end
+    uint64_t generation_ = 0;      // goes up at each stop(), so a delivery loop knows to end
+    std::deque<KeyEvent> pending_; // read from the server, not yet delivered
+    bool delivering_ = false;
 
     x11::KeyMap keys_;
     x11::ModifierState modifiers_;
