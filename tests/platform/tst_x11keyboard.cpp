@@ -223,6 +223,47 @@ private Q_SLOTS:
         hook->stop();
     }
 
+    void aPasteWhileTheShortcutIsHeld() {
+        // Ctrl+Alt+V asks for a paste while the user still holds Ctrl+Alt: the posted Ctrl+V
+        // must reach the field as Ctrl+V, and the hook must neither take it for another
+        // Ctrl+Alt+V nor see Alt go up.
+        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
+        auto hook = linux_platform::makeKeyboardHook();
+        auto poster = linux_platform::makeKeyPoster();
+        auto clipboard = linux_platform::makeClipboard();
+        Heard heard;
+        QVERIFY(hook->start(heard.handler()));
+        const uint64_t shortcut = modifier::Control | modifier::Option;
+        hook->setSwallowed({{keycode::V, shortcut}});
+        QVERIFY(desktop().keyboardPress(kc("Control_L")));
+        QVERIFY(desktop().keyboardPress(kc("Alt_L")));
+        QVERIFY(desktop().keyboardChord({kc("v")}));
+        auto e = heard.next(keycode::V, Type::KeyDown);
+        QVERIFY(e && !e->postedBySelf);
+        QCOMPARE(e->flags & modifier::Mask, shortcut);
+
+        const QString text = QStringLiteral("Déjà collé");
+        bool fetched = false;
+        clipboard->setText(text, false, [&] { fetched = true; });
+        QVERIFY(poster->post(keycode::V, modifier::Primary));
+        QTRY_VERIFY(fetched);
+        e = heard.next(keycode::V, Type::KeyDown);
+        QVERIFY(e && e->postedBySelf);
+        QCOMPARE(e->flags & modifier::Mask, modifier::Control);
+        QCOMPARE(hook->lastModifierFlags() & modifier::Mask, shortcut);
+        QCOMPARE(heard.count(keycode::LeftOption, Type::FlagsChanged), 1);
+
+        QVERIFY(desktop().keyboardRelease(kc("Alt_L")));
+        QVERIFY(desktop().keyboardRelease(kc("Control_L")));
+        e = heard.next(keycode::LeftControl, Type::FlagsChanged);
+        QVERIFY(e);
+        QCOMPARE(e->flags, uint64_t(0));
+        const auto typed = desktop().closeTarget();
+        QVERIFY(typed);
+        QCOMPARE(*typed, text);
+        hook->stop();
+    }
+
     void theHandlerMayChangeTheHook() {
         // Swallowing again and stopping from inside the handler, as the hotkey monitor does on
         // a change of state: the events keep their order, and none comes after the stop.

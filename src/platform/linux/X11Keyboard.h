@@ -65,14 +65,15 @@ private:
 };
 
 // Posts keys through XTest on a connection of its own, recording each press and release in the
-// ledger first so that the hook knows them as this process's.
+// ledger first so that the hook knows them as this process's. XTest keys combine with the keys
+// the user holds, so held modifiers that were not asked for are lifted around the key.
 class X11KeyPoster final : public KeyPoster {
 public:
     bool post(uint16_t keyCode, uint64_t modifiers) override;
 
 private:
     bool ensureConnected();
-    void send(int xkeycode, bool press);
+    void send(int xkeycode, bool press, x11::PostedKey how = {});
 
     x11::Connection connection_;
     x11::KeyMap keys_;
