@@ -166,7 +166,7 @@ bool DesktopSession::start(bool windowManager) {
     return true;
 }
 
-void DesktopSession::endChildren() {
+void DesktopSession::endPrograms() {
     for (QProcess* child : std::as_const(children_)) {
         if (child->state() != QProcess::NotRunning) {
             child->kill();
@@ -180,7 +180,7 @@ void DesktopSession::endChildren() {
 }
 
 void DesktopSession::stop() {
-    endChildren();
+    endPrograms();
     if (keyboard_) {
         XCloseDevice(dpy(connection_), static_cast<XDevice*>(keyboard_));
         keyboard_ = nullptr;
