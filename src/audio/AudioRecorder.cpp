@@ -132,3 +132,42 @@ int64_t AudioRecorder::peak(const QByteArray& pcm) {
 }
 
 } // namespace ombry
+
+// Capture side: skeleton, filled in next.
+namespace ombry {
+
+struct AudioRecorder::Shared {};
+
+AudioRecorder::AudioRecorder() : shared_(std::make_shared<Shared>()) {}
+AudioRecorder::~AudioRecorder() = default;
+void AudioRecorder::start() {}
+AudioRecorder::Stopped AudioRecorder::stop() {
+    return {};
+}
+QByteArray AudioRecorder::stopRaw() {
+    return {};
+}
+QByteArray AudioRecorder::pcm(int64_t, int64_t) const {
+    return {};
+}
+int64_t AudioRecorder::size() const {
+    return 0;
+}
+bool AudioRecorder::isRecording() const {
+    return false;
+}
+int64_t AudioRecorder::lastPeak() const {
+    return 0;
+}
+QByteArray AudioRecorder::lastPCM() const {
+    return {};
+}
+std::optional<QString> AudioRecorder::currentUID() const {
+    return std::nullopt;
+}
+void AudioRecorder::warmUp() {}
+QByteArray AudioRecorder::halt() {
+    return {};
+}
+
+} // namespace ombry

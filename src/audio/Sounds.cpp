@@ -1,0 +1,10 @@
+#include "audio/Sounds.h"
+
+namespace ombry {
+
+QByteArray soundPcm(Sound) {
+    return {};
+}
+void playSound(Sound) {}
+
+} // namespace ombry
