@@ -89,9 +89,11 @@ public:
     std::function<void(const QByteArray&)> onBuffer;  // each PCM buffer, capture thread
     std::function<void(const QString&)> onSourceLost; // reason; main thread
 
+    struct Shared; // the state that the capture thread and posted callbacks share
+
 private:
-    struct Shared;
-    QByteArray halt(); // ends the capture, returns the recording
+    void receive(const QByteArray& pcm); // one piece of PCM, on the capture thread
+    QByteArray halt();                   // ends the capture, returns the recording
     std::shared_ptr<Shared> shared_;
 };
 
