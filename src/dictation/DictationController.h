@@ -12,8 +12,6 @@
 #include <optional>
 #include <utility>
 
-class QTimer;
-
 namespace ombry {
 
 class AudioRecorder;
@@ -154,13 +152,14 @@ private:
     // Brings the remembered window back to the front before a paste.
     QCoro::Task<void> activate(const std::optional<AppWindow>& app);
     bool hookRunning();
+    void pollTrust();
 
     std::unique_ptr<SerialQueue> audioQueue_;
     std::unique_ptr<AudioRecorder> recorder_;
     std::unique_ptr<HotkeyMonitor> hotkey_;
     std::unique_ptr<LivePreview> preview_;
     std::shared_ptr<Chunker> chunker_;
-    QTimer* trustTimer_ = nullptr;
+    bool trustPolling_ = false;
 
     State state_ = State::Idle;
     std::optional<QString> lastError_;
