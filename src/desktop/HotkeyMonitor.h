@@ -71,7 +71,6 @@ private:
     bool started_ = false;
     int copyCount_ = 0;
     std::optional<int64_t> lastCopyMs_;
-    uint64_t copyGeneration_ = 0;
 };
 
 } // namespace ombry

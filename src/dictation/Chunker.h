@@ -50,8 +50,10 @@ public:
     // The treatment of one piece: silence checks, trim, level, transcription, clean-up.
     static QCoro::Task<Result> handle(QByteArray pcm, QString tone);
 
-private:
+    // One piece on its way (defined in the source file).
     struct Piece;
+
+private:
     void launch(QByteArray pcm);
 
     QString tone_;
