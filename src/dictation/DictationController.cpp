@@ -138,8 +138,9 @@ DictationController& DictationController::shared() {
 
 DictationController::DictationController(QObject* parent)
     : QObject(parent), audioQueue_(std::make_unique<SerialQueue>(QStringLiteral("verlo.audio"))),
-      recorder_(std::make_unique<AudioRecorder>()), hotkey_(std::make_unique<HotkeyMonitor>()),
-      preview_(std::make_unique<LivePreview>()) {
+      recorder_(std::make_unique<AudioRecorder>()),
+      hotkey_(std::make_unique<HotkeyMonitor>(nullptr, this)),
+      preview_(std::make_unique<LivePreview>(this)) {
     startedAt_ = clock().now();
     pressedAtMs_ = clock().elapsedMs();
     trusted_ = Platform::current().keyboard().running();
@@ -170,10 +171,9 @@ DictationController::DictationController(QObject* parent)
     };
     // The preview takes its audio straight on the capture thread; it is thread-safe.
     recorder_->onBuffer = [this](const QByteArray& pcm) { preview_->feed(pcm); };
-    recorder_->onSourceLost = [this](const QString& reason) {
-        if (state_ != State::Recording) return;
-        Log::write(QStringLiteral("audio: source perdue pendant la dictée (%1)").arg(reason));
-        end(); // what was heard so far is still worth delivering
+    // The microphone went away mid-recording: what was heard so far is still delivered.
+    recorder_->onSourceLost = [this](const QString&) {
+        if (state_ == State::Recording) end();
     };
     preview_->onText = [this](const QString& text) { setLiveText(text); };
 }
@@ -414,6 +414,7 @@ void DictationController::begin() {
                     Log::write(QStringLiteral("audio: démarrage impossible (%1)").arg(reason));
                     toIdle();
                     preview_->stop();
+                    chunker_.reset();
                     fail(QStringLiteral("Micro indisponible"));
                 },
                 Qt::QueuedConnection);

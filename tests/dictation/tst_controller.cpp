@@ -210,6 +210,15 @@ private Q_SLOTS:
         QVERIFY(!f.c().trusted());
     }
 
+    // A microphone unplugged mid-recording ends the dictation with what it heard.
+    void sourceLost() {
+        QVERIFY(f.startRecording());
+        f.platform.audio().feed(tone());
+        f.platform.audio().end("source débranchée");
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+    }
+
     // A recording with sounds on: Tink at the start, Pop at the end, and the window in front
     // at the press remembered even if another comes forward meanwhile.
     void soundsAndTarget() {

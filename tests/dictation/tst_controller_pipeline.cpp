@@ -87,6 +87,8 @@ private Q_SLOTS:
                                            << t << "Bonjour bonjour tout le monde";
         QTest::newRow("no rewrite engine, translated")
             << "bonjour tout le monde" << true << "none" << trt << "Hello everyone.";
+        QTest::newRow("application translated by choice")
+            << "bonjour tout le monde" << false << "translateApp" << trt << "Hello everyone.";
         QTest::newRow("chat application tone")
             << "bonjour tout le monde" << false << "chat" << tr << "Bonjour à tous.";
         QTest::newRow("deepgram never skips") << "bonjour tout le monde" << false << "deepgram"
@@ -105,6 +107,7 @@ private Q_SLOTS:
         AppSettings& s = AppSettings::shared();
         s.setPunctuation(setup == "light" ? PunctuationLevel::Light : PunctuationLevel::Normal);
         if (setup == "none") s.setRewriteEngine(RewriteEngine::None);
+        if (setup == "translateApp") s.setTranslateApps({"firefox", f.editor.appId});
         if (setup == "chat") {
             s.setAdaptTone(true);
             f.platform.windows().front = AppWindow{5, "slack", "Slack", "slack", 5};
