@@ -78,7 +78,8 @@ private Q_SLOTS:
         QCOMPARE(OpenRouter::toneHint(), QStringLiteral("ton amical"));
         // Trimmed audio: the first piece lost its tail of silence but for a quarter second.
         QCOMPARE(transcriptions(), 2);
-        QVERIFY(qAbs(speech.heard[0] - 4.65) < 0.05);
+        const double longest = std::max(speech.heard[0], speech.heard[1]);
+        QVERIFY2(qAbs(longest - 4.65) < 0.05, qPrintable(QString::number(longest)));
     }
 
     void silentPiecesAndBreathCostNothing() {
