@@ -93,6 +93,13 @@ private Q_SLOTS:
         QCOMPARE(clip().fetch(), std::optional<QString>("Bonjour à tous."));
         QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
 
+        // A second paste before the first was read: the user's clipboard still comes back,
+        // not the first pasted text.
+        await(Paster::paste("un", true));
+        await(Paster::paste("deux", true));
+        QCOMPARE(clip().fetch(), std::optional<QString>("deux"));
+        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
+
         // A saved snapshot wins over the clipboard of the moment; an empty one clears.
         clip().content = kUserClipboard;
         await(Paster::paste("deux", true, ClipboardSnapshot{}));
