@@ -1,6 +1,7 @@
 #include "SoundServer.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
@@ -88,13 +89,15 @@ bool SoundServer::start() {
         return false;
     }
 
+    QElapsedTimer sinceMic;
+    sinceMic.start();
     const bool ok =
-        loadModule(QStringLiteral("module-null-sink"),
-                   {QStringLiteral("sink_name=speakers"),
-                    QStringLiteral("sink_properties=device.description=Speakers")}) >= 0 &&
         loadModule(QStringLiteral("module-null-sink"),
                    {QStringLiteral("sink_name=mic"),
                     QStringLiteral("sink_properties=device.description=MicInput")}) >= 0 &&
+        loadModule(QStringLiteral("module-null-sink"),
+                   {QStringLiteral("sink_name=speakers"),
+                    QStringLiteral("sink_properties=device.description=Speakers")}) >= 0 &&
         loadModule(QStringLiteral("module-remap-source"),
                    {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=testmic"),
                     QStringLiteral("source_properties=device.description=TestMic")}) >= 0 &&
@@ -107,6 +110,32 @@ bool SoundServer::start() {
         stop();
         return false;
     }
+    // An idle null sink renders its silence in blocks of two seconds ahead, so a recording
+    // that starts would wait up to that long for its first sound, where a real microphone
+    // delivers at once. A stream of zeros played into "mic" with a small latency (adding
+    // nothing to what the microphone hears) keeps it rendering in short blocks all along.
+    keeper_ = std::make_unique<QProcess>();
+    keeper_->setProcessEnvironment(environment());
+    keeper_->setStandardInputFile(QStringLiteral("/dev/zero"));
+    keeper_->setStandardOutputFile(QProcess::nullDevice());
+    keeper_->start(QStringLiteral("pacat"),
+                   {QStringLiteral("--playback"), QStringLiteral("-d"), QStringLiteral("mic"),
+                    QStringLiteral("--latency-msec=10"), QStringLiteral("--raw")});
+    bool keeping = keeper_->waitForStarted(5000);
+    for (int i = 0; keeping && i < 100; ++i) {
+        if (!pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")})
+                 .trimmed()
+                 .isEmpty())
+            break;
+        QThread::msleep(20);
+    }
+    if (!keeping) {
+        error_ = QStringLiteral("pacat did not start");
+        stop();
+        return false;
+    }
+    // The block rendered when "mic" was made still runs its two seconds: wait them out.
+    if (const qint64 left = 2100 - sinceMic.elapsed(); left > 0) QThread::msleep(ulong(left));
 
     hadRuntimeDir_ = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
     savedRuntimeDir_ = qgetenv("XDG_RUNTIME_DIR");
@@ -118,6 +147,11 @@ bool SoundServer::start() {
 }
 
 void SoundServer::stop() {
+    if (keeper_) {
+        keeper_->kill();
+        keeper_->waitForFinished(5000);
+        keeper_.reset();
+    }
     if (pid_ > 0) {
         ::kill(pid_t(pid_), SIGTERM);
         // The daemon is not our child: watch for it to be gone, a few seconds at most.

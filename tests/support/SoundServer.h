@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <memory>
 
+class QProcess;
+
 namespace ombry::test {
 
 // A private PulseAudio server for tests, in its own runtime folder, with no configuration of
@@ -61,6 +63,7 @@ private:
              int timeoutMs = 30000) const;
 
     std::unique_ptr<QTemporaryDir> dir_;
+    std::unique_ptr<QProcess> keeper_; // keeps the test microphone running like a real one
     qint64 pid_ = 0;
     QString error_;
     QByteArray savedRuntimeDir_, savedServer_;
