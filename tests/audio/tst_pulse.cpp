@@ -271,6 +271,29 @@ private Q_SLOTS:
         QVERIFY(AudioRecorder::peak(after.pcm()) < 50);
         QVERIFY(!voice.speaking());
     }
+
+    void serverRestart() {
+        // The sound server goes away (a restart of the desktop's audio) and comes back: the
+        // microphones are reported gone then back, and recording works again without a restart
+        // of the program.
+        Microphones::Watcher watcher;
+        QSignalSpy changed(&watcher, &Microphones::Watcher::changed);
+        QVERIFY(!audio().microphones().isEmpty());
+        server.stop();
+        QTRY_VERIFY(changed.size() >= 1);
+        QTRY_VERIFY(audio().microphones().isEmpty());
+        AudioRecorder r;
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        QVERIFY(!r.isRecording());
+
+        QVERIFY2(server.start(), qPrintable(server.error()));
+        changed.clear();
+        QTRY_COMPARE(names(audio().microphones()), QStringList{QStringLiteral("testmic")});
+        QTRY_VERIFY(changed.size() >= 1);
+        r.start();
+        QVERIFY(server.play(speech));
+        QVERIFY(AudioRecorder::peak(r.stopRaw()) > 5000);
+    }
 };
 
 QTEST_MAIN(TstPulse)
