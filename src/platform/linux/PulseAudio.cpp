@@ -260,6 +260,10 @@ public:
     }
 
     bool microphoneAvailable() override {
+        // Asked at each key press, on the main thread: a live connection answers at once (the
+        // server then always has a default source, a monitor at worst). Only a first use or a
+        // lost server costs a connection and a question.
+        if (client_.state() == PulseClient::State::Ready) return true;
         std::shared_ptr<PulseConnection> c;
         try {
             c = client_.ready();
