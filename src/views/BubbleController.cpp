@@ -1,0 +1,47 @@
+#include "views/BubbleController.h"
+
+#include "data/Settings.h"
+#include "desktop/DeviceProfile.h"
+#include "views/BubbleView.h"
+#include "views/Placement.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QScreen>
+
+namespace ombry {
+
+BubbleController& BubbleController::shared() {
+    static BubbleController instance;
+    return instance;
+}
+
+void BubbleController::show(const QString& title, const QString& original, const QString& text) {
+    close();
+    const bool dark = AppSettings::shared().theme() == Theme::Dark;
+    auto* view = new BubbleView(title, original, text, dark, DeviceProfile::lightVisuals());
+    view->onClose = [this, view = QPointer<BubbleView>(view)] {
+        if (view && view == panel_) close();
+    };
+    panel_ = view;
+
+    const QPoint pointer = QCursor::pos();
+    QScreen* screen = QGuiApplication::screenAt(pointer);
+    if (!screen) screen = QGuiApplication::primaryScreen();
+    const QRect frame = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
+    const int height = Placement::bubbleHeight(view->fittingHeight());
+    const QRect card = Placement::bubbleRect(pointer, frame, height);
+    const int m = BubbleView::kMargin;
+    view->setGeometry(card.adjusted(-m, -m, m, m));
+    view->show();
+}
+
+void BubbleController::close() {
+    if (!panel_) return;
+    BubbleView* view = panel_;
+    panel_ = nullptr;
+    view->hide();
+    view->deleteLater();
+}
+
+} // namespace ombry
