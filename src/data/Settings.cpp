@@ -255,6 +255,7 @@ AppSettings::AppSettings(UserDefaults& defaults, KeyStore* keys, QObject* parent
     adaptTone_ = readBool(d_, K("adaptTone"), true);
     livePreview_ = readBool(d_, K("livePreview"), false);
     ownKeyMode_ = readBool(d_, K("ownKeyMode"), false);
+    acceptPostedKeys_ = readBool(d_, K("acceptPostedKeys"), false);
     microphoneUID_ = d_.stringValue(K("microphoneUID"));
     performanceMode_ = readEnum(d_, K("performanceMode"), PerformanceMode::Auto);
     useLanguageTool_ = readBool(d_, K("useLanguageTool"), true);
@@ -398,6 +399,10 @@ void AppSettings::setLivePreview(bool v) {
 
 void AppSettings::setOwnKeyMode(bool v) {
     write(ownKeyMode_, v, "ownKeyMode", v, &AppSettings::ownKeyModeChanged);
+}
+
+void AppSettings::setAcceptPostedKeys(bool v) {
+    write(acceptPostedKeys_, v, "acceptPostedKeys", v, &AppSettings::acceptPostedKeysChanged);
 }
 
 void AppSettings::setPerformanceMode(PerformanceMode v) {

@@ -139,6 +139,8 @@ public:
     RewriteEngine rewriteEngine() const { return rewriteEngine_; }
     QString deepgramModel() const { return deepgramModel_; }
     QString openRouterModel() const { return openRouterModel_; }
+    // Keys posted by other programs (XTEST) count as the user's: remote desktops send them so.
+    bool acceptPostedKeys() const { return acceptPostedKeys_; }
 
     void setKey(DictationKey v);
     void setLanguage(Language v);
@@ -167,6 +169,7 @@ public:
     void setRewriteEngine(RewriteEngine v);
     void setDeepgramModel(const QString& v);
     void setOpenRouterModel(const QString& v);
+    void setAcceptPostedKeys(bool v);
 
 Q_SIGNALS:
     void keyChanged();
@@ -196,6 +199,7 @@ Q_SIGNALS:
     void rewriteEngineChanged();
     void deepgramModelChanged();
     void openRouterModelChanged();
+    void acceptPostedKeysChanged();
 
 private:
     TranscriptionEngine defaultTranscriptionEngine() const;
@@ -233,6 +237,7 @@ private:
     RewriteEngine rewriteEngine_;
     QString deepgramModel_;
     QString openRouterModel_;
+    bool acceptPostedKeys_;
 };
 
 } // namespace ombry

@@ -2,8 +2,8 @@
 
 // The engines that run on the user's own machine: offline transcription of a recording
 // (AppleSpeech, pocketsphinx), rewriting with a local language model (AppleRewrite, an
-// OpenAI-compatible chat server such as llama.cpp or Ollama at Endpoints::localLlm()), and the
-// running text shown while the user speaks (LivePreview). They cost nothing and need no key;
+// OpenAI-compatible chat server such as llama.cpp or Ollama at Endpoints::localLlm()). The
+// running text shown while the user speaks is LivePreview.h. They cost nothing and need no key;
 // the pipeline falls back on them when a remote engine can't be used.
 
 #include <QByteArray>
@@ -11,10 +11,6 @@
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
-
-#include <functional>
-#include <memory>
-#include <mutex>
 
 namespace ombry {
 
@@ -67,58 +63,5 @@ QCoro::Task<QString> run(QString system, QString text);
 QCoro::Task<QString> runStructured(QString system, QString text, QJsonObject schema);
 
 } // namespace AppleRewrite
-
-// How a stream of recognition results becomes one running text: final pieces accumulate, and
-// the latest partial piece stands after them until the next result replaces it. Pieces are
-// joined as they come (the recogniser's text carries its own blanks).
-class PreviewText {
-public:
-    // Takes one result and returns the whole running text.
-    QString add(const QString& text, bool isFinal);
-    void reset() { finalized_.clear(); }
-
-private:
-    QString finalized_;
-};
-
-// A streaming recogniser behind the live preview. Implementations report each result through
-// the callback given to start, from any thread; they never report errors (the preview is an
-// extra). start returns at once; feed in the idle state drops the audio.
-class LivePreviewEngine {
-public:
-    using Report = std::function<void(const QString& text, bool isFinal)>;
-    virtual ~LivePreviewEngine() = default;
-    virtual void start(const QString& language, bool longForm, bool download, Report report) = 0;
-    virtual void feed(const QByteArray& pcm) = 0; // PCM: 16-bit mono 16 kHz
-    virtual void stop() = 0;
-};
-
-// The running text while the user speaks. Without an engine (none is installed on this
-// platform yet) start does nothing and feed drops everything. `onText` receives the whole
-// running text at each update, possibly from another thread: the owner hops to its own thread.
-class LivePreview {
-public:
-    LivePreview();
-    ~LivePreview();
-    LivePreview(const LivePreview&) = delete;
-    LivePreview& operator=(const LivePreview&) = delete;
-
-    void setOnText(std::function<void(const QString&)> onText);
-    void setEngine(std::shared_ptr<LivePreviewEngine> engine);
-    bool hasEngine() const;
-
-    void start(const QString& language, bool longForm, bool download);
-    void feed(const QByteArray& pcm);
-    void stop();
-
-private:
-    struct State {
-        std::mutex mutex;
-        std::function<void(const QString&)> onText = [](const QString&) {};
-        PreviewText text;
-    };
-    std::shared_ptr<State> state_;
-    std::shared_ptr<LivePreviewEngine> engine_;
-};
 
 } // namespace ombry

@@ -6,6 +6,9 @@
 
 #include <QByteArray>
 #include <QString>
+
+#include <cstdint>
+#include <memory>
 #include <optional>
 
 namespace ombry::OfflineSpeech {
@@ -39,6 +42,38 @@ QString grammarFromEnvironment();
 // layout, else the bytes after the 44-byte header. None when the file declares another format
 // or is shorter than a header.
 std::optional<QByteArray> pcmOfWav(const QByteArray& wav);
+
+// One pocketsphinx decoder, loaded once and used for any number of utterances. Not
+// thread-safe: one thread at a time uses it.
+class Decoder {
+public:
+    // Loads the model (about a second for the English one). With a non-empty `grammar` (a JSGF
+    // file) the grammar replaces the language model. None, with the reason in `error`, when the
+    // model can't be used.
+    static std::unique_ptr<Decoder> open(const Model& model, const QString& grammar,
+                                         QString* error = nullptr);
+    ~Decoder();
+    Decoder(const Decoder&) = delete;
+    Decoder& operator=(const Decoder&) = delete;
+
+    bool startUtterance();
+    // Decodes more samples of the open utterance (16-bit mono 16 kHz).
+    void process(const int16_t* samples, size_t count);
+    void process(const QByteArray& pcm);
+    // The best hypothesis so far of the open utterance, trimmed.
+    QString hypothesis();
+    // Closes the utterance and returns its final hypothesis, trimmed.
+    QString endUtterance();
+    bool inUtterance() const { return open_; }
+    // True while the voice activity detector hears speech in the open utterance.
+    bool inSpeech();
+
+private:
+    struct Handles;
+    explicit Decoder(std::unique_ptr<Handles> handles);
+    std::unique_ptr<Handles> handles_;
+    bool open_ = false;
+};
 
 struct Result {
     bool ok = false;

@@ -1,5 +1,5 @@
 // The engines of the user's machine: the offline decoder's model and audio, the local chat
-// server's requests and failures, and the running text of the live preview. Transcription of
+// server's requests and failures. Transcription of
 // real speech is exercised by the --test process test.
 #include "audio/AudioRecorder.h"
 #include "engines/LocalEngine.h"
@@ -64,30 +64,6 @@ private Q_SLOTS:
         QCOMPARE(failure(), "IA locale : erreur 503 surchargé");
         server.on("/v1/chat/completions", Reply::json(QJsonObject{{"choices", "none"}}));
         QCOMPARE(failure(), "IA locale : réponse illisible");
-    }
-
-    void previewForwardsUntilDestroyed() {
-        struct Engine : LivePreviewEngine {
-            Report report;
-            void start(const QString&, bool, bool, Report r) override { report = std::move(r); }
-            void feed(const QByteArray&) override {}
-            void stop() override {}
-        };
-        auto engine = std::make_shared<Engine>();
-        QStringList seen;
-        {
-            LivePreview preview;
-            preview.setOnText([&](const QString& text) { seen << text; });
-            preview.setEngine(engine);
-            preview.start("fr", false, false);
-            engine->report("Salut", true);
-            engine->report(" toi", false);
-            engine->report(" toi et moi", false); // replaces the partial
-            preview.start("fr", false, false);    // a new start begins a new text
-            engine->report("Encore", false);
-        }
-        engine->report(" trop tard", true); // the preview is gone: dropped
-        QCOMPARE(seen, QStringList({"Salut", "Salut toi", "Salut toi et moi", "Encore"}));
     }
 };
 
