@@ -1,11 +1,11 @@
 #pragma once
 
+#include "views/BubbleView.h"
+
 #include <QPointer>
 #include <QString>
 
 namespace ombry {
-
-class BubbleView;
 
 // The one result card of the process. show() replaces any card already open; the card stays
 // until its close button, close(), or the next show().

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "views/OverlayView.h"
+
 #include <QPointer>
 
 namespace ombry {
-
-class OverlayView;
 
 // The one dictation strip of the process. The start-up builds the strip and hands it over;
 // position() is called then and at the start of each dictation, so that the strip follows
