@@ -31,8 +31,7 @@ void BubbleController::show(const QString& title, const QString& original, const
     const QRect frame = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
     const int height = Placement::bubbleHeight(view->fittingHeight());
     const QRect card = Placement::bubbleRect(pointer, frame, height);
-    const int m = BubbleView::kMargin;
-    view->setGeometry(card.adjusted(-m, -m, m, m));
+    view->setGeometry(card);
     view->show();
 }
 

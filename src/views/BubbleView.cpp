@@ -135,7 +135,7 @@ BubbleView::BubbleView(const QString& title, const QString& original, const QStr
     header->addWidget(closeButton_);
 
     auto* column = new QVBoxLayout(this);
-    column->setContentsMargins(kMargin + kPad, kMargin + kPad, kMargin + kPad, kMargin + kPad);
+    column->setContentsMargins(kPad, kPad, kPad, kPad);
     column->setSpacing(kSpacing);
     column->addLayout(header);
     column->addWidget(body_, 1);
@@ -181,16 +181,17 @@ QString BubbleView::shownText() const {
 }
 
 void BubbleView::paintEvent(QPaintEvent*) {
-    const SurfaceStyle style = surfaceStyle(dark_);
+    const SurfaceStyle style = lightVisuals_ ? opaque(surfaceStyle(dark_)) : surfaceStyle(dark_);
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
-    const QRectF card = QRectF(rect()).adjusted(kMargin, kMargin, -kMargin, -kMargin);
-    if (!lightVisuals_) drawSoftShadow(p, card, kRadius, kMargin * 0.8, dark_);
-    QColor bg = style.background;
-    bg.setAlpha(250);
     p.setPen(QPen(style.border, 1));
-    p.setBrush(bg);
-    p.drawRoundedRect(card.adjusted(0.5, 0.5, -0.5, -0.5), kRadius, kRadius);
+    p.setBrush(style.background);
+    p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), kRadius, kRadius);
+}
+
+void BubbleView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    setMask(roundedRegion(rect(), kRadius));
 }
 
 } // namespace ombry

@@ -37,8 +37,6 @@ public:
                bool lightVisuals, QWidget* parent = nullptr);
 
     static Qt::WindowFlags surfaceFlags();
-    // The shadow's room around the card, on each side.
-    static constexpr int kMargin = 12;
 
     // The height the card needs to show everything at its fixed width.
     int fittingHeight() const;
@@ -53,6 +51,7 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
 
 private:
     void copy();

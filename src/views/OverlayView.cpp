@@ -16,7 +16,6 @@ using OverlayModel::Look;
 
 namespace {
 
-constexpr int kMargin = 14;    // room for the shadow around the strip
 constexpr int kPadX = 18;      // inside the strip, left and right
 constexpr int kRowHeight = 44; // a strip of one row
 constexpr int kTextRow = 22;   // the live words under the waveform
@@ -128,7 +127,7 @@ QSize OverlayView::stripSize() const {
 QSize OverlayView::sizeHint() const {
     const QSize strip = stripSize();
     if (strip.isEmpty()) return {1, 1};
-    return strip + QSize(2 * kMargin, 2 * kMargin);
+    return strip;
 }
 
 void OverlayView::refresh() {
@@ -144,11 +143,16 @@ void OverlayView::refresh() {
     if (anchor_.isNull()) {
         resize(size);
     } else {
-        // The strip's bottom edge stands on the anchor; the margin lies below it.
-        setGeometry(Placement::overlayRect(anchor_ + QPoint(0, kMargin), size));
+        setGeometry(Placement::overlayRect(anchor_, size));
     }
+    setMask(roundedRegion(QRect(QPoint(0, 0), size), radius()));
     if (!isVisible()) show();
     update();
+}
+
+qreal OverlayView::radius() const {
+    // A pill of one row; a taller strip keeps the same corners.
+    return std::min<qreal>(stripSize().height() / 2.0, kRowHeight / 2.0);
 }
 
 QIcon OverlayView::appIcon() const {
@@ -165,18 +169,16 @@ QIcon OverlayView::appIcon() const {
 void OverlayView::paintEvent(QPaintEvent*) {
     const Look look = OverlayModel::look(input_);
     if (look == Look::Empty) return;
-    const SurfaceStyle style = surfaceStyle(dark_);
+    const SurfaceStyle style = lightVisuals_ ? opaque(surfaceStyle(dark_)) : surfaceStyle(dark_);
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
     p.setRenderHint(QPainter::TextAntialiasing);
 
     const QSize size = stripSize();
-    const QRectF strip(kMargin, kMargin, size.width(), size.height());
-    const qreal radius = std::min<qreal>(size.height() / 2.0, kRowHeight / 2.0);
-    if (!lightVisuals_) drawSoftShadow(p, strip, radius, kMargin * 0.7, dark_);
+    const QRectF strip(0, 0, size.width(), size.height());
     p.setPen(QPen(style.border, 1));
     p.setBrush(style.background);
-    p.drawRoundedRect(strip.adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
+    p.drawRoundedRect(strip.adjusted(0.5, 0.5, -0.5, -0.5), radius(), radius());
 
     const QRectF row(strip.left() + kPadX, strip.top(), strip.width() - 2 * kPadX, kRowHeight);
     const double t = animationTime();

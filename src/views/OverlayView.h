@@ -26,7 +26,7 @@ public:
     void setInput(const OverlayInput& input);
     const OverlayInput& input() const { return input_; }
 
-    // The appearance: dark strip or light strip; `light` leaves out the shadow.
+    // The appearance: dark strip or light strip; `lightVisuals` makes it opaque.
     void setAppearance(bool dark, bool lightVisuals);
 
     // The bottom-centre point on which the window stands (see Placement::overlayAnchor).
@@ -37,7 +37,7 @@ public:
     void setAnimationTime(std::optional<double> t);
     bool animating() const { return frame_.isActive(); }
 
-    // The size of the window for the present input (strip plus shadow margin).
+    // The size of the window for the present input.
     QSize sizeHint() const override;
 
 protected:
@@ -49,6 +49,7 @@ private:
     double animationTime() const;
     QIcon appIcon() const;
     QSize stripSize() const;
+    qreal radius() const;
 
     OverlayInput input_;
     QPoint anchor_;

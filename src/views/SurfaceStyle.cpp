@@ -1,7 +1,9 @@
 #include "views/SurfaceStyle.h"
 
-#include <QPainter>
-#include <QRectF>
+#include <QPainterPath>
+#include <QPolygon>
+#include <QRect>
+#include <QRegion>
 
 namespace ombry {
 
@@ -28,19 +30,15 @@ SurfaceStyle surfaceStyle(bool dark) {
     return s;
 }
 
-void drawSoftShadow(QPainter& p, const QRectF& shape, qreal radius, qreal spread, bool dark) {
-    p.save();
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(Qt::NoPen);
-    const int rings = 6;
-    const int strongest = dark ? 26 : 16;
-    for (int i = rings; i >= 1; --i) {
-        const qreal grow = spread * i / rings;
-        const QRectF r = shape.adjusted(-grow, -grow + spread * 0.3, grow, grow + spread * 0.3);
-        p.setBrush(QColor(0, 0, 0, strongest * (rings - i + 1) / rings / 2));
-        p.drawRoundedRect(r, radius + grow, radius + grow);
-    }
-    p.restore();
+SurfaceStyle opaque(SurfaceStyle style) {
+    style.background.setAlpha(255);
+    return style;
+}
+
+QRegion roundedRegion(const QRect& r, qreal radius) {
+    QPainterPath path;
+    path.addRoundedRect(QRectF(r), radius, radius);
+    return QRegion(path.toFillPolygon().toPolygon());
 }
 
 } // namespace ombry

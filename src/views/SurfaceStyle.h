@@ -2,8 +2,8 @@
 
 #include <QColor>
 
-class QPainter;
-class QRectF;
+class QRect;
+class QRegion;
 
 // The colours of the floating surfaces, in the light or the dark appearance.
 namespace ombry {
@@ -21,8 +21,13 @@ struct SurfaceStyle {
 
 SurfaceStyle surfaceStyle(bool dark);
 
-// A soft shadow under a rounded shape, drawn as a few widening translucent rings inside the
-// margin `spread` around `shape`. Skipped by callers when the machine asks for light visuals.
-void drawSoftShadow(QPainter& p, const QRectF& shape, qreal radius, qreal spread, bool dark);
+// The colours with the background made opaque: no blending for the window system to do, for
+// machines that ask for light visuals.
+SurfaceStyle opaque(SurfaceStyle style);
+
+// The shape of a rounded rectangle as a window mask. A window's transparent pixels show as
+// black on an X11 desktop without a compositing manager; with the mask, nothing outside the
+// shape belongs to the window there, and composited desktops look the same.
+QRegion roundedRegion(const QRect& r, qreal radius);
 
 } // namespace ombry

@@ -204,10 +204,14 @@ private Q_SLOTS:
         view.setInput(flash);
         QVERIFY(view.isVisible());
         QVERIFY(!view.animating());
-        // The window stands on the anchor, centred (its shadow margin lies below).
+        // The window stands on the anchor, centred.
         QVERIFY(qAbs(view.geometry().center().x() - anchor.x()) <= 1);
-        QVERIFY(view.geometry().bottom() > anchor.y());
-        QVERIFY(view.geometry().bottom() < anchor.y() + 30);
+        QCOMPARE(view.geometry().y() + view.height(), anchor.y());
+        // Only the rounded strip belongs to the window: its corners stay the desktop's even
+        // without a compositing manager.
+        QVERIFY(!view.mask().contains(QPoint(0, 0)));
+        QVERIFY(!view.mask().contains(QPoint(view.width() - 1, view.height() - 1)));
+        QVERIFY(view.mask().contains(view.rect().center()));
 
         view.setInput(recording());
         QVERIFY(view.animating());
@@ -235,7 +239,7 @@ private Q_SLOTS:
         QVERIFY(first);
         QVERIFY(first->isVisible());
         // A one-word text gives the smallest card.
-        QCOMPARE(first->height() - 2 * BubbleView::kMargin, 120);
+        QCOMPARE(first->height(), 120);
 
         // A second card replaces the first: never two.
         const QString longText = QString(QStringLiteral("Une phrase assez longue pour remplir "
@@ -246,7 +250,7 @@ private Q_SLOTS:
         QVERIFY(!first);
         BubbleView* card = bubble.panel();
         QVERIFY(card);
-        QCOMPARE(card->height() - 2 * BubbleView::kMargin, 420);
+        QCOMPARE(card->height(), 420);
         QCOMPARE(card->shownText(), longText);
 
         // Copy puts the text on the clipboard and stays open.
@@ -307,8 +311,7 @@ private Q_SLOTS:
             BubbleView card(QStringLiteral("Traduction"),
                             QStringLiteral("Bonjour, pouvez-vous m'envoyer le rapport ?"),
                             QStringLiteral("Hello, could you send me the report?"), dark, false);
-            card.resize(Placement::kBubbleWidth + 2 * BubbleView::kMargin,
-                        Placement::bubbleHeight(card.fittingHeight()) + 2 * BubbleView::kMargin);
+            card.resize(Placement::kBubbleWidth, Placement::bubbleHeight(card.fittingHeight()));
             QImage canvas(card.size() + QSize(40, 40), QImage::Format_ARGB32);
             canvas.fill(dark ? QColor(40, 60, 90) : QColor(210, 220, 235));
             QPainter p(&canvas);
