@@ -68,7 +68,8 @@ void warnAboutKeyboard(DictationController& controller) {
     const std::optional<QString> warning =
         keyboardWarning(session, keyboard.running(), keyboard.reason());
     if (!warning) return;
-    Log::write(QStringLiteral("hotkey: %1").arg(*warning));
+    // A hook that did not start has already written its reason to the journal.
+    if (keyboard.running()) Log::write(QStringLiteral("hotkey: %1").arg(*warning));
     Notify::post(QStringLiteral("Ombry Voice : touche de dictée indisponible"), *warning);
     if (!keyboard.running()) controller.fail(QStringLiteral("Touche de dictée indisponible"));
 }

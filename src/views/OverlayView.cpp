@@ -139,13 +139,16 @@ void OverlayView::refresh() {
         hide();
         return;
     }
+    // The level changes many times a second while recording: the window and its shape are
+    // touched only when they change.
     const QSize size = sizeHint();
-    if (anchor_.isNull()) {
-        resize(size);
-    } else {
-        setGeometry(Placement::overlayRect(anchor_, size));
+    const QRect target =
+        anchor_.isNull() ? QRect(pos(), size) : Placement::overlayRect(anchor_, size);
+    if (target != geometry()) setGeometry(target);
+    if (size != maskSize_) {
+        setMask(roundedRegion(QRect(QPoint(0, 0), size), radius()));
+        maskSize_ = size;
     }
-    setMask(roundedRegion(QRect(QPoint(0, 0), size), radius()));
     if (!isVisible()) show();
     update();
 }

@@ -53,6 +53,7 @@ private:
 
     OverlayInput input_;
     QPoint anchor_;
+    QSize maskSize_;
     bool dark_ = true;
     bool lightVisuals_ = false;
     QTimer frame_;
