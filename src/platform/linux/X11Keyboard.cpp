@@ -1,5 +1,6 @@
 // Qt's headers go before Xlib's, which define Status and Bool as macros.
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include "platform/linux/X11Keyboard.h"
 
@@ -7,6 +8,7 @@
 #include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
+#include <algorithm>
 #include <cstring>
 
 namespace ombry::linux_platform {
@@ -94,6 +96,7 @@ void X11KeyboardHook::stop() {
         connection_.close();
     }
     handler_ = {};
+    pending_.clear();
     modifiers_.clear();
     keysDown_.clear();
     lastFlags_ = 0;
@@ -190,7 +193,6 @@ void X11KeyboardHook::ungrab() {
 void X11KeyboardHook::readEvents() {
     if (!connection_) return;
     Display* display = connection_.get();
-    std::vector<KeyEvent> batch;
     bool remap = false;
     while (XPending(display)) {
         XEvent event;
@@ -207,7 +209,7 @@ void X11KeyboardHook::readEvents() {
         switch (event.xcookie.evtype) {
         case XI_RawKeyPress:
         case XI_RawKeyRelease:
-            handleRawKey(event.xcookie.evtype, event.xcookie.data, batch);
+            handleRawKey(event.xcookie.evtype, event.xcookie.data);
             break;
         case XI_HierarchyChanged:
             findPostingDevices();
@@ -223,23 +225,35 @@ void X11KeyboardHook::readEvents() {
         ungrab();
         grab();
     }
-    // The handler may stop the hook or change the swallowed keys: the events already read are
-    // delivered only while the hook that read them still runs.
+    // The handler may stop the hook, or change the swallowed keys, which reads the connection
+    // again: events read meanwhile wait behind the ones being delivered, so the order holds.
+    if (delivering_) return;
+    delivering_ = true;
     const uint64_t generation = generation_;
-    for (const KeyEvent& event : batch) {
-        if (generation != generation_ || !handler_) return;
+    while (!pending_.empty() && generation == generation_ && handler_) {
+        const KeyEvent event = pending_.front();
+        pending_.pop_front();
         if (event.type == KeyEvent::Type::FlagsChanged) lastFlags_ = event.flags;
         Handler handler = handler_;
         handler(event);
     }
+    delivering_ = false;
+    // A hook stopped and started again by the handler delivers what it read since later.
+    if (!pending_.empty() && notifier_)
+        QTimer::singleShot(0, notifier_.get(), [this] { readEvents(); });
 }
 
-void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent, std::vector<KeyEvent>& out) {
+void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent) {
     const auto* raw = static_cast<const XIRawEvent*>(rawEvent);
     const int kc = raw->detail;
     const bool press = evtype == XI_RawKeyPress;
     const bool fromXTest = postingDevices_.count(raw->sourceid) > 0;
-    const bool own = fromXTest && x11::OwnKeyLedger::shared().claim(kc, press);
+    const x11::ClaimedKey claimed =
+        fromXTest ? x11::OwnKeyLedger::shared().claim(kc, press) : x11::ClaimedKey{};
+    // The poster lifted a modifier that the user holds, or put it back: for the user it is
+    // still held, and nothing happened.
+    if (claimed.claim == x11::KeyClaim::Transparent) return;
+    const bool own = claimed.claim == x11::KeyClaim::Own;
     const uint16_t code = keys_.code(kc);
 
     KeyEvent event;
@@ -257,7 +271,7 @@ void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent, std::vector
         }
         event.type = KeyEvent::Type::FlagsChanged;
         event.flags = modifiers_.flags();
-        out.push_back(event);
+        pending_.push_back(event);
         return;
     }
     if (!press) {
@@ -267,8 +281,10 @@ void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent, std::vector
     event.type = KeyEvent::Type::KeyDown;
     event.autoRepeat = keysDown_.count(kc) > 0 || (raw->flags & XIKeyRepeat);
     keysDown_.insert(kc);
-    event.flags = modifiers_.flags();
-    if (code != NoKey) out.push_back(event);
+    // A key this process posted while lifting held modifiers reached the application with
+    // the modifiers it was posted with.
+    event.flags = claimed.flags.value_or(modifiers_.flags());
+    if (code != NoKey) pending_.push_back(event);
 }
 
 bool X11KeyPoster::ensureConnected() {
@@ -297,16 +313,17 @@ bool X11KeyPoster::ensureConnected() {
     return true;
 }
 
-void X11KeyPoster::send(int xkeycode, bool press) {
-    x11::OwnKeyLedger::shared().expect(xkeycode, press);
+void X11KeyPoster::send(int xkeycode, bool press, x11::PostedKey how) {
+    x11::OwnKeyLedger::shared().expect(xkeycode, press, how);
     XTestFakeKeyEvent(connection_.get(), unsigned(xkeycode), press ? True : False, CurrentTime);
 }
 
 bool X11KeyPoster::post(uint16_t keyCode, uint64_t modifiers) {
     if (!ensureConnected()) return false;
+    Display* display = connection_.get();
     const int key = keys_.keycodeToPost(keyCode);
     if (!key) return false;
-    std::vector<int> held;
+    std::vector<int> wanted;
     const std::pair<uint64_t, uint16_t> order[] = {
         {modifier::Control, keycode::LeftControl},
         {modifier::Option, keycode::LeftOption},
@@ -317,17 +334,47 @@ bool X11KeyPoster::post(uint16_t keyCode, uint64_t modifiers) {
         if (!(modifiers & flag)) continue;
         const int kc = keys_.keycodeToPost(code);
         if (!kc) return false;
-        held.push_back(kc);
+        wanted.push_back(kc);
     }
-    for (const int kc : held)
+    // The key must reach the application with exactly these modifiers: modifiers that the user
+    // still holds (the Ctrl+Alt of a shortcut that asked for a paste) are lifted for the time
+    // of the key and put back after, as the user holds them.
+    // A wanted modifier whose very key the user holds is left alone: releasing it after the
+    // key would take it from under the user's finger.
+    std::vector<int> lifted;
+    char keymap[32] = {};
+    XQueryKeymap(display, keymap);
+    const auto isDown = [&](int kc) { return (keymap[kc / 8] & (1 << (kc % 8))) != 0; };
+    for (int kc = 0; kc < 256; ++kc) {
+        if (!isDown(kc)) continue;
+        const uint64_t flag = x11::flagsOfModifierKey(keys_.code(kc)) & modifier::Mask;
+        if (flag && !(modifiers & flag)) lifted.push_back(kc);
+    }
+    std::erase_if(wanted, isDown);
+    // The flags the application sees with the key: those of the modifier keys down then.
+    const auto contains = [](const std::vector<int>& list, int kc) {
+        return std::find(list.begin(), list.end(), kc) != list.end();
+    };
+    uint64_t flags = 0;
+    for (int kc = 0; kc < 256; ++kc) {
+        if ((isDown(kc) && !contains(lifted, kc)) || contains(wanted, kc))
+            flags |= x11::flagsOfModifierKey(keys_.code(kc));
+    }
+    const x11::PostedKey transparent{true, std::nullopt};
+    const x11::PostedKey withFlags{false, lifted.empty() ? std::nullopt : std::optional(flags)};
+    for (const int kc : lifted)
+        send(kc, false, transparent);
+    for (const int kc : wanted)
         send(kc, true);
-    send(key, true);
+    send(key, true, withFlags);
     send(key, false);
-    for (auto it = held.rbegin(); it != held.rend(); ++it)
+    for (auto it = wanted.rbegin(); it != wanted.rend(); ++it)
         send(*it, false);
+    for (const int kc : lifted)
+        send(kc, true, transparent);
     // Wait until the server has taken them, so that what the caller does next (restoring the
     // clipboard, another post) comes after the keys.
-    XSync(connection_.get(), False);
+    XSync(display, False);
     return true;
 }
 

@@ -6,6 +6,7 @@
 
 #include <QList>
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <set>
 #include <vector>
@@ -35,7 +36,7 @@ public:
 
 private:
     void readEvents();
-    void handleRawKey(int evtype, const void* rawEvent, std::vector<KeyEvent>& out);
+    void handleRawKey(int evtype, const void* rawEvent);
     void findPostingDevices();
     void readModifierMasks();
     void seedHeldModifiers();
@@ -47,7 +48,9 @@ private:
     Handler handler_;
     QString reason_;
     int xiOpcode_ = 0;
-    uint64_t generation_ = 0; // goes up at each stop(), so a delivery loop knows to end
+    uint64_t generation_ = 0;      // goes up at each stop(), so a delivery loop knows to end
+    std::deque<KeyEvent> pending_; // read from the server, not yet delivered
+    bool delivering_ = false;
 
     x11::KeyMap keys_;
     x11::ModifierState modifiers_;
@@ -62,14 +65,15 @@ private:
 };
 
 // Posts keys through XTest on a connection of its own, recording each press and release in the
-// ledger first so that the hook knows them as this process's.
+// ledger first so that the hook knows them as this process's. XTest keys combine with the keys
+// the user holds, so held modifiers that were not asked for are lifted around the key.
 class X11KeyPoster final : public KeyPoster {
 public:
     bool post(uint16_t keyCode, uint64_t modifiers) override;
 
 private:
     bool ensureConnected();
-    void send(int xkeycode, bool press);
+    void send(int xkeycode, bool press, x11::PostedKey how = {});
 
     x11::Connection connection_;
     x11::KeyMap keys_;

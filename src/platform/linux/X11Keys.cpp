@@ -350,23 +350,25 @@ void OwnKeyLedger::expire(Clock::time_point now) {
         entries_.pop_front();
 }
 
-void OwnKeyLedger::expect(int xkeycode, bool press, Clock::time_point now) {
+void OwnKeyLedger::expect(int xkeycode, bool press, PostedKey how, Clock::time_point now) {
     std::lock_guard lock(mutex_);
     expire(now);
-    entries_.push_back({xkeycode, press, now});
+    entries_.push_back({xkeycode, press, how, now});
 }
 
-bool OwnKeyLedger::claim(int xkeycode, bool press, Clock::time_point now) {
+ClaimedKey OwnKeyLedger::claim(int xkeycode, bool press, Clock::time_point now) {
     std::lock_guard lock(mutex_);
     expire(now);
     const auto it = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& e) {
         return e.keycode == xkeycode && e.press == press;
     });
-    if (it == entries_.end()) return false;
+    if (it == entries_.end()) return {};
+    const ClaimedKey claimed{it->how.transparent ? KeyClaim::Transparent : KeyClaim::Own,
+                             it->how.flags};
     // The server delivers one connection's events in order: entries before this one will not
     // come any more (the hook was not listening yet).
     entries_.erase(entries_.begin(), it + 1);
-    return true;
+    return claimed;
 }
 
 size_t OwnKeyLedger::pending() const {

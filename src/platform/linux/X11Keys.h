@@ -61,6 +61,26 @@ private:
     std::map<int, uint16_t> held_;
 };
 
+// How one key event was posted by this process.
+struct PostedKey {
+    // Posted to lift a modifier that the user holds for the time of a posted key, or to put it
+    // back: the user's keyboard did not change.
+    bool transparent = false;
+    // The modifier flags the application sees with this key, when they differ from the keys
+    // the user holds (held modifiers lifted for it).
+    std::optional<uint64_t> flags;
+};
+
+enum class KeyClaim {
+    Foreign,     // not posted by this process
+    Own,         // posted by this process
+    Transparent, // posted by this process, with PostedKey::transparent
+};
+struct ClaimedKey {
+    KeyClaim claim = KeyClaim::Foreign;
+    std::optional<uint64_t> flags;
+};
+
 // The key events this process posted and has not yet seen come back through the hook. The
 // poster writes each press and release before sending it; the hook claims the matching event
 // when it arrives from the XTEST device. An entry older than the time-out is forgotten, so an
@@ -71,15 +91,16 @@ public:
     static constexpr std::chrono::milliseconds timeout{3000};
     static OwnKeyLedger& shared();
 
-    void expect(int xkeycode, bool press, Clock::time_point now = Clock::now());
-    // True when the event was posted by this process; the entry and older ones are dropped.
-    bool claim(int xkeycode, bool press, Clock::time_point now = Clock::now());
+    void expect(int xkeycode, bool press, PostedKey how = {}, Clock::time_point now = Clock::now());
+    // Claims the event; the entry and the older ones are dropped.
+    ClaimedKey claim(int xkeycode, bool press, Clock::time_point now = Clock::now());
     size_t pending() const;
 
 private:
     struct Entry {
         int keycode;
         bool press;
+        PostedKey how;
         Clock::time_point at;
     };
     void expire(Clock::time_point now);
