@@ -10,6 +10,7 @@
 #include "engines/client/Net.h"
 #include "online/Credits.h"
 #include "platform/Platform.h"
+#include "platform/linux/X11InputWatch.h"
 #include "views/BubbleController.h"
 #include "views/OverlayBinding.h"
 #include "views/OverlayController.h"
@@ -122,6 +123,7 @@ int runDesktop(QApplication& app) {
         if (const std::optional<QString> error = controller.lastError())
             Notify::post(kAppName, *error);
     };
+    BubbleController::shared().setInputWatch(linux_platform::makeInputWatch());
     controller.onBubble = [](const QString& title, const QString& original, const QString& text) {
         BubbleController::shared().show(title, original, text);
     };
@@ -157,6 +159,7 @@ int runDesktop(QApplication& app) {
     quitOnSignals(app);
     const int status = app.exec();
     BubbleController::shared().close();
+    BubbleController::shared().setInputWatch(nullptr);
     Store::shared().flush();
     OverlayController::shared().setPanel(nullptr);
     delete overlay;

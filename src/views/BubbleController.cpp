@@ -33,9 +33,23 @@ void BubbleController::show(const QString& title, const QString& original, const
     const QRect card = Placement::bubbleRect(pointer, frame, height);
     view->setGeometry(card);
     view->show();
+    if (watch_) watch_->start([this](bool escape) { onInput(escape); });
+}
+
+void BubbleController::setInputWatch(std::unique_ptr<InputWatch> watch) {
+    if (watch_) watch_->stop();
+    watch_ = std::move(watch);
+}
+
+void BubbleController::onInput(bool escape) {
+    if (!panel_) return;
+    // A click on the card itself is the card's (its buttons, a selection of the text).
+    if (!escape && panel_->geometry().contains(QCursor::pos())) return;
+    close();
 }
 
 void BubbleController::close() {
+    if (watch_) watch_->stop();
     if (!panel_) return;
     BubbleView* view = panel_;
     panel_ = nullptr;

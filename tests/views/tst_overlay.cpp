@@ -9,6 +9,7 @@
 #include "views/Placement.h"
 
 #include <QApplication>
+#include <QCursor>
 #include <QDir>
 #include <QPainter>
 #include <QTest>
@@ -21,6 +22,28 @@ Q_DECLARE_METATYPE(ombry::OverlayStage)
 Q_DECLARE_METATYPE(ombry::OverlayModel::Look)
 
 namespace {
+
+// Plays the session's clicks and Escape.
+class FakeInputWatch final : public InputWatch {
+public:
+    int starts = 0;
+    bool on = false;
+    Handler handler;
+    bool start(Handler h) override {
+        ++starts;
+        on = true;
+        handler = std::move(h);
+        return true;
+    }
+    void stop() override {
+        on = false;
+        handler = {};
+    }
+    bool running() const override { return on; }
+    void send(bool escape) {
+        if (handler) handler(escape);
+    }
+};
 
 OverlayInput recording(const QString& live = {}) {
     OverlayInput in;
@@ -266,6 +289,46 @@ private Q_SLOTS:
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QVERIFY(!last);
         bubble.close();
+    }
+
+    void bubbleClosesWhenTheUserGoesOn() {
+        auto owned = std::make_unique<FakeInputWatch>();
+        FakeInputWatch* watch = owned.get();
+        BubbleController& bubble = BubbleController::shared();
+        bubble.setInputWatch(std::move(owned));
+        QVERIFY(!watch->running()); // nothing watched while no card is open
+
+        auto open = [&] {
+            bubble.show(QStringLiteral("Traduction"), QStringLiteral("bonjour"),
+                        QStringLiteral("hello"));
+            return bubble.panel();
+        };
+        // Escape closes the card wherever the pointer is.
+        QCursor::setPos(QPoint(5, 5));
+        QVERIFY(open());
+        QVERIFY(watch->running());
+        watch->send(true);
+        QVERIFY(!bubble.panel());
+        QVERIFY(!watch->running());
+
+        // A click on the card is the card's; a click elsewhere closes it.
+        BubbleView* card = open();
+        QCursor::setPos(card->geometry().center());
+        watch->send(false);
+        QVERIFY(bubble.panel() == card);
+        QCursor::setPos(card->geometry().bottomRight() + QPoint(40, 40));
+        watch->send(false);
+        QVERIFY(!bubble.panel());
+
+        // A card replacing another leaves one watch running.
+        open();
+        open();
+        QCOMPARE(watch->starts, 4);
+        QVERIFY(watch->running());
+        bubble.close();
+        QVERIFY(!watch->running());
+        bubble.setInputWatch(nullptr);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
     // Pictures of every face, for a look by eye: OMBRY_OVERLAY_PICTURES=/some/folder.
