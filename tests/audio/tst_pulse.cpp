@@ -10,9 +10,11 @@
 #include "data/Settings.h"
 #include "platform/linux/LinuxPlatform.h"
 
+#include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QtEndian>
 #include <atomic>
 #include <mutex>
 
@@ -46,6 +48,14 @@ private:
     std::atomic<bool> ended_{false};
     std::unique_ptr<CaptureStream> stream_;
 };
+
+// The largest sample on the positive side, which is what tells voice for the pauses.
+int highest(const QByteArray& pcm) {
+    int best = 0;
+    for (qsizetype i = 0; i + 1 < pcm.size(); i += 2)
+        best = std::max<int>(best, qFromLittleEndian<qint16>(pcm.constData() + i));
+    return best;
+}
 
 QStringList names(const QList<AudioSource>& sources) {
     QStringList out;
@@ -133,6 +143,34 @@ private Q_SLOTS:
         QVERIFY(buffers > 20);
         QTRY_VERIFY(!levels.isEmpty());
         QVERIFY(*std::max_element(levels.begin(), levels.end()) > 0.2);
+    }
+
+    void pausesBetweenSentences() {
+        // Speech, a second of silence, speech again, then silence: a pause after each.
+        const QByteArray gap(AudioRecorder::kBytesPerSecond, '\0');
+        const QString twice = dir.filePath(QStringLiteral("twice.wav"));
+        QFile f(twice);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(AudioRecorder::wav(speechPcm + gap + speechPcm));
+        f.close();
+        AudioRecorder r;
+        std::mutex mutex;
+        QList<int64_t> pauses;
+        r.onPause = [&](int64_t offset) {
+            std::lock_guard guard(mutex);
+            pauses << offset;
+        };
+        r.start();
+        QVERIFY(server.play(twice));
+        QTest::qWait(900);
+        const QByteArray pcm = r.stopRaw();
+        std::lock_guard guard(mutex);
+        QVERIFY2(pauses.size() >= 2, qPrintable(QString::number(pauses.size())));
+        // Each pause comes after voice, in the silence that follows it.
+        for (int64_t offset : pauses) {
+            QVERIFY(offset <= pcm.size());
+            QVERIFY(highest(pcm.mid(offset - 9600 * 2, 9600 * 2)) < 901);
+        }
     }
 
     void namedAndMissingMicrophones() {

@@ -18,7 +18,9 @@ std::runtime_error failure(const QString& what, const QString& why) {
     return std::runtime_error(QStringLiteral("%1 (%2)").arg(what, why).toStdString());
 }
 
-// One record stream of S16LE mono 16 kHz. Its callbacks run on the connection's loop thread.
+// One record stream of S16LE mono 16 kHz. Its callbacks run on the connection's loop thread
+// (the capture thread) with the loop's lock held: the PCM handler must be quick, and stop()
+// must not be called from it.
 class PulseCapture final : public CaptureStream {
 public:
     PulseCapture(std::shared_ptr<PulseConnection> connection, AudioSystem::PcmHandler onPcm,
