@@ -37,6 +37,10 @@ struct AppShare {
 // The user's data: seven lists held in memory, each written to its own JSON file 0.4 s after
 // its last change, on the serial queue "verlo.store.io", plus the statistics of the history.
 // Lists and statistics belong to the main thread.
+//
+// Several processes may write the folder at once (a command-line run beside the desktop
+// program): writes take turns under the folder's lock file, and each merges what others wrote
+// since (see schedule()). A list file that exists but cannot be read is never written over.
 class Store : public QObject {
     Q_OBJECT
 public:
@@ -125,10 +129,23 @@ Q_SIGNALS:
     void statsChanged();
 
 private:
+    // What the save of one file knows of it; touched on the queue once the store is made.
+    struct FileState {
+        QByteArray base;      // this process's list as last read or written
+        QByteArray disk;      // the file's bytes as last read or written by this process
+        bool blocked = false; // there but unreadable: never written during this run
+    };
+    // Gives (ours, written): the encoding of this process's list and the bytes to write,
+    // merged with what another process wrote meanwhile.
+    using SaveFn = std::pair<QByteArray, QByteArray>(const FileState&,
+                                                     const std::optional<QByteArray>& disk,
+                                                     const QString& path);
+
+    template <class T> QList<T> load(const QString& name);
     template <class T> void save(const QList<T>& list, const QString& name);
     template <class L>
     void assign(L& member, L value, const QString& name, void (Store::*changed)());
-    void schedule(const QString& name, std::function<QByteArray()> encode);
+    void schedule(const QString& name, std::function<SaveFn> encode);
     void releasePending(const QString& name);
     QDate localDay(const QDateTime& utc) const;
 
@@ -154,6 +171,7 @@ private:
         std::shared_ptr<SaveJob> job;
     };
     QMap<QString, Pending> pending_;
+    QHash<QString, std::shared_ptr<FileState>> fileStates_;
 
     // What the statistics know of each dictation, in the order of dictations_: a rebuild
     // reuses the word count and the day of a record whose text and date are unchanged, so that
