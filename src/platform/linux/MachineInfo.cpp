@@ -102,6 +102,28 @@ bool acpiLowPower(const QString& root) {
            "low-power";
 }
 
+BackgroundValue::BackgroundValue(std::function<QString()> read, int64_t maxAgeMs)
+    : read_(std::move(read)), maxAgeMs_(maxAgeMs) {}
+
+QString BackgroundValue::get() {
+    std::lock_guard lock(mutex_);
+    const int64_t now = clock_.elapsedMs();
+    const bool stale = !everRead_ || now - readAt_ >= maxAgeMs_;
+    // A stopped queue (the end of the program) would run the read here: nothing is asked then.
+    if (stale && !reading_ && !queue_.stopped()) {
+        reading_ = true;
+        queue_.async([this] {
+            const QString value = read_();
+            std::lock_guard done(mutex_);
+            value_ = value;
+            readAt_ = clock_.elapsedMs();
+            everRead_ = true;
+            reading_ = false;
+        });
+    }
+    return value_;
+}
+
 } // namespace machine
 
 namespace {
@@ -139,11 +161,16 @@ public:
     QString cpuBrand() override {
         return machine::modelName(readFile(QStringLiteral("/proc/cpuinfo")));
     }
+    // The bus is asked on a worker thread, at most every 30 seconds: the view that asks never
+    // waits on it. The first answer of a run is "not low power" until the bus has replied.
     bool lowPowerMode() override {
-        return powerProfile() == QLatin1String("power-saver") || machine::acpiLowPower({});
+        return profile_.get() == QLatin1String("power-saver") || machine::acpiLowPower({});
     }
     int thermalState() override { return machine::thermalState({}); }
     QString machineIdentifier() override { return machine::machineId({}); }
+
+private:
+    machine::BackgroundValue profile_{&powerProfile, 30000};
 };
 
 } // namespace
