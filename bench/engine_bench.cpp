@@ -14,6 +14,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTemporaryDir>
@@ -21,7 +22,6 @@
 #include <cmath>
 #include <cstdio>
 #include <functional>
-#include <sys/resource.h>
 #include <vector>
 
 using namespace ombry;
@@ -44,11 +44,25 @@ void report(const char* what, double ms) {
     std::printf("%-58s %9.3f ms\n", what, ms);
 }
 
-// The peak resident memory of the process so far, in bytes.
-qint64 peakResident() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return qint64(usage.ru_maxrss) * 1024;
+// A line "Name:   N kB" of /proc/self/status, in bytes.
+qint64 statusBytes(const QByteArray& name) {
+    QFile f("/proc/self/status");
+    if (!f.open(QIODevice::ReadOnly)) return 0;
+    for (const QByteArray& line : f.readAll().split('\n'))
+        if (line.startsWith(name + ':'))
+            return line.mid(name.size() + 1).trimmed().split(' ')[0].toLongLong() * 1024;
+    return 0;
+}
+
+// How much the resident memory grows at its peak while `step` runs (the kernel's high-water
+// mark is reset first).
+qint64 peakGrowth(const std::function<void()>& step) {
+    QFile reset("/proc/self/clear_refs");
+    if (reset.open(QIODevice::WriteOnly)) reset.write("5");
+    reset.close();
+    const qint64 before = statusBytes("VmRSS");
+    step();
+    return statusBytes("VmHWM") - before;
 }
 
 // The request as a JSON document holding the base64 as a string, serialised: the way the body
@@ -134,17 +148,12 @@ int main(int argc, char** argv) {
         std::printf("  MISMATCH: the two ways give different bodies\n");
 
     {
-        // Memory: the direct way first, as the peak only grows.
         const QByteArray longWav = speechLikeWav(30 * 60);
         const double file = double(longWav.size());
-        const qint64 before = peakResident();
-        { const QByteArray body = GeminiSpeech::requestBody(prompt, longWav, true).serialized(); }
-        const qint64 direct = peakResident() - before;
-        {
-            const QByteArray body =
-                throughDocument(GeminiSpeech::requestBody(prompt, longWav, true));
-        }
-        const qint64 document = peakResident() - before;
+        const qint64 direct =
+            peakGrowth([&] { GeminiSpeech::requestBody(prompt, longWav, true).serialized(); });
+        const qint64 document =
+            peakGrowth([&] { throughDocument(GeminiSpeech::requestBody(prompt, longWav, true)); });
         std::printf("30-minute WAV: %.1f MB; memory beside it to build its request:\n", file / 1e6);
         std::printf("  written directly %8.1f MB (%.1f x the file, %.1f x with the file)\n",
                     direct / 1e6, direct / file, 1 + direct / file);
