@@ -182,19 +182,6 @@ private Q_SLOTS:
         QCOMPARE(*decodeWords(readAll(path("words.json"))), (QStringList{"Ombry", "Léa"}));
         QCOMPARE(amounts(), (QList<double>{2}));
     }
-
-    void stoppedQueuesRunLateWorkInPlace() {
-        SerialQueue q(QStringLiteral("verlo.test"));
-        std::atomic<int> delayed{0}, late{0};
-        q.asyncAfter(100, std::make_shared<WorkItem>([&] { ++delayed; }));
-        SerialQueue::stopAll();
-        QVERIFY(q.stopped());
-        q.async([&] { ++late; });
-        q.sync([&] { ++late; }); // does not wait for a thread that is gone
-        platform.clock().advance(200);
-        QCOMPARE(late.load(), 2);
-        QCOMPARE(delayed.load(), 0);
-    }
 };
 
 QTEST_GUILESS_MAIN(TstDataFiles)

@@ -106,22 +106,22 @@ BackgroundValue::BackgroundValue(std::function<QString()> read, int64_t maxAgeMs
     : read_(std::move(read)), maxAgeMs_(maxAgeMs) {}
 
 QString BackgroundValue::get() {
-    std::lock_guard lock(mutex_);
-    const int64_t now = clock_.elapsedMs();
-    const bool stale = !everRead_ || now - readAt_ >= maxAgeMs_;
+    std::unique_lock lock(mutex_);
+    const QString value = value_;
+    const bool stale = !everRead_ || clock_.elapsedMs() - readAt_ >= maxAgeMs_;
     // A stopped queue (the end of the program) would run the read here: nothing is asked then.
-    if (stale && !reading_ && !queue_.stopped()) {
-        reading_ = true;
-        queue_.async([this] {
-            const QString value = read_();
-            std::lock_guard done(mutex_);
-            value_ = value;
-            readAt_ = clock_.elapsedMs();
-            everRead_ = true;
-            reading_ = false;
-        });
-    }
-    return value_;
+    if (!stale || reading_ || queue_.stopped()) return value;
+    reading_ = true;
+    lock.unlock(); // a queue stopped meanwhile runs the read in place, and it takes the lock
+    queue_.async([this] {
+        const QString read = read_();
+        std::lock_guard done(mutex_);
+        value_ = read;
+        readAt_ = clock_.elapsedMs();
+        everRead_ = true;
+        reading_ = false;
+    });
+    return value;
 }
 
 } // namespace machine
