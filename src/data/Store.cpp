@@ -180,7 +180,7 @@ Store::Store(const QString& folder, QObject* parent)
       ioQueue_(std::make_unique<SerialQueue>(QStringLiteral("verlo.store.io"))) {
     // The history and the journal hold the user's words: only the user may enter the folder.
     Paths::makePrivateFolder(folder_);
-    QDir().mkpath(audioFolder_);
+    Paths::makePrivateFolder(audioFolder_);
 
     // Each list goes through its setter, which schedules its save: every file is rewritten
     // shortly after start, and made if it was missing.

@@ -138,9 +138,10 @@ char* base64Into(char* out, const char* in, qsizetype n) {
 
 } // namespace
 
-double Limits::deadlineFor(double timeoutSeconds) const {
+double Limits::deadlineFor(double timeoutSeconds, qint64 uploadBytes) const {
     if (deadlineSeconds > 0) return deadlineSeconds;
-    return std::max(60.0, 4.0 * timeoutSeconds);
+    // A long recording on a slow line takes its time to go up: a second more per 125 kB.
+    return std::max(60.0, 4.0 * timeoutSeconds) + double(uploadBytes) / 125000.0;
 }
 
 QString JsonBody::binaryPlaceholder() {
@@ -198,7 +199,7 @@ QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers he
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
         sent, [](QNetworkReply* r) { r->deleteLater(); });
     const auto stop = std::make_shared<Stop>();
-    bound(sent, stop, limits.maxReplyBytes, limits.deadlineFor(timeoutSeconds));
+    bound(sent, stop, limits.maxReplyBytes, limits.deadlineFor(timeoutSeconds, body.size()));
     co_await reply.get();
 
     if (stop->tooLarge)

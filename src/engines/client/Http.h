@@ -32,11 +32,12 @@ inline constexpr qint64 kDefaultMaxReplyBytes = qint64(8) << 20;
 
 // What bounds one request besides the silence time-out: the size of its answer, and the time it
 // may take as a whole (an answer trickling in one byte at a time is never silent for long). A
-// deadline of 0 means four times the silence time-out, and at least 60 seconds.
+// deadline of 0 means four times the silence time-out, at least 60 seconds, plus one second
+// for every 125 kB sent (1 Mbit/s).
 struct Limits {
     qint64 maxReplyBytes = kDefaultMaxReplyBytes;
     double deadlineSeconds = 0;
-    double deadlineFor(double timeoutSeconds) const;
+    double deadlineFor(double timeoutSeconds, qint64 uploadBytes) const;
 };
 
 struct Reply {

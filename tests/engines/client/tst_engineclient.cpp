@@ -109,7 +109,7 @@ private Q_SLOTS:
         TestHttpServer server;
         server.on("/a", Reply::text("ok"));
         const QUrl url(server.url().toString() + "/a");
-        for (const QByteArray value :
+        for (const QByteArray& value :
              {QByteArray("sk\r\nX-Injected: yes"), QByteArray("sk\n"), QByteArray("s\0k", 3)}) {
             const QString error = failureOf<TransportError>([&] {
                 await(Http::post(url, "x", {{"Authorization", "Bearer " + value}}, 5));
