@@ -207,11 +207,12 @@ template <class T> QList<T> Store::load(const QString& name) {
         return {};
     }
     if (!read.ok()) return {}; // missing
-    state->disk = read.bytes;
+    state->stamp = Paths::stamp(path);
     if (auto list = decodeOf<T>(read.bytes)) {
         state->base = read.bytes;
         return std::move(*list);
     }
+    state->othersInFile = true; // damaged bytes: not a list this process can take as its own
     if (!read.bytes.trimmed().isEmpty())
         ioQueue_->async([path, bytes = read.bytes] { keepDamagedCopy(path, bytes); });
     return {};
@@ -266,18 +267,24 @@ void Store::schedule(const QString& name, std::function<SaveFn> encode) {
             if (!encode || !state || state->blocked) return;
             const QString path = folder + QLatin1Char('/') + name;
             const Paths::FileLock lock(folder + QLatin1Char('/') + kLockFile);
-            const Paths::ReadResult read = Paths::readRegularFile(path, kMaxListFileBytes);
-            if (isUnreadable(read)) {
-                state->blocked = true;
-                reportUnreadable(path, read);
-                return;
+            // Unchanged since this process wrote it alone: nothing to read again.
+            const std::optional<Paths::FileStamp> now = Paths::stamp(path);
+            const bool known = now && state->stamp && *now == *state->stamp;
+            std::optional<QByteArray> disk;
+            if (now && !(known && !state->othersInFile)) {
+                Paths::ReadResult read = Paths::readRegularFile(path, kMaxListFileBytes);
+                if (isUnreadable(read)) {
+                    state->blocked = true;
+                    reportUnreadable(path, read);
+                    return;
+                }
+                if (read.ok()) disk = std::move(read.bytes);
             }
-            const std::optional<QByteArray> disk =
-                read.ok() ? std::optional<QByteArray>(read.bytes) : std::nullopt;
-            const auto [ours, written] = encode(*state, disk, path);
-            if (!Paths::writeFileAtomically(path, written)) return;
-            state->base = ours;
-            state->disk = written;
+            const SaveOutput out = encode(*state, disk, known, path);
+            if (!Paths::writeFileAtomically(path, out.written)) return;
+            state->base = out.ours;
+            state->stamp = Paths::stamp(path);
+            state->othersInFile = out.merged;
         });
     pending_.insert(name, {item, job});
     ioQueue_->asyncAfter(kSaveDelayMs, item);
@@ -287,22 +294,21 @@ template <class T> void Store::save(const QList<T>& list, const QString& name) {
     const bool newestFirst = name == kHistory || name == kFixes;
     schedule(name,
              [list, newestFirst](const FileState& state, const std::optional<QByteArray>& disk,
-                                 const QString& path) -> std::pair<QByteArray, QByteArray> {
+                                 bool known, const QString& path) -> SaveOutput {
                  QByteArray ours = encodeOf(list);
-                 // Nobody else wrote since this process did (or the file is gone): ours as it is.
-                 if (!disk || (*disk == state.disk && state.disk == state.base))
-                     return {ours, ours};
+                 // Missing, or holding only what this process wrote: ours as it is.
+                 if (!disk) return {ours, ours, false};
                  std::optional<QList<T>> onDisk = decodeOf<T>(*disk);
                  if (!onDisk) {
                      // Damaged by someone else since this process read it: kept aside, then
                      // replaced.
-                     if (*disk != state.disk && !disk->trimmed().isEmpty())
-                         keepDamagedCopy(path, *disk);
-                     return {ours, ours};
+                     if (!known && !disk->trimmed().isEmpty()) keepDamagedCopy(path, *disk);
+                     return {ours, ours, false};
                  }
                  const QList<T> base = decodeOf<T>(state.base).value_or(QList<T>());
                  QByteArray written = encodeOf(merged(list, base, *onDisk, newestFirst));
-                 return {ours, written};
+                 const bool others = written != ours;
+                 return {std::move(ours), std::move(written), others};
              });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "data/Records.h"
+#include "platform/Paths.h"
 
 #include <QDate>
 #include <QDateTime>
@@ -131,15 +132,20 @@ Q_SIGNALS:
 private:
     // What the save of one file knows of it; touched on the queue once the store is made.
     struct FileState {
-        QByteArray base;      // this process's list as last read or written
-        QByteArray disk;      // the file's bytes as last read or written by this process
-        bool blocked = false; // there but unreadable: never written during this run
+        QByteArray base; // this process's list as last read or written (what it changed from)
+        std::optional<Paths::FileStamp> stamp; // the file as this process last read or wrote it
+        bool othersInFile = false; // that file held entries of other runs besides `base`
+        bool blocked = false;      // there but unreadable: never written during this run
     };
-    // Gives (ours, written): the encoding of this process's list and the bytes to write,
-    // merged with what another process wrote meanwhile.
-    using SaveFn = std::pair<QByteArray, QByteArray>(const FileState&,
-                                                     const std::optional<QByteArray>& disk,
-                                                     const QString& path);
+    struct SaveOutput {
+        QByteArray ours;    // the encoding of this process's list
+        QByteArray written; // what goes to the file: ours, merged with what others wrote
+        bool merged = false;
+    };
+    // disk: the file's bytes, read again; nothing when it is missing or known to hold only what
+    // this process wrote. known: the file is the one this process last read or wrote.
+    using SaveFn = SaveOutput(const FileState&, const std::optional<QByteArray>& disk, bool known,
+                              const QString& path);
 
     template <class T> QList<T> load(const QString& name);
     template <class T> void save(const QList<T>& list, const QString& name);

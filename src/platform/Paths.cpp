@@ -186,6 +186,13 @@ bool makePrivateFolder(const QString& path, unsigned mode) {
     return ::chmod(toNative(path).constData(), mode) == 0;
 }
 
+std::optional<FileStamp> stamp(const QString& path) {
+    struct stat st {};
+    if (::stat(toNative(path).constData(), &st) != 0) return std::nullopt;
+    return FileStamp{quint64(st.st_dev), quint64(st.st_ino), qint64(st.st_size),
+                     qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
+}
+
 ReadResult readRegularFile(const QString& path, qint64 maxBytes) {
     ReadResult r;
     // Non-blocking, so that opening a pipe does not wait for a writer.

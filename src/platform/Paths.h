@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <optional>
 
 namespace ombry::Paths {
 
@@ -52,6 +53,16 @@ struct ReadResult {
     QString error;    // the system's reason, for Unreadable
     bool ok() const { return status == Status::Ok; }
 };
+
+// What tells one version of a file from another without reading it: a file replaced by an
+// atomic write is a new inode, and one written in place changes its time or size.
+struct FileStamp {
+    quint64 device = 0, inode = 0;
+    qint64 size = 0, modifiedNs = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+// The stamp of the file at path (links followed); nothing when it cannot be had (missing).
+std::optional<FileStamp> stamp(const QString& path);
 
 // Reads a whole regular file of at most maxBytes. Never blocks on a pipe or a device (they are
 // refused as not regular) and never reads more than the cap.
