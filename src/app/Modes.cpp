@@ -5,6 +5,7 @@
 #include "app/OmbryIcon.h"
 #include "app/Output.h"
 #include "app/SpeechModes.h"
+#include "app/UpdateMode.h"
 
 #include <exception>
 
@@ -30,6 +31,9 @@ void runIcon(const QString& folder) {
 QCoro::Task<void> runMode(Switch sw) {
     try {
         switch (sw.mode) {
+        case Mode::Update:
+            co_await runUpdateMode();
+            break;
         case Mode::FastTest:
             co_await runFastTestMode(sw.args.value(0));
             break;
