@@ -135,8 +135,10 @@ void judgeTogether(const QList<Member>& members) {
         // Every folder above a member is a real folder, never a link or a file.
         for (QByteArray up = parentOf(m.path); !up.isEmpty(); up = parentOf(up)) {
             const auto it = kinds.constFind(up);
-            if (it != kinds.constEnd() && *it != Kind::Folder)
-                refuse(QStringLiteral("chemin qui passe par un lien refusé"), m.path);
+            if (it == kinds.constEnd() || *it == Kind::Folder) continue;
+            refuse(*it == Kind::Link ? QStringLiteral("chemin qui passe par un lien refusé")
+                                     : QStringLiteral("chemin qui passe par un fichier refusé"),
+                   m.path);
         }
         if (m.kind != Kind::Link) continue;
         const QByteArray shown = m.path + " -> " + m.target;

@@ -131,7 +131,7 @@ QCoro::Task<int> fetch(QUrl url, QIODevice* into, qint64 maxBytes) {
 
 // What the install does off the main thread, from the downloaded archive to the swap.
 void unpackAndSwap(const QString& archivePath, const QByteArray& signature,
-                   const QString& installed) {
+                   const QString& installed, const QString& runningProgram) {
     {
         QFile file(archivePath);
         if (!file.open(QIODevice::ReadOnly)) throw UpdateFail(kBadSignature);
@@ -155,8 +155,7 @@ void unpackAndSwap(const QString& archivePath, const QByteArray& signature,
     const QString id = UpdatePackage::identifierOf(program);
     if (id != Updater::identifier && id != Updater::formerIdentifier)
         throw UpdateFail(kBadSignature);
-    if (!UpdatePackage::fitsProcessor(program, QCoreApplication::applicationFilePath()))
-        throw UpdateFail(kNoProgram);
+    if (!UpdatePackage::fitsProcessor(program, runningProgram)) throw UpdateFail(kNoProgram);
 
     UpdatePackage::removeTree(staging);
     if (!QDir().rename(program, staging))
@@ -347,7 +346,8 @@ QCoro::Task<void> Updater::runInstall(Release release) {
         download.setAutoRemove(false);
         download.close();
 
-        WorkerJob unpacking{[&] { unpackAndSwap(archive, signature.data(), installed); }};
+        const QString running = QCoreApplication::applicationFilePath();
+        WorkerJob unpacking{[&] { unpackAndSwap(archive, signature.data(), installed, running); }};
         co_await OffMainThread{&unpacking};
         unpacking.finish();
 
@@ -362,10 +362,16 @@ QCoro::Task<void> Updater::runInstall(Release release) {
 }
 
 void Updater::relaunchDetached(const QString& programFolder) {
-    // The shell outlives this process and starts the new program a second after it ended.
-    QProcess::startDetached(QStringLiteral("/bin/sh"),
-                            {QStringLiteral("-c"), QStringLiteral("sleep 1; exec \"$0\""),
-                             QDir(programFolder).filePath(UpdatePackage::kExecutable)});
+    // The shell outlives this process: a second later, and once this process has ended (for at
+    // most half a minute more), it starts the new program, so that the new one never meets the
+    // old one still running.
+    QProcess::startDetached(
+        QStringLiteral("/bin/sh"),
+        {QStringLiteral("-c"),
+         QStringLiteral("sleep 1; i=0; while kill -0 \"$1\" 2>/dev/null && [ $i -lt 150 ]; do "
+                        "sleep 0.2; i=$((i+1)); done; exec \"$0\""),
+         QDir(programFolder).filePath(UpdatePackage::kExecutable),
+         QString::number(QCoreApplication::applicationPid())});
     QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit,
                               Qt::QueuedConnection);
 }

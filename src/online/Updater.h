@@ -84,8 +84,9 @@ public:
     void setInstalledFolder(const QString& folder) { installedOverride_ = folder; }
 
     // Starts the new program once this one has ended, then ends this one. By default a
-    // detached shell that waits one second and runs `bin/ombry-voice` of the folder, and a quit
-    // of the application on the next turn of the loop. Tests replace it.
+    // detached shell that waits one second (and until this process is gone) and runs
+    // `bin/ombry-voice` of the folder, and a quit of the application on the next turn of the
+    // loop, through its normal end. Tests replace it.
     using Relaunch = std::function<void(const QString& programFolder)>;
     void setRelaunch(Relaunch relaunch) { relaunch_ = std::move(relaunch); }
     static void relaunchDetached(const QString& programFolder);

@@ -6,6 +6,7 @@
 #include "FakePlatform.h"
 #include "TestHttpServer.h"
 
+#include "desktop/Log.h"
 #include "online/BuildInfo.h"
 #include "online/UpdatePackage.h"
 #include "online/Updater.h"
@@ -235,6 +236,18 @@ class TstUpdater : public QObject {
         const QByteArray archive = tarGz(members);
         serveArchive(archive, sign(key.get(), archive));
     }
+    // The journal's lines, without their time stamps.
+    QStringList journalLines() {
+        Log::sync();
+        QFile file(Log::url());
+        file.open(QIODevice::ReadOnly);
+        QStringList lines;
+        for (const QString& line :
+             QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts))
+            lines << line.section(' ', 1);
+        return lines;
+    }
+
     // Checks, installs, and gives the installation's error.
     QString checkAndInstall() {
         if (!await(updater.check())) return QStringLiteral("(pas d'offre)");
@@ -270,6 +283,7 @@ private Q_SLOTS:
         QCOMPARE(site.last().path, kFeed);
         QCOMPARE(site.last().queryValues("app"), QStringList{"voice"});
         QCOMPARE(updater.available()->version, QStringLiteral("9.9"));
+        QCOMPARE(journalLines().last(), QStringLiteral("mise à jour disponible : 9.9"));
         QCOMPARE(updater.available()->notes, (QStringList{"Plus rapide", "Moins de bruit"}));
 
         // A failing check leaves the offer as it was: a missing member, an error status, a
@@ -305,7 +319,10 @@ private Q_SLOTS:
     void installSwapsInTheNewProgram() {
         serveFeed(1);
         serveSigned(release(marker()));
+        // What a former attempt left is replaced.
+        writeFile(installed + ".nouveau/identifier", "ancien essai");
         QCOMPARE(checkAndInstall(), QString());
+        QCOMPARE(journalLines().last(), QStringLiteral("mise à jour installée : 9.9"));
 
         // Fetched from the product site under the feed's path, whatever host the feed named.
         QCOMPARE(site.requests(kArchivePath).size(), 1);
@@ -376,6 +393,9 @@ private Q_SLOTS:
                        good + QList<Member>{{"Ombry Voice/tmp", 'l', "share"},
                                             {"Ombry Voice/tmp/x", 'f', "x"}},
                        "archive : chemin qui passe par un lien refusé (Ombry Voice/tmp/x)"),
+            signedCase(
+                "file under a file", good + QList<Member>{{"Ombry Voice/identifier/x", 'f', "x"}},
+                "archive : chemin qui passe par un fichier refusé (Ombry Voice/identifier/x)"),
             signedCase("hard link", good + QList<Member>{{"Ombry Voice/h", 'h', "/etc/passwd"}},
                        "archive : lien physique refusé (Ombry Voice/h)"),
             signedCase("device", good + QList<Member>{{"Ombry Voice/null", 'c', {}}},
@@ -401,6 +421,7 @@ private Q_SLOTS:
             QVERIFY2(error.startsWith("archive : illisible"), qPrintable(error));
         else
             QCOMPARE(error, expected);
+        QCOMPARE(journalLines().last(), "mise à jour : échec (" + error + ")");
         QCOMPARE(snapshot(installed), before);
         QCOMPARE(QDir(place->filePath("programs"))
                      .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
