@@ -1,5 +1,6 @@
 #include "app/Modes.h"
 
+#include "app/ChunkMode.h"
 #include "app/CorrectMode.h"
 #include "app/LocalModes.h"
 #include "app/OmbryIcon.h"
@@ -31,6 +32,9 @@ void runIcon(const QString& folder) {
 QCoro::Task<void> runMode(Switch sw) {
     try {
         switch (sw.mode) {
+        case Mode::ChunkTest:
+            co_await runChunkTestMode(sw.args.value(0));
+            break;
         case Mode::Update:
             co_await runUpdateMode();
             break;

@@ -1,11 +1,20 @@
 #include "audio/AudioRecorder.h"
 
+#include "data/Settings.h"
+#include "desktop/Log.h"
+#include "platform/Platform.h"
+
+#include <QCoreApplication>
 #include <QtEndian>
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <mutex>
+#include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace ombry {
@@ -129,6 +138,216 @@ int64_t AudioRecorder::peak(const QByteArray& pcm) {
     for (int64_t i = 0; i < count; ++i)
         best = std::max(best, std::abs(int64_t(sampleAt(data, i))));
     return best;
+}
+
+} // namespace ombry
+
+// The capture side.
+namespace ombry {
+
+struct AudioRecorder::Shared {
+    // The recording; guarded by lock, and nothing is called back while it is held.
+    mutable std::mutex lock;
+    QByteArray samples;
+
+    std::atomic<bool> recording{false};
+    std::atomic<AudioRecorder*> owner{nullptr}; // null once the recorder is gone
+
+    // The caller's queue only.
+    std::unique_ptr<CaptureStream> stream;
+
+    // The capture thread's, while recording; reset by stop() once the capture has ended.
+    int64_t silentFrames = 0;
+    bool spokeSinceCut = false;
+    QByteArray carry; // a byte left over from an odd-sized buffer
+
+    mutable std::mutex stateLock; // guards what follows
+    QByteArray lastPCM;
+    int64_t lastPeak = 0;
+    std::optional<QString> currentUID;
+};
+
+namespace {
+
+// Runs fn on the main thread later, as long as the recorder behind shared still exists.
+template <typename Fn> void onMain(const std::shared_ptr<AudioRecorder::Shared>& shared, Fn fn) {
+    QCoreApplication* app = QCoreApplication::instance();
+    if (!app) return;
+    QMetaObject::invokeMethod(
+        app,
+        [weak = std::weak_ptr(shared), fn = std::move(fn)] {
+            if (auto s = weak.lock())
+                if (AudioRecorder* owner = s->owner.load()) fn(*owner);
+        },
+        Qt::QueuedConnection);
+}
+
+// The largest signed sample of the buffer, from 0: the negative side does not count, so a
+// buffer of only negative samples has peak 0.
+int64_t positivePeak(const QByteArray& pcm) {
+    int64_t best = 0;
+    const char* data = pcm.constData();
+    for (int64_t i = 0; i < sampleCount(pcm); ++i)
+        best = std::max<int64_t>(best, sampleAt(data, i));
+    return best;
+}
+
+} // namespace
+
+AudioRecorder::AudioRecorder() : shared_(std::make_shared<Shared>()) {
+    shared_->owner = this;
+}
+
+AudioRecorder::~AudioRecorder() {
+    // The capture callbacks use this object: end them before it goes.
+    halt();
+    shared_->owner = nullptr;
+}
+
+void AudioRecorder::start() {
+    Shared& s = *shared_;
+    if (s.recording) return;
+    {
+        std::lock_guard guard(s.lock);
+        s.samples = QByteArray();
+    }
+    s.carry.clear();
+
+    // The capture callbacks run on the capture thread; the stream is ended (and its thread
+    // joined) before this recorder can go, so they may use it directly.
+    auto onPcm = [this](const QByteArray& pcm) { receive(pcm); };
+    auto onEnd = [this](const QString& reason) {
+        Log::write(QStringLiteral("audio: source perdue (%1)").arg(reason));
+        onMain(shared_, [reason](AudioRecorder& r) {
+            if (r.onSourceLost) r.onSourceLost(reason);
+        });
+    };
+
+    // The microphone of the settings, or the server's default. A chosen microphone that is
+    // not plugged in leaves the input on the default.
+    std::optional<QString> wanted = AppSettings::shared().microphoneUID();
+    if (wanted && wanted->isEmpty()) wanted.reset();
+    AudioSystem& audio = Platform::current().audio();
+    std::unique_ptr<CaptureStream> stream;
+    try {
+        stream = audio.capture(wanted.value_or(QString()), onPcm, onEnd);
+    } catch (const std::runtime_error& e) {
+        if (!wanted) throw;
+        Log::write(QStringLiteral("micro: impossible de choisir %1 (%2)")
+                       .arg(*wanted, QString::fromUtf8(e.what())));
+        wanted.reset();
+        stream = audio.capture(QString(), onPcm, onEnd);
+    }
+    s.stream = std::move(stream);
+    {
+        std::lock_guard guard(s.stateLock);
+        s.currentUID = wanted;
+    }
+    Log::write(QStringLiteral("audio: entrée %1 Hz, 1 canaux").arg(kSampleRate));
+    s.recording = true;
+}
+
+void AudioRecorder::receive(const QByteArray& input) {
+    Shared& s = *shared_;
+    QByteArray pcm = input;
+    if (!s.carry.isEmpty()) pcm.prepend(std::exchange(s.carry, QByteArray()));
+    if (pcm.size() % 2) {
+        s.carry = pcm.right(1);
+        pcm.chop(1);
+    }
+    if (pcm.isEmpty()) return;
+
+    int64_t total;
+    {
+        std::lock_guard guard(s.lock);
+        s.samples.append(pcm);
+        total = s.samples.size();
+    }
+    if (onBuffer) onBuffer(pcm);
+
+    const int64_t peak = positivePeak(pcm);
+    const double level = std::min(double(peak) / kLevelFullScale, 1.0);
+    onMain(shared_, [level](AudioRecorder& r) {
+        if (r.onLevel) r.onLevel(level);
+    });
+
+    if (peak >= kPauseVoicePeak) {
+        s.spokeSinceCut = true;
+        s.silentFrames = 0;
+        return;
+    }
+    s.silentFrames += sampleCount(pcm);
+    if (!s.spokeSinceCut) return;
+    if (s.silentFrames >= kPauseSamples) {
+        s.spokeSinceCut = false;
+        if (onPause) onPause(total);
+    }
+}
+
+QByteArray AudioRecorder::halt() {
+    Shared& s = *shared_;
+    if (!s.recording) return {};
+    if (s.stream) s.stream->stop();
+    s.stream.reset();
+    s.recording = false;
+    std::lock_guard guard(s.lock);
+    return s.samples;
+}
+
+AudioRecorder::Stopped AudioRecorder::stop() {
+    if (!shared_->recording) return {};
+    const QByteArray pcm = halt();
+    const int64_t top = peak(pcm);
+    {
+        std::lock_guard guard(shared_->stateLock);
+        shared_->lastPCM = pcm;
+        shared_->lastPeak = top;
+    }
+    shared_->silentFrames = 0;
+    shared_->spokeSinceCut = false;
+    const double duration = double(sampleCount(pcm)) / double(kSampleRate);
+    return {wav(normalize(trimSilence(pcm), top)), duration};
+}
+
+QByteArray AudioRecorder::stopRaw() {
+    return halt();
+}
+
+QByteArray AudioRecorder::pcm(int64_t from, int64_t to) const {
+    std::lock_guard guard(shared_->lock);
+    const int64_t end = std::min<int64_t>(to, shared_->samples.size());
+    if (from < 0) from = 0;
+    if (from >= end) return {};
+    return shared_->samples.mid(qsizetype(from), qsizetype(end - from));
+}
+
+int64_t AudioRecorder::size() const {
+    std::lock_guard guard(shared_->lock);
+    return shared_->samples.size();
+}
+
+bool AudioRecorder::isRecording() const {
+    return shared_->recording;
+}
+
+int64_t AudioRecorder::lastPeak() const {
+    std::lock_guard guard(shared_->stateLock);
+    return shared_->lastPeak;
+}
+
+QByteArray AudioRecorder::lastPCM() const {
+    std::lock_guard guard(shared_->stateLock);
+    return shared_->lastPCM;
+}
+
+std::optional<QString> AudioRecorder::currentUID() const {
+    std::lock_guard guard(shared_->stateLock);
+    return shared_->currentUID;
+}
+
+void AudioRecorder::warmUp() {
+    // Asking connects to the sound server, which is what the first start would wait for.
+    Platform::current().audio().microphoneAvailable();
 }
 
 } // namespace ombry

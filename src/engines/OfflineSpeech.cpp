@@ -1,8 +1,9 @@
 #include "engines/OfflineSpeech.h"
 
+#include "engines/WavReader.h"
+
 #include <QDir>
 #include <QFileInfo>
-#include <QtEndian>
 
 #include <mutex>
 
@@ -72,76 +73,112 @@ QString grammarFromEnvironment() {
 std::optional<QByteArray> pcmOfWav(const QByteArray& wav) {
     if (wav.size() < 44) return std::nullopt;
     if (!wav.startsWith("RIFF") || wav.mid(8, 4) != "WAVE") return wav.mid(44);
-    const auto u16 = [&](qsizetype at) {
-        return qFromLittleEndian<quint16>(reinterpret_cast<const uchar*>(wav.constData() + at));
-    };
-    const auto u32 = [&](qsizetype at) {
-        return qFromLittleEndian<quint32>(reinterpret_cast<const uchar*>(wav.constData() + at));
-    };
-    qsizetype at = 12;
-    while (at + 8 <= wav.size()) {
-        const QByteArray id = wav.mid(at, 4);
-        const qsizetype size = u32(at + 4);
-        const qsizetype body = at + 8;
-        if (id == "fmt " && body + 16 <= wav.size()) {
-            const bool pcm16Mono16k = u16(body) == 1 && u16(body + 2) == 1 &&
-                                      u32(body + 4) == 16000 && u16(body + 14) == 16;
-            if (!pcm16Mono16k) return std::nullopt;
-        } else if (id == "data") {
-            // A recorder that could not seek back writes a size that overshoots: take what is
-            // there.
-            return wav.mid(body, std::min<qsizetype>(size, wav.size() - body));
-        }
-        at = body + size + (size & 1);
-    }
-    return wav.mid(44);
+    const auto audio = WavReader::parse(wav);
+    if (!audio) return std::nullopt;
+    return WavReader::toSpeechPcm(*audio);
 }
 
-Result decode(const QByteArray& pcm, const Model& model, const QString& grammar) {
+struct Decoder::Handles {
+    cmd_ln_t* config = nullptr;
+    ps_decoder_t* decoder = nullptr;
+    ~Handles() {
+        if (decoder) ps_free(decoder);
+        if (config) cmd_ln_free_r(config);
+    }
+};
+
+Decoder::Decoder(std::unique_ptr<Handles> handles) : handles_(std::move(handles)) {}
+
+Decoder::~Decoder() {
+    if (open_) ps_end_utt(handles_->decoder);
+}
+
+std::unique_ptr<Decoder> Decoder::open(const Model& model, const QString& grammar, QString* error,
+                                       bool streaming) {
     silenceLibraryLog();
+    const auto fail = [&](const char* why) {
+        if (error) *error = QString::fromUtf8(why);
+        return std::unique_ptr<Decoder>();
+    };
     const QByteArray hmm = QFile::encodeName(model.acoustic);
     const QByteArray dict = QFile::encodeName(model.dictionary);
     const QByteArray lm = QFile::encodeName(model.languageModel);
     const QByteArray jsgf = QFile::encodeName(grammar);
 
-    cmd_ln_t* config = nullptr;
+    auto handles = std::make_unique<Handles>();
     if (!grammar.isEmpty()) {
-        config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-jsgf",
-                             jsgf.constData(), "-dict", dict.constData(), "-logfn", "/dev/null",
-                             nullptr);
+        handles->config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-jsgf",
+                                      jsgf.constData(), "-dict", dict.constData(), "-logfn",
+                                      "/dev/null", nullptr);
     } else if (!model.languageModel.isEmpty()) {
-        config =
+        handles->config =
             cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-lm", lm.constData(),
                         "-dict", dict.constData(), "-logfn", "/dev/null", nullptr);
     } else {
-        return {false, {}, QStringLiteral("modèle de langue absent")};
+        return fail("modèle de langue absent");
     }
-    if (!config) return {false, {}, QStringLiteral("configuration du modèle refusée")};
-
-    ps_decoder_t* decoder = ps_init(config);
-    if (!decoder) {
-        cmd_ln_free_r(config);
-        return {false, {}, QStringLiteral("modèle illisible")};
+    if (!handles->config) return fail("configuration du modèle refusée");
+    if (streaming) {
+        cmd_ln_set_int_r(handles->config, "-maxhmmpf", 3000);
+        cmd_ln_set_int_r(handles->config, "-maxwpf", 10);
+        cmd_ln_set_int_r(handles->config, "-pl_window", 5);
+        cmd_ln_set_boolean_r(handles->config, "-fwdflat", false);
+        cmd_ln_set_boolean_r(handles->config, "-bestpath", false);
     }
+    handles->decoder = ps_init(handles->config);
+    if (!handles->decoder) return fail("modèle illisible");
+    return std::unique_ptr<Decoder>(new Decoder(std::move(handles)));
+}
 
+bool Decoder::startUtterance() {
+    if (open_) endUtterance();
+    open_ = ps_start_utt(handles_->decoder) >= 0;
+    return open_;
+}
+
+void Decoder::process(const int16_t* samples, size_t count) {
+    if (!open_) return;
+    // Fed in slices, as the decoder's own tools do, so memory stays flat on long input.
+    constexpr size_t kSlice = 16000;
+    for (size_t at = 0; at < count; at += kSlice)
+        ps_process_raw(handles_->decoder, samples + at, std::min(kSlice, count - at), FALSE, FALSE);
+}
+
+void Decoder::process(const QByteArray& pcm) {
+    process(reinterpret_cast<const int16_t*>(pcm.constData()), static_cast<size_t>(pcm.size() / 2));
+}
+
+QString Decoder::hypothesis() {
+    if (!open_) return {};
+    int32 score = 0;
+    const char* hyp = ps_get_hyp(handles_->decoder, &score);
+    return QString::fromUtf8(hyp ? hyp : "").trimmed();
+}
+
+QString Decoder::endUtterance() {
+    if (!open_) return {};
+    ps_end_utt(handles_->decoder);
+    open_ = false;
+    int32 score = 0;
+    const char* hyp = ps_get_hyp(handles_->decoder, &score);
+    return QString::fromUtf8(hyp ? hyp : "").trimmed();
+}
+
+bool Decoder::inSpeech() {
+    return open_ && ps_get_in_speech(handles_->decoder);
+}
+
+Result decode(const QByteArray& pcm, const Model& model, const QString& grammar) {
     Result result;
-    if (ps_start_utt(decoder) < 0) {
+    const std::unique_ptr<Decoder> decoder = Decoder::open(model, grammar, &result.error);
+    if (!decoder) return result;
+    if (!decoder->startUtterance()) {
         result.error = QStringLiteral("décodage impossible");
-    } else {
-        const auto* samples = reinterpret_cast<const int16*>(pcm.constData());
-        const size_t count = static_cast<size_t>(pcm.size() / 2);
-        // Fed in slices, as the decoder's own tools do, so memory stays flat on long files.
-        constexpr size_t kSlice = 16000;
-        for (size_t at = 0; at < count; at += kSlice)
-            ps_process_raw(decoder, samples + at, std::min(kSlice, count - at), FALSE, FALSE);
-        ps_end_utt(decoder);
-        int32 score = 0;
-        const char* hyp = ps_get_hyp(decoder, &score);
-        result.ok = true;
-        result.text = QString::fromUtf8(hyp ? hyp : "").trimmed();
+        return result;
     }
-    ps_free(decoder);
-    cmd_ln_free_r(config);
+    decoder->process(pcm);
+    result.text = decoder->endUtterance();
+    result.ok = true;
     return result;
 }
 

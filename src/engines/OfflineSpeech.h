@@ -1,11 +1,14 @@
 #pragma once
 
 // Offline speech recognition with pocketsphinx: where the model of a language is found, and a
-// blocking decode of a whole recording. The asynchronous face of it is AppleSpeech
+// blocking decode of a whole recording. The asynchronous face of it is LocalSpeech
 // (LocalEngine.h); this part is synchronous so that it runs on any thread.
 
 #include <QByteArray>
 #include <QString>
+
+#include <cstdint>
+#include <memory>
 #include <optional>
 
 namespace ombry::OfflineSpeech {
@@ -35,10 +38,44 @@ std::optional<Model> readModelFolder(const QString& folder);
 // recognition may give, which tests need to get the same text every run.
 QString grammarFromEnvironment();
 
-// The 16-bit mono 16 kHz samples of a WAV file: the "data" chunk when the file has a RIFF
-// layout, else the bytes after the 44-byte header. None when the file declares another format
-// or is shorter than a header.
+// The 16-bit mono 16 kHz samples of a WAV file, converted from whatever PCM format it declares
+// (WavReader.h); the bytes after the 44-byte header when the file has no RIFF layout. None when
+// the format can't be read or the file is shorter than a header.
 std::optional<QByteArray> pcmOfWav(const QByteArray& wav);
+
+// One pocketsphinx decoder, loaded once and used for any number of utterances. Not
+// thread-safe: one thread at a time uses it.
+class Decoder {
+public:
+    // Loads the model (about a second for the English one). With a non-empty `grammar` (a JSGF
+    // file) the grammar replaces the language model. None, with the reason in `error`, when the
+    // model can't be used.
+    // `streaming` trades a little accuracy for speed, as a running text that must keep up
+    // with the voice wants: a narrower search and no second pass at the end of an utterance.
+    static std::unique_ptr<Decoder> open(const Model& model, const QString& grammar,
+                                         QString* error = nullptr, bool streaming = false);
+    ~Decoder();
+    Decoder(const Decoder&) = delete;
+    Decoder& operator=(const Decoder&) = delete;
+
+    bool startUtterance();
+    // Decodes more samples of the open utterance (16-bit mono 16 kHz).
+    void process(const int16_t* samples, size_t count);
+    void process(const QByteArray& pcm);
+    // The best hypothesis so far of the open utterance, trimmed.
+    QString hypothesis();
+    // Closes the utterance and returns its final hypothesis, trimmed.
+    QString endUtterance();
+    bool inUtterance() const { return open_; }
+    // True while the voice activity detector hears speech in the open utterance.
+    bool inSpeech();
+
+private:
+    struct Handles;
+    explicit Decoder(std::unique_ptr<Handles> handles);
+    std::unique_ptr<Handles> handles_;
+    bool open_ = false;
+};
 
 struct Result {
     bool ok = false;

@@ -1,0 +1,216 @@
+#include "desktop/HotkeyMonitor.h"
+
+#include "data/Settings.h"
+#include "desktop/Log.h"
+#include "platform/Clock.h"
+#include "platform/Platform.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+#include <unistd.h>
+
+namespace ombry {
+namespace {
+
+constexpr uint64_t kCtrlAlt = modifier::Control | modifier::Option;
+
+struct KeyInfo {
+    uint16_t keyCode;
+    uint64_t deviceBit;
+    const char* logName;
+};
+
+KeyInfo keyInfo(DictationKey key) {
+    switch (key) {
+    case DictationKey::RightOption:
+        return {keycode::RightOption, modifier::RightOptionDown, "rightOption"};
+    case DictationKey::RightCommand:
+        return {keycode::RightCommand, modifier::RightCommandDown, "rightCommand"};
+    case DictationKey::RightControl:
+        return {keycode::RightControl, modifier::RightControlDown, "rightControl"};
+    case DictationKey::Fn:
+        return {keycode::Fn, modifier::FnDown, "fn"};
+    }
+    return {keycode::RightOption, modifier::RightOptionDown, "rightOption"};
+}
+
+KeyboardHook& keyboard() {
+    return Platform::current().keyboard();
+}
+
+// A key posted by another program (XTEST, or a known process other than this one).
+bool postedByOther(const KeyEvent& e) {
+    if (e.postedBySelf) return false;
+    return e.sourcePid < 0 || (e.sourcePid > 0 && e.sourcePid != int64_t(::getpid()));
+}
+
+QString sourceName(const KeyEvent& e) {
+    if (e.postedBySelf) return QCoreApplication::applicationName();
+    if (e.sourcePid == 0) return QStringLiteral("clavier");
+    if (e.sourcePid < 0) return QStringLiteral("programme (XTEST)");
+    const QString name = Platform::current().windows().applicationName(e.sourcePid);
+    return name.isEmpty() ? QStringLiteral("pid %1").arg(e.sourcePid) : name;
+}
+
+} // namespace
+
+HotkeyMonitor::HotkeyMonitor(AppSettings* settings, QObject* parent)
+    : QObject(parent), settings_(settings) {
+    // The platform is made first so that it is destroyed after a monitor that lives until the
+    // end of the process: the destructor still stops the hook.
+    Platform::current();
+    AppSettings& s = this->settings();
+    for (auto signal :
+         {&AppSettings::correctionShortcutChanged, &AppSettings::correctionKeyCodeChanged,
+          &AppSettings::correctionModifiersChanged, &AppSettings::correctionDoubleCopyChanged})
+        connect(&s, signal, this, &HotkeyMonitor::refresh);
+    connect(&s, &AppSettings::acceptPostedKeysChanged, this,
+            [this] { keyboard().setAcceptPostedKeys(this->settings().acceptPostedKeys()); });
+}
+
+HotkeyMonitor::~HotkeyMonitor() {
+    if (started_) keyboard().stop();
+}
+
+AppSettings& HotkeyMonitor::settings() const {
+    return settings_ ? *settings_ : AppSettings::shared();
+}
+
+bool HotkeyMonitor::dictating() const {
+    return isDictating && isDictating();
+}
+
+void HotkeyMonitor::start() {
+    KeyboardHook& hook = keyboard();
+    hook.setAcceptPostedKeys(settings().acceptPostedKeys());
+    started_ = true;
+    if (hook.start([this](const KeyEvent& e) { onEvent(e); }))
+        Log::write(QStringLiteral("hotkey: clavier global actif"));
+    else
+        Log::write(QStringLiteral("hotkey: clavier global indisponible (%1)").arg(hook.reason()));
+    refresh();
+}
+
+void HotkeyMonitor::restart() {
+    keyboard().stop();
+    down_ = false;
+    start();
+}
+
+bool HotkeyMonitor::running() const {
+    return keyboard().running();
+}
+
+uint64_t HotkeyMonitor::lastModifierFlags() {
+    return keyboard().lastModifierFlags();
+}
+
+void HotkeyMonitor::setRecording(bool recording) {
+    if (recording_ == recording) return;
+    recording_ = recording;
+    refresh();
+}
+
+QList<KeyCombo> HotkeyMonitor::swallowList() const {
+    QList<KeyCombo> combos;
+    auto add = [&combos](KeyCombo c) {
+        if (!combos.contains(c)) combos << c;
+    };
+    if (dictating()) add({keycode::Escape, 0});
+    if (recording_) return combos;
+    add({keycode::V, kCtrlAlt});
+    add({keycode::R, kCtrlAlt});
+    const AppSettings& s = settings();
+    if (s.correctionShortcut() && !s.correctionDoubleCopy() && s.correctionKeyCode() >= 0 &&
+        s.correctionKeyCode() <= 0xFFFF)
+        add({uint16_t(s.correctionKeyCode()), s.correctionModifiers() & modifier::Mask});
+    return combos;
+}
+
+void HotkeyMonitor::refresh() {
+    keyboard().setSwallowed(swallowList());
+}
+
+void HotkeyMonitor::onEvent(const KeyEvent& event) {
+    if (event.type == KeyEvent::Type::FlagsChanged)
+        handleFlags(event);
+    else
+        handleKeyDown(event);
+}
+
+// The dictation key: one press and one release callback per real change of its device bit.
+void HotkeyMonitor::handleFlags(const KeyEvent& e) {
+    const KeyInfo key = keyInfo(settings().key());
+    if (e.keyCode != key.keyCode) return;
+    const bool isDown = (e.flags & key.deviceBit) != 0;
+    Log::write(QStringLiteral("touche: %1 %2 (0x%3, source %4, état %5)")
+                   .arg(QLatin1String(key.logName),
+                        isDown ? QStringLiteral("enfoncée") : QStringLiteral("relâchée"),
+                        QString::number(e.flags, 16), sourceName(e))
+                   .arg(e.sourceState));
+    if (postedByOther(e) && !settings().acceptPostedKeys()) return;
+    if (isDown == down_) return;
+    down_ = isDown;
+    const auto& callback = isDown ? onPress : onRelease;
+    if (callback) callback();
+}
+
+void HotkeyMonitor::handleKeyDown(const KeyEvent& e) {
+    // Callbacks run on a later turn of the event loop, never inside the hook's delivery.
+    auto later = [this](std::function<void()> HotkeyMonitor::*callback) {
+        QTimer::singleShot(0, this, [this, callback] {
+            if (this->*callback) (this->*callback)();
+        });
+    };
+    if (e.keyCode == keycode::Escape && dictating()) {
+        later(&HotkeyMonitor::onCancel);
+        return;
+    }
+    const uint64_t m = e.flags & modifier::Mask;
+    if (!recording_ && m == kCtrlAlt && (e.keyCode == keycode::V || e.keyCode == keycode::R)) {
+        if (!e.autoRepeat)
+            later(e.keyCode == keycode::V ? &HotkeyMonitor::onPasteLast : &HotkeyMonitor::onSpeak);
+        return;
+    }
+    if (recording_) return;
+    const AppSettings& s = settings();
+    if (!s.correctionShortcut()) return;
+    if (s.correctionDoubleCopy()) {
+        // Only the user's own Ctrl+C count: the copy this program posts to read a selection
+        // must not start or lengthen a run.
+        const bool real =
+            !e.postedBySelf && (e.sourcePid == 0 || (s.acceptPostedKeys() && postedByOther(e)));
+        if (e.keyCode == keycode::C && m == modifier::Primary && !e.autoRepeat && real) copyRun();
+        return;
+    }
+    if (e.keyCode != s.correctionKeyCode() || m != (s.correctionModifiers() & modifier::Mask))
+        return;
+    if (!e.autoRepeat) later(&HotkeyMonitor::onCorrect);
+}
+
+// Two Ctrl+C within half a second make a double, reported 0.4 s after the second unless a
+// third comes first; three make a triple, reported at once.
+void HotkeyMonitor::copyRun() {
+    const int64_t now = Platform::current().clock().elapsedMs();
+    if (lastCopyMs_ && now - *lastCopyMs_ < kCopyRunWindowMs)
+        ++copyCount_;
+    else
+        copyCount_ = 1;
+    lastCopyMs_ = now;
+    if (copyCount_ == 3) {
+        copyCount_ = 0;
+        lastCopyMs_.reset();
+        QTimer::singleShot(0, this, [this] {
+            if (onTripleCopy) onTripleCopy();
+        });
+    } else if (copyCount_ == 2) {
+        QTimer::singleShot(kDoubleCopyDelayMs, this, [this] {
+            if (copyCount_ != 2) return;
+            copyCount_ = 0;
+            lastCopyMs_.reset();
+            if (onDoubleCopy) onDoubleCopy();
+        });
+    }
+}
+
+} // namespace ombry

@@ -1,0 +1,189 @@
+#pragma once
+
+#include "platform/Desktop.h"
+
+#include <QByteArray>
+#include <QCoroTask>
+#include <QDateTime>
+#include <QObject>
+#include <QString>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace ombry {
+
+class AudioRecorder;
+class Chunker;
+class HotkeyMonitor;
+class LivePreview;
+class SerialQueue;
+
+// The hub of the program. Turns the dictation key into a recording, a finished recording into
+// text pasted where the user was (transcription, voice command or shortcut, dictionary rules,
+// clean-up or rewrite, translation, history), and runs the actions on the selected text
+// (correct, translate, read aloud). One shared instance owns the recorder, the hotkey monitor
+// and the live preview, and publishes what the overlay, the menus and the pages show.
+//
+// Everything here runs on the main thread; the recorder starts and stops on its own serial
+// queue ("verlo.audio") so that the main thread never waits for the sound server.
+class DictationController : public QObject {
+    Q_OBJECT
+public:
+    enum class State { Idle, Recording, Processing, Correcting };
+    Q_ENUM(State)
+
+private:
+    Q_PROPERTY(State state READ state NOTIFY stateChanged)
+    Q_PROPERTY(std::optional<QString> lastError READ lastError NOTIFY lastErrorChanged)
+    Q_PROPERTY(std::optional<QString> flash READ flash NOTIFY flashChanged)
+    Q_PROPERTY(bool flashIsError READ flashIsError NOTIFY flashIsErrorChanged)
+    Q_PROPERTY(double level READ level NOTIFY levelChanged)
+    Q_PROPERTY(QString liveText READ liveText NOTIFY liveTextChanged)
+    Q_PROPERTY(std::optional<QString> commandText READ commandText NOTIFY commandTextChanged)
+    Q_PROPERTY(bool translating READ translating NOTIFY translatingChanged)
+    Q_PROPERTY(bool translateThis READ translateThis NOTIFY translateThisChanged)
+    Q_PROPERTY(bool trusted READ trusted NOTIFY trustedChanged)
+    Q_PROPERTY(bool handsFree READ handsFree NOTIFY handsFreeChanged)
+
+public:
+    static DictationController& shared();
+    // A controller of its own; the program uses shared(), tests make one per case.
+    explicit DictationController(QObject* parent = nullptr);
+    ~DictationController() override;
+
+    // Observable state. Each setter emits its signal on every write.
+    State state() const { return state_; }
+    std::optional<QString> lastError() const { return lastError_; }
+    std::optional<QString> flash() const { return flash_; }
+    bool flashIsError() const { return flashIsError_; }
+    double level() const { return level_; }
+    QString liveText() const { return liveText_; }
+    std::optional<QString> commandText() const { return commandText_; }
+    bool translating() const { return translating_; }
+    bool translateThis() const { return translateThis_; }
+    bool trusted() const { return trusted_; }
+    bool handsFree() const { return handsFree_; }
+
+    // Called when the user must act in the settings (missing key, permission).
+    std::function<void()> onNeedsAttention;
+    // Shows a translation next to a selection that cannot be edited (the bubble view).
+    std::function<void(const QString& title, const QString& original, const QString& text)>
+        onBubble;
+    // A recording begins: the overlay positions itself.
+    std::function<void()> onRecordingBegins;
+
+    // At launch: starts the hotkey monitor, asks for the settings when the keyboard hook does
+    // not work, and polls the hook every 2 s (restarting the monitor when it changes).
+    void start();
+    // Opens the sound server connection ahead of the first dictation.
+    void warmUpAudio();
+
+    // The dictation key went down: begins a recording, or ends a hands-free one (a press
+    // within kDoubleTapGuardMs of the one that began it is ignored).
+    void handlePress();
+    // The dictation key went up: ends a recording held kHoldMs or more; a shorter tap makes it
+    // hands-free.
+    void handleRelease();
+
+    // Starts a recording when idle (checks, target window, translation, voice command, chunker,
+    // the recorder on the audio queue); says "Un instant, je termine…" when busy.
+    void begin();
+    // Stops the recording and hands it to the pipeline.
+    void end();
+    // Escape during a recording: drops it, confirmed by a sound whatever the settings say.
+    void cancel();
+    // A failure the user sees: flash, journal, error sound, settings page for what they can fix.
+    void fail(const QString& message);
+    // A flash message, cleared 2 s later unless a newer one replaced it.
+    void show(const QString& text, bool error);
+
+    // The pipeline from a finished recording to the text at the cursor. Never throws.
+    // pre: what the chunker already produced (raw, clean), nothing when the engine is to run.
+    QCoro::Task<void> process(QByteArray wav, double duration, std::optional<AppWindow> app,
+                              std::optional<std::pair<QString, QString>> pre);
+    // Pastes the newest dictation again (Ctrl+Alt+V).
+    void pasteLast();
+
+    // Corrects (or translates) the selected text in place; a translation of text that cannot
+    // be edited goes to onBubble instead. alreadyCopied: the user's Ctrl+C run put it on the
+    // clipboard.
+    QCoro::Task<void> correctSelection(bool alreadyCopied, bool translate);
+    // Reads the selection aloud; a second call while speaking stops the reading.
+    void speakSelection();
+
+    HotkeyMonitor& hotkey();
+    AudioRecorder& recorder();
+    LivePreview& preview();
+
+    // The seconds that tell hold-to-talk from a tap, and the guard after a hands-free start.
+    static constexpr int64_t kHoldMs = 600;
+    static constexpr int64_t kDoubleTapGuardMs = 700;
+    static constexpr int kFlashMs = 2000;
+    static constexpr int kWatchdogMs = 40000;
+    static constexpr int kTrustPollMs = 2000;
+    static constexpr int kActivationSleepMs = 80;
+
+Q_SIGNALS:
+    void stateChanged();
+    void lastErrorChanged();
+    void flashChanged();
+    void flashIsErrorChanged();
+    void levelChanged();
+    void liveTextChanged();
+    void commandTextChanged();
+    void translatingChanged();
+    void translateThisChanged();
+    void trustedChanged();
+    void handsFreeChanged();
+
+private:
+    void setState(State s);
+    void setLastError(const std::optional<QString>& e);
+    void setFlash(const std::optional<QString>& f);
+    void setFlashIsError(bool e);
+    void setLevel(double l);
+    void setLiveText(const QString& t);
+    void setCommandText(const std::optional<QString>& t);
+    void setTranslating(bool t);
+    void setTranslateThis(bool t);
+    void setTrusted(bool t);
+    void setHandsFree(bool h);
+    void toIdle();
+
+    // What follows the recorder's stop, back on the main thread.
+    void afterStop(QByteArray wav, double duration, QByteArray pcm, std::optional<AppWindow> app);
+    QCoro::Task<void> finishAndProcess(std::shared_ptr<Chunker> chunker, QByteArray wav,
+                                       double duration, QByteArray pcm,
+                                       std::optional<AppWindow> app);
+    // Brings the remembered window back to the front before a paste.
+    QCoro::Task<void> activate(const std::optional<AppWindow>& app);
+    bool hookRunning();
+    void pollTrust();
+
+    std::unique_ptr<SerialQueue> audioQueue_;
+    std::unique_ptr<AudioRecorder> recorder_;
+    std::unique_ptr<HotkeyMonitor> hotkey_;
+    std::unique_ptr<LivePreview> preview_;
+    std::shared_ptr<Chunker> chunker_;
+    bool trustPolling_ = false;
+
+    State state_ = State::Idle;
+    std::optional<QString> lastError_;
+    std::optional<QString> flash_;
+    bool flashIsError_ = false;
+    double level_ = 0;
+    QString liveText_;
+    std::optional<QString> commandText_;
+    bool translating_ = false;
+    bool translateThis_ = false;
+    bool trusted_ = false;
+    bool handsFree_ = false;
+    bool cancelled_ = false;
+    std::optional<AppWindow> targetApp_;
+    QDateTime startedAt_;
+    int64_t pressedAtMs_ = 0;
+};
+
+} // namespace ombry

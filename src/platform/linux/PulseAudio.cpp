@@ -1,0 +1,312 @@
+#include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/PulseClient.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QTimer>
+#include <algorithm>
+#include <atomic>
+#include <stdexcept>
+
+// Capture, microphones and sounds through PulseAudio.
+namespace ombry::linux_platform {
+namespace {
+
+// Record streams deliver in pieces of this size: 1,024 frames, 64 ms. Without it the server
+// sends large chunks late, and the level, the pauses and the live preview lag behind.
+constexpr uint32_t kFragmentBytes = 2048;
+
+std::runtime_error failure(const QString& what, const QString& why) {
+    return std::runtime_error(QStringLiteral("%1 (%2)").arg(what, why).toStdString());
+}
+
+// One record stream of S16LE mono 16 kHz. Its callbacks run on the connection's loop thread
+// (the capture thread) with the loop's lock held: the PCM handler must be quick, and stop()
+// must not be called from it.
+class PulseCapture final : public CaptureStream {
+public:
+    PulseCapture(std::shared_ptr<PulseConnection> connection, AudioSystem::PcmHandler onPcm,
+                 AudioSystem::EndHandler onEnd)
+        : connection_(std::move(connection)), onPcm_(std::move(onPcm)), onEnd_(std::move(onEnd)) {}
+    ~PulseCapture() override { stop(); }
+
+    // Connects to the source (empty: the default one) and waits until the stream runs.
+    void open(const QString& source) {
+        PulseConnection::Lock lock(*connection_);
+        const pa_sample_spec spec{PA_SAMPLE_S16LE, 16000, 1};
+        stream_ = pa_stream_new(connection_->context(), "Dictée", &spec, nullptr);
+        if (!stream_) throw failure(QStringLiteral("micro indisponible"), connection_->error());
+        pa_stream_set_state_callback(stream_, &PulseCapture::onState, this);
+        pa_stream_set_read_callback(stream_, &PulseCapture::onRead, this);
+        pa_buffer_attr attr;
+        attr.maxlength = uint32_t(-1);
+        attr.tlength = uint32_t(-1);
+        attr.prebuf = uint32_t(-1);
+        attr.minreq = uint32_t(-1);
+        attr.fragsize = kFragmentBytes;
+        // Not movable: when the source goes away the server ends the stream rather than move
+        // it elsewhere, so the recording ends instead of going on from another microphone.
+        const QByteArray device = source.toUtf8();
+        const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
+        if (pa_stream_connect_record(stream_, source.isEmpty() ? nullptr : device.constData(),
+                                     &attr, flags) < 0) {
+            const QString why = connection_->error();
+            release();
+            throw failure(QStringLiteral("micro indisponible"), why);
+        }
+        for (;;) {
+            const pa_stream_state_t state = pa_stream_get_state(stream_);
+            if (state == PA_STREAM_READY) break;
+            if (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED) {
+                const QString why = connection_->error();
+                release();
+                throw failure(source.isEmpty()
+                                  ? QStringLiteral("micro indisponible")
+                                  : QStringLiteral("micro %1 indisponible").arg(source),
+                              why);
+            }
+            pa_threaded_mainloop_wait(connection_->loop());
+        }
+    }
+
+    void stop() override {
+        if (!connection_) return;
+        {
+            // Once the lock is held no callback runs, and none will after the release.
+            PulseConnection::Lock lock(*connection_);
+            release();
+            onPcm_ = {};
+            onEnd_ = {};
+        }
+        connection_.reset();
+    }
+
+private:
+    void release() {
+        if (!stream_) return;
+        pa_stream_set_state_callback(stream_, nullptr, nullptr);
+        pa_stream_set_read_callback(stream_, nullptr, nullptr);
+        const pa_stream_state_t state = pa_stream_get_state(stream_);
+        if (state == PA_STREAM_READY || state == PA_STREAM_CREATING) pa_stream_disconnect(stream_);
+        pa_stream_unref(stream_);
+        stream_ = nullptr;
+    }
+
+    static void onState(pa_stream* s, void* self) {
+        auto* me = static_cast<PulseCapture*>(self);
+        const pa_stream_state_t state = pa_stream_get_state(s);
+        if (state == PA_STREAM_READY) me->running_ = true;
+        if ((state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED) && me->running_) {
+            // The source went away (the stream is killed) or the server did.
+            me->running_ = false;
+            if (auto onEnd = std::exchange(me->onEnd_, {})) onEnd(me->connection_->error());
+        }
+        pa_threaded_mainloop_signal(me->connection_->loop(), 0);
+    }
+
+    static void onRead(pa_stream* s, size_t, void* self) {
+        auto* me = static_cast<PulseCapture*>(self);
+        for (;;) {
+            const void* data = nullptr;
+            size_t bytes = 0;
+            if (pa_stream_peek(s, &data, &bytes) < 0 || bytes == 0) return;
+            // A hole (data null) is dropped: it is no sound at all, not silence.
+            QByteArray pcm;
+            if (data) pcm = QByteArray(static_cast<const char*>(data), qsizetype(bytes));
+            pa_stream_drop(s);
+            if (!pcm.isEmpty() && me->onPcm_) me->onPcm_(pcm);
+        }
+    }
+
+    std::shared_ptr<PulseConnection> connection_;
+    AudioSystem::PcmHandler onPcm_;
+    AudioSystem::EndHandler onEnd_;
+    pa_stream* stream_ = nullptr;
+    bool running_ = false;
+};
+
+// The handlers of watchMicrophones, called on the main thread. Events of the loop thread are
+// gathered: one call for a burst (a null sink brings its monitor along, for instance).
+struct Watchers {
+    std::mutex mutex;
+    std::vector<std::function<void()>> handlers;
+    std::atomic<bool> posted{false};
+    std::function<void()> afterNotify; // main thread
+
+    void notify(const std::shared_ptr<Watchers>& self) {
+        QCoreApplication* app = QCoreApplication::instance();
+        if (!app || posted.exchange(true)) return;
+        QMetaObject::invokeMethod(
+            app,
+            [weak = std::weak_ptr(self)] {
+                auto me = weak.lock();
+                if (!me) return;
+                me->posted = false;
+                std::vector<std::function<void()>> copy;
+                {
+                    std::lock_guard guard(me->mutex);
+                    copy = me->handlers;
+                }
+                for (const auto& h : copy)
+                    h();
+                if (me->afterNotify) me->afterNotify();
+            },
+            Qt::QueuedConnection);
+    }
+};
+
+class PulseAudioSystem final : public AudioSystem {
+public:
+    PulseAudioSystem()
+        : watchers_(std::make_shared<Watchers>()), client_([w = std::weak_ptr(watchers_)] {
+              if (auto me = w.lock()) {
+                  bool any;
+                  {
+                      std::lock_guard guard(me->mutex);
+                      any = !me->handlers.empty();
+                  }
+                  if (any) me->notify(me);
+              }
+          }) {}
+
+    std::unique_ptr<CaptureStream> capture(const QString& source, PcmHandler onPcm,
+                                           EndHandler onEnd) override {
+        std::shared_ptr<PulseConnection> connection;
+        try {
+            connection = client_.ready();
+        } catch (const std::runtime_error& e) {
+            throw std::runtime_error(QStringLiteral("micro indisponible : %1")
+                                         .arg(QString::fromUtf8(e.what()))
+                                         .toStdString());
+        }
+        auto stream = std::make_unique<PulseCapture>(std::move(connection), std::move(onPcm),
+                                                     std::move(onEnd));
+        stream->open(source);
+        return stream;
+    }
+
+    QList<AudioSource> microphones() override {
+        QList<AudioSource> out;
+        std::shared_ptr<PulseConnection> c;
+        try {
+            c = client_.ready();
+        } catch (const std::runtime_error&) {
+            return out;
+        }
+        struct Query {
+            PulseConnection* connection;
+            QList<AudioSource>* out;
+        } query{c.get(), &out};
+        PulseConnection::Lock lock(*c);
+        pa_operation* op = pa_context_get_source_info_list(
+            c->context(),
+            [](pa_context*, const pa_source_info* info, int eol, void* data) {
+                auto* q = static_cast<Query*>(data);
+                if (eol || !info) {
+                    pa_threaded_mainloop_signal(q->connection->loop(), 0);
+                    return;
+                }
+                if (info->monitor_of_sink != PA_INVALID_INDEX) return; // a monitor of an output
+                *q->out << AudioSource{
+                    QString::fromUtf8(info->name),
+                    QString::fromUtf8(info->description ? info->description : info->name)};
+            },
+            &query);
+        if (!c->finish(op)) out.clear();
+        return out;
+    }
+
+    void watchMicrophones(std::function<void()> handler) override {
+        {
+            std::lock_guard guard(watchers_->mutex);
+            watchers_->handlers.push_back(std::move(handler));
+        }
+        if (!timers_) {
+            timers_ = std::make_unique<QObject>();
+            watchers_->afterNotify = [this] {
+                if (client_.state() == PulseClient::State::Dead) keepWatching(1000);
+            };
+        }
+        // Starts connecting, so that events flow, without waiting for the server.
+        try {
+            client_.connection();
+        } catch (const std::runtime_error&) {
+        }
+    }
+
+    // Main thread. The server went away while someone watches the microphones: try again
+    // now and then (less and less often) so that its return is noticed and reported. Only
+    // while the server is gone; a connection that comes up reports the microphones itself.
+    void keepWatching(int delayMs) {
+        if (retrying_) return;
+        retrying_ = true;
+        QTimer::singleShot(delayMs, timers_.get(), [this, delayMs] {
+            retrying_ = false;
+            switch (client_.state()) {
+            case PulseClient::State::Ready:
+                return;
+            case PulseClient::State::Dead:
+            case PulseClient::State::None:
+                try {
+                    client_.connection();
+                } catch (const std::runtime_error&) {
+                }
+                break;
+            case PulseClient::State::Connecting:
+                break;
+            }
+            keepWatching(std::min(delayMs * 2, 30000));
+        });
+    }
+
+    bool microphoneAvailable() override {
+        // Asked at each key press, on the main thread: a live connection answers at once (the
+        // server then always has a default source, a monitor at worst). Only a first use or a
+        // lost server costs a connection and a question.
+        if (client_.state() == PulseClient::State::Ready) return true;
+        std::shared_ptr<PulseConnection> c;
+        try {
+            c = client_.ready();
+        } catch (const std::runtime_error&) {
+            return false;
+        }
+        struct Query {
+            PulseConnection* connection;
+            bool hasDefault = false;
+        } query{c.get()};
+        PulseConnection::Lock lock(*c);
+        pa_operation* op = pa_context_get_server_info(
+            c->context(),
+            [](pa_context*, const pa_server_info* info, void* data) {
+                auto* q = static_cast<Query*>(data);
+                q->hasDefault = info && info->default_source_name && *info->default_source_name;
+                pa_threaded_mainloop_signal(q->connection->loop(), 0);
+            },
+            &query);
+        return c->finish(op) && query.hasDefault;
+    }
+
+    void play(const QByteArray& pcm, int sampleRate) override {
+        try {
+            std::shared_ptr<PulseConnection> c = client_.connection();
+            PulseConnection::Lock lock(*c);
+            c->play(pcm, sampleRate);
+        } catch (const std::runtime_error&) {
+            // No sound server: sounds are a courtesy, their absence is not an error.
+        }
+    }
+
+private:
+    std::shared_ptr<Watchers> watchers_;
+    PulseClient client_;
+    std::unique_ptr<QObject> timers_; // the retries' context, on the main thread
+    bool retrying_ = false;
+};
+
+} // namespace
+
+std::unique_ptr<AudioSystem> makeAudioSystem() {
+    return std::make_unique<PulseAudioSystem>();
+}
+
+} // namespace ombry::linux_platform

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <pulse/pulseaudio.h>
+#include <vector>
+
+// The connection to the PulseAudio server (also served by PipeWire), shared by capture,
+// playback and speech. A connection is a pa_threaded_mainloop, whose thread runs every stream
+// callback (the "capture thread"), and a context. Nothing connects before the first use.
+namespace ombry::linux_platform {
+
+class PulseConnection {
+public:
+    // Creates the loop and the context and starts connecting; returns without waiting.
+    // onSourcesChanged runs on the loop thread when a source appears or goes away, when the
+    // connection is lost, and when it comes up again after a loss (reconnected true).
+    PulseConnection(std::function<void()> onSourcesChanged, bool reconnected);
+    // Stops the loop thread: never from that thread.
+    ~PulseConnection();
+    PulseConnection(const PulseConnection&) = delete;
+    PulseConnection& operator=(const PulseConnection&) = delete;
+
+    pa_threaded_mainloop* loop() const { return loop_; }
+    pa_context* context() const { return context_; }
+    bool inLoopThread() const;
+
+    // Holds the loop's lock (blocks the loop thread's callbacks) for its lifetime. Taken on the
+    // loop thread itself it does nothing, since callbacks already run under the lock.
+    class Lock {
+    public:
+        explicit Lock(const PulseConnection& c);
+        ~Lock();
+        Lock(const Lock&) = delete;
+        Lock& operator=(const Lock&) = delete;
+
+    private:
+        pa_threaded_mainloop* loop_;
+        bool held_;
+    };
+
+    // With the lock held: waits until the context is ready (true) or has failed (false).
+    bool waitReady();
+    // With the lock held: waits until the operation is over, then releases it. False when the
+    // connection failed meanwhile.
+    bool finish(pa_operation* op);
+    // Whether the context failed or ended; such a connection is replaced at the next use.
+    bool dead() const;
+    // The server's last error, for messages.
+    QString error() const;
+
+    // Plays PCM (S16LE mono) on the default output without waiting: now when the context is
+    // ready, else as soon as it is. With the lock held.
+    void play(const QByteArray& pcm, int sampleRate);
+
+private:
+    struct Job;
+    static void onState(pa_context* c, void* self);
+    static void onEvent(pa_context* c, pa_subscription_event_type_t t, uint32_t index, void* self);
+    void startJob(Job* job);
+    void endJob(Job* job);
+
+    pa_threaded_mainloop* loop_ = nullptr;
+    pa_context* context_ = nullptr;
+    std::function<void()> onSourcesChanged_;
+    bool reconnected_;
+    bool wasReady_ = false;
+    // Under the loop's lock:
+    std::vector<Job*> jobs_;    // sounds playing
+    std::vector<Job*> waiting_; // sounds waiting for the connection
+};
+
+// Hands out the live connection, making a new one when there is none or the last one died
+// (the server restarted). Thread-safe.
+class PulseClient {
+public:
+    explicit PulseClient(std::function<void()> onSourcesChanged = {});
+    // The current connection, possibly still connecting; never blocks on the server.
+    std::shared_ptr<PulseConnection> connection();
+    // The current connection once ready. Blocks while connecting; throws std::runtime_error
+    // (in French) when there is no server.
+    std::shared_ptr<PulseConnection> ready();
+
+    enum class State { None, Connecting, Ready, Dead };
+    // Where the current connection stands; never blocks on the server.
+    State state();
+
+private:
+    std::mutex mutex_;
+    std::shared_ptr<PulseConnection> current_;
+    bool hadOne_ = false;
+    std::function<void()> onSourcesChanged_;
+};
+
+} // namespace ombry::linux_platform

@@ -1,0 +1,301 @@
+// The PulseAudio side against a private sound server: speech played into the test microphone
+// is recorded whole, monitors are not microphones, plugging and unplugging a source is heard,
+// a source unplugged mid-recording ends it with what was said so far, and the program's sounds
+// and speech reach the speakers but never the microphone.
+#include "FakePlatform.h"
+#include "SoundServer.h"
+#include "audio/AudioRecorder.h"
+#include "audio/Microphones.h"
+#include "audio/Sounds.h"
+#include "data/Settings.h"
+#include "platform/linux/LinuxPlatform.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtEndian>
+#include <atomic>
+#include <mutex>
+
+using namespace ombry;
+using ombry::test::SoundServer;
+
+namespace {
+
+// Records a source straight from the audio system, for checking what reached it.
+class Tap {
+public:
+    Tap(AudioSystem& audio, const QString& source) {
+        stream_ = audio.capture(
+            source,
+            [this](const QByteArray& pcm) {
+                std::lock_guard guard(mutex_);
+                pcm_ += pcm;
+            },
+            [this](const QString&) { ended_ = true; });
+    }
+    ~Tap() { stream_->stop(); }
+    QByteArray pcm() {
+        std::lock_guard guard(mutex_);
+        return pcm_;
+    }
+    bool ended() const { return ended_; }
+
+private:
+    std::mutex mutex_;
+    QByteArray pcm_;
+    std::atomic<bool> ended_{false};
+    std::unique_ptr<CaptureStream> stream_;
+};
+
+// The largest sample on the positive side, which is what tells voice for the pauses.
+int highest(const QByteArray& pcm) {
+    int best = 0;
+    for (qsizetype i = 0; i + 1 < pcm.size(); i += 2)
+        best = std::max<int>(best, qFromLittleEndian<qint16>(pcm.constData() + i));
+    return best;
+}
+
+QStringList names(const QList<AudioSource>& sources) {
+    QStringList out;
+    for (const AudioSource& s : sources)
+        out << s.name;
+    return out;
+}
+
+} // namespace
+
+class TstPulse : public QObject {
+    Q_OBJECT
+    SoundServer server;
+    QTemporaryDir dir;
+    QString speech; // about 1.5 s of French speech, 16 kHz mono
+    QByteArray speechPcm;
+
+    AudioSystem& audio() { return Platform::current().audio(); }
+
+private Q_SLOTS:
+    void initTestCase() {
+        if (!SoundServer::installed()) QSKIP("pulseaudio is not installed");
+        // Before any server: nothing to record from, and saying so is not a crash.
+        qputenv("PULSE_SERVER", "unix:/nonexistent/native");
+        {
+            auto none = linux_platform::makeAudioSystem();
+            QVERIFY(!none->microphoneAvailable());
+            QVERIFY(none->microphones().isEmpty());
+            QVERIFY_THROWS_EXCEPTION(std::runtime_error, none->capture({}, {}, {}));
+            none->play(QByteArray(200, '\0'), 16000);
+        }
+        qunsetenv("PULSE_SERVER");
+
+        QVERIFY2(server.start(), qPrintable(server.error()));
+        speech = dir.filePath(QStringLiteral("speech.wav"));
+        QVERIFY(SoundServer::makeSpeech(QStringLiteral("Bonjour, ceci est une dictée de test."),
+                                        QStringLiteral("fr"), speech));
+        speechPcm = SoundServer::wavData(speech);
+        QVERIFY(speechPcm.size() > AudioRecorder::kBytesPerSecond);
+        // The real services, over whatever an earlier test may have installed.
+        Platform::current().setAudio(linux_platform::makeAudioSystem());
+        Platform::current().setSpeech(linux_platform::makeSpeechOutput());
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
+    }
+
+    void microphonesLeaveOutMonitors() {
+        QVERIFY(audio().microphoneAvailable());
+        const QStringList mics = names(audio().microphones());
+        QCOMPARE(mics, QStringList{QStringLiteral("testmic")});
+        QCOMPARE(Microphones::device(QStringLiteral("testmic"))->name, QStringLiteral("TestMic"));
+        QVERIFY(!Microphones::device(QStringLiteral("mic.monitor")));
+    }
+
+    void speechIsRecordedWhole() {
+        AudioRecorder r;
+        std::atomic<int> buffers{0};
+        std::atomic<int> biggest{0};
+        r.onBuffer = [&](const QByteArray& pcm) {
+            ++buffers;
+            biggest = std::max<int>(biggest, int(pcm.size()));
+        };
+        QList<double> levels;
+        r.onLevel = [&](double v) { levels << v; };
+        r.start();
+        QTest::qWait(200);
+        QVERIFY(server.play(speech));
+        QTest::qWait(300);
+        const AudioRecorder::Stopped s = r.stop();
+
+        const double spoken = double(speechPcm.size()) / AudioRecorder::kBytesPerSecond;
+        // Everything from start to stop: the speech and the silence around it.
+        QVERIFY2(s.duration > spoken + 0.2 && s.duration < spoken + 3.0,
+                 qPrintable(QString::number(s.duration)));
+        QVERIFY(AudioRecorder::peak(r.lastPCM()) > 5000);
+        // The voiced part is the speech's, give or take the edges of a frame.
+        const double voiced = AudioRecorder::speechSeconds(r.lastPCM());
+        const double expected = AudioRecorder::speechSeconds(speechPcm);
+        QVERIFY2(std::abs(voiced - expected) < 0.25,
+                 qPrintable(QStringLiteral("%1 vs %2").arg(voiced).arg(expected)));
+        // The trimmed WAV holds the speech and little more.
+        const double kept = double(s.wav.size() - 44) / AudioRecorder::kBytesPerSecond;
+        QVERIFY2(kept > spoken - 0.5 && kept < spoken + 0.8, qPrintable(QString::number(kept)));
+        // Small pieces, as they come: the level and the live preview keep up with the voice.
+        QVERIFY(biggest <= 4096);
+        QVERIFY(buffers > 20);
+        QTRY_VERIFY(!levels.isEmpty());
+        QVERIFY(*std::max_element(levels.begin(), levels.end()) > 0.2);
+    }
+
+    void pausesBetweenSentences() {
+        // Speech, a second of silence, speech again, then silence: a pause after each.
+        const QByteArray gap(AudioRecorder::kBytesPerSecond, '\0');
+        const QString twice = dir.filePath(QStringLiteral("twice.wav"));
+        QFile f(twice);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(AudioRecorder::wav(speechPcm + gap + speechPcm));
+        f.close();
+        AudioRecorder r;
+        std::mutex mutex;
+        QList<int64_t> pauses;
+        r.onPause = [&](int64_t offset) {
+            std::lock_guard guard(mutex);
+            pauses << offset;
+        };
+        r.start();
+        QVERIFY(server.play(twice));
+        QTest::qWait(900);
+        const QByteArray pcm = r.stopRaw();
+        std::lock_guard guard(mutex);
+        QVERIFY2(pauses.size() >= 2, qPrintable(QString::number(pauses.size())));
+        // Each pause comes after voice, in the silence that follows it.
+        for (int64_t offset : pauses) {
+            QVERIFY(offset <= pcm.size());
+            QVERIFY(highest(pcm.mid(offset - 9600 * 2, 9600 * 2)) < 901);
+        }
+    }
+
+    void namedAndMissingMicrophones() {
+        AudioRecorder r;
+        AppSettings::shared().setMicrophoneUID(QStringLiteral("testmic"));
+        r.start();
+        QCOMPARE(r.currentUID(), std::optional<QString>(QStringLiteral("testmic")));
+        QVERIFY(server.play(speech));
+        QVERIFY(AudioRecorder::peak(r.stopRaw()) > 5000);
+
+        // A microphone that is not there: the default one records instead.
+        AppSettings::shared().setMicrophoneUID(QStringLiteral("usb-absent"));
+        r.start();
+        QCOMPARE(r.currentUID(), std::nullopt);
+        QVERIFY(server.play(speech));
+        QVERIFY(AudioRecorder::peak(r.stopRaw()) > 5000);
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
+    }
+
+    void hotPlugIsHeard() {
+        Microphones::Watcher watcher;
+        QSignalSpy changed(&watcher, &Microphones::Watcher::changed);
+        const int module = server.loadModule(
+            QStringLiteral("module-remap-source"),
+            {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=plugmic")});
+        QVERIFY(module >= 0);
+        QTRY_VERIFY(changed.size() >= 1);
+        QVERIFY(names(audio().microphones()).contains(QStringLiteral("plugmic")));
+        changed.clear();
+        QVERIFY(server.unloadModule(module));
+        QTRY_VERIFY(changed.size() >= 1);
+        QVERIFY(!names(audio().microphones()).contains(QStringLiteral("plugmic")));
+        // An output plugged in brings only a monitor: the microphones stay the same.
+        const int sink = server.loadModule(QStringLiteral("module-null-sink"),
+                                           {QStringLiteral("sink_name=usbheadset")});
+        QVERIFY(sink >= 0);
+        QCOMPARE(names(audio().microphones()), QStringList{QStringLiteral("testmic")});
+        QVERIFY(server.unloadModule(sink));
+    }
+
+    void sourceUnpluggedMidRecording() {
+        const int module = server.loadModule(
+            QStringLiteral("module-remap-source"),
+            {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=gonemic")});
+        QVERIFY(module >= 0);
+        AppSettings::shared().setMicrophoneUID(QStringLiteral("gonemic"));
+        AudioRecorder r;
+        QStringList lost;
+        r.onSourceLost = [&](const QString& why) { lost << why; };
+        r.start();
+        QCOMPARE(r.currentUID(), std::optional<QString>(QStringLiteral("gonemic")));
+        QVERIFY(server.play(speech));
+        QVERIFY(server.unloadModule(module));
+        QTRY_COMPARE(lost.size(), 1);
+        QVERIFY(r.isRecording());
+        const AudioRecorder::Stopped s = r.stop();
+        QVERIFY(s.duration > double(speechPcm.size()) / AudioRecorder::kBytesPerSecond);
+        QVERIFY(AudioRecorder::peak(r.lastPCM()) > 5000);
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
+        // The next recording starts normally.
+        r.start();
+        QVERIFY(r.isRecording());
+        r.stop();
+    }
+
+    void soundsReachTheSpeakersOnly() {
+        Tap speakers(audio(), QStringLiteral("speakers.monitor"));
+        Tap mic(audio(), QStringLiteral("testmic"));
+        QTest::qWait(100);
+        for (Sound s : {Sound::Tink, Sound::Pop, Sound::Basso})
+            playSound(s);
+        QTRY_VERIFY(AudioRecorder::peak(speakers.pcm()) > 3000);
+        QTest::qWait(500);
+        QVERIFY(AudioRecorder::peak(mic.pcm()) < 50);
+        QVERIFY(!speakers.ended() && !mic.ended());
+    }
+
+    void speechIsSpokenAndCut() {
+        SpeechOutput& voice = Platform::current().speech();
+        {
+            Tap speakers(audio(), QStringLiteral("speakers.monitor"));
+            voice.speak(QStringLiteral("Bonjour."), QStringLiteral("fr"));
+            QVERIFY(voice.speaking());
+            QTRY_VERIFY_WITH_TIMEOUT(!voice.speaking(), 10000);
+            QVERIFY(AudioRecorder::peak(speakers.pcm()) > 3000);
+        }
+        voice.speak(QStringLiteral("Ceci est une longue phrase, lue lentement, qui dure bien "
+                                   "plus de quelques secondes avant de finir enfin."),
+                    QStringLiteral("fr"));
+        QTest::qWait(600);
+        QVERIFY(voice.speaking());
+        voice.stop();
+        QVERIFY(!voice.speaking());
+        QTest::qWait(200);
+        // Nothing more is heard once stopped.
+        Tap after(audio(), QStringLiteral("speakers.monitor"));
+        QTest::qWait(500);
+        QVERIFY(AudioRecorder::peak(after.pcm()) < 50);
+        QVERIFY(!voice.speaking());
+    }
+
+    void serverRestart() {
+        // The sound server goes away (a restart of the desktop's audio) and comes back: the
+        // microphones are reported gone then back, and recording works again without a restart
+        // of the program.
+        Microphones::Watcher watcher;
+        QSignalSpy changed(&watcher, &Microphones::Watcher::changed);
+        QVERIFY(!audio().microphones().isEmpty());
+        server.stop();
+        QTRY_VERIFY(changed.size() >= 1);
+        QTRY_VERIFY(audio().microphones().isEmpty());
+        AudioRecorder r;
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        QVERIFY(!r.isRecording());
+
+        QVERIFY2(server.start(), qPrintable(server.error()));
+        changed.clear();
+        // Noticed without anyone asking: the watcher hears that the microphones are back.
+        QTRY_VERIFY_WITH_TIMEOUT(changed.size() >= 1, 20000);
+        QCOMPARE(names(audio().microphones()), QStringList{QStringLiteral("testmic")});
+        r.start();
+        QVERIFY(server.play(speech));
+        QVERIFY(AudioRecorder::peak(r.stopRaw()) > 5000);
+    }
+};
+
+QTEST_MAIN(TstPulse)
+#include "tst_pulse.moc"

@@ -1,0 +1,177 @@
+// The live preview decodes real speech (espeak-ng, resampled by sox) fed in the recorder's small
+// buffers from another thread, with a grammar so that the words are the same every run.
+#include "engines/LivePreview.h"
+#include "engines/OfflineSpeech.h"
+
+#include "FakePlatform.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+using namespace ombry;
+using namespace ombry::test;
+
+class TstLivePreview : public QObject {
+    Q_OBJECT
+    FakePlatform platform_;
+    QTemporaryDir dir_;
+    QString grammar_;
+
+    QByteArray speech(const QString& words) {
+        const QString raw = dir_.filePath("raw.wav"), wav = dir_.filePath("speech.wav");
+        if (QProcess::execute("espeak-ng", {"-v", "en", "-w", raw, words}) != 0 ||
+            QProcess::execute("sox", {raw, "-r", "16000", "-c", "1", "-b", "16", wav}) != 0)
+            return {};
+        QFile f(wav);
+        if (!f.open(QIODevice::ReadOnly)) return {};
+        return OfflineSpeech::pcmOfWav(f.readAll()).value_or(QByteArray());
+    }
+
+    // Feeds from a thread of its own, 1,024 frames at a time, as the recorder's audio thread.
+    static void feedFromAudioThread(LivePreview& preview, const QByteArray& pcm) {
+        std::thread([&preview, pcm] {
+            for (qsizetype at = 0; at < pcm.size(); at += 2048)
+                preview.feed(pcm.mid(at, 2048));
+        }).join();
+    }
+
+    // Records every text with the thread it came on.
+    struct Seen {
+        QStringList texts;
+        bool offMainThread = false;
+        void attach(LivePreview& preview) {
+            preview.onText = [this](const QString& text) {
+                texts << text;
+                if (QThread::currentThread() != qApp->thread()) offMainThread = true;
+            };
+        }
+        QString last() const { return texts.isEmpty() ? QString() : texts.last(); }
+    };
+
+private Q_SLOTS:
+    void initTestCase() {
+        if (QStandardPaths::findExecutable("espeak-ng").isEmpty() ||
+            QStandardPaths::findExecutable("sox").isEmpty() ||
+            !OfflineSpeech::modelFor("en", QString()))
+            QSKIP("espeak-ng, sox and the English pocketsphinx model are needed");
+        grammar_ = dir_.filePath("commands.gram");
+        QFile g(grammar_);
+        QVERIFY(g.open(QIODevice::WriteOnly));
+        g.write("#JSGF V1.0;\ngrammar commands;\npublic <command> = ( open the window | close "
+                "the door | hello world );\n");
+    }
+
+    void runningTextOfSpeech() {
+        const QByteArray door = speech("close the door");
+        QVERIFY(door.size() > 16000);
+        LivePreview preview;
+        preview.setGrammar(grammar_);
+        Seen seen;
+        seen.attach(preview);
+
+        // Audio fed at once after start waits for the model instead of being lost.
+        preview.start("en", false, false);
+        feedFromAudioThread(preview, door);
+        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("close the door"), 20000);
+        QVERIFY(!seen.offMainThread);
+        QCOMPARE(seen.texts.count(seen.last()), 1); // an unchanged hypothesis is not repeated
+
+        // After stop nothing more arrives, whatever is fed.
+        preview.stop();
+        seen.texts.clear();
+        feedFromAudioThread(preview, speech("hello world"));
+        QTest::qWait(500);
+        QVERIFY(seen.texts.isEmpty());
+    }
+
+    void textGrowsWhileSpeaking() {
+        // Fed at the pace of speech (a little faster), the words show up before the end. A first
+        // dictation loads the model; the second one (a new text) finds it ready. The
+        // environment's grammar serves when none is set.
+        const QByteArray door = speech("close the door");
+        qputenv("OMBRY_POCKETSPHINX_JSGF", grammar_.toUtf8());
+        LivePreview preview;
+        Seen seen;
+        seen.attach(preview);
+        preview.start("en-US", false, false);
+        feedFromAudioThread(preview, speech("hello world"));
+        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("hello world"), 20000);
+        seen.texts.clear();
+        preview.start("en", false, false);
+        qunsetenv("OMBRY_POCKETSPHINX_JSGF");
+        std::atomic<bool> done = false;
+        std::thread audio([&] {
+            for (qsizetype at = 0; at < door.size(); at += 2048) {
+                preview.feed(door.mid(at, 2048));
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            }
+            done = true;
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(done, 20000);
+        audio.join();
+        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("close the door"), 20000);
+        QVERIFY2(seen.texts.size() > 1 && seen.texts.first().size() < seen.last().size(),
+                 qPrintable(seen.texts.join(" | ")));
+    }
+
+    void longFormKeepsEachPhrase() {
+        // In long form a pause closes a phrase: its words stay while the next one is decoded.
+        const QByteArray silence(32000, '\0');
+        LivePreview preview;
+        preview.setGrammar(grammar_);
+        Seen seen;
+        seen.attach(preview);
+        preview.start("en", true, false);
+        feedFromAudioThread(preview, speech("open the window") + silence +
+                                         speech("close the door") + silence);
+        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("open the window close the door"),
+                                  20000);
+    }
+
+    void silentWithoutModel() {
+        LivePreview preview;
+        Seen seen;
+        seen.attach(preview);
+        preview.start("xx", false, false);
+        feedFromAudioThread(preview, speech("hello world"));
+        QTest::qWait(300);
+        QVERIFY(seen.texts.isEmpty());
+    }
+
+    void destroyedWhileDecoding() {
+        // Texts still queued for a preview that is gone are dropped; the worker is joined.
+        bool called = false;
+        {
+            LivePreview preview;
+            preview.setGrammar(grammar_);
+            preview.onText = [&](const QString&) { called = true; };
+            preview.start("en", false, false);
+            feedFromAudioThread(preview, speech("hello world"));
+            QThread::msleep(1500);
+        }
+        QCoreApplication::processEvents();
+        QVERIFY(!called);
+    }
+
+    void partialResultsReplaceEachOther() {
+        PreviewText text;
+        QCOMPARE(text.add("Bonjour", true), "Bonjour");
+        QCOMPARE(text.add("tout", false), "Bonjour tout");
+        QCOMPARE(text.add("tout le monde", false), "Bonjour tout le monde");
+        QCOMPARE(text.add(" ça va", true), "Bonjour ça va"); // a piece's own blank is kept
+        text.reset();
+        QCOMPARE(text.add("", false), "");
+    }
+};
+
+QTEST_GUILESS_MAIN(TstLivePreview)
+#include "tst_livepreview.moc"

@@ -1,0 +1,238 @@
+#include "SoundServer.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QThread>
+#include <QtEndian>
+#include <csignal>
+#include <sys/types.h>
+
+namespace ombry::test {
+
+SoundServer::SoundServer() = default;
+
+SoundServer::~SoundServer() {
+    stop();
+}
+
+bool SoundServer::installed() {
+    return !QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty() &&
+           !QStandardPaths::findExecutable(QStringLiteral("pactl")).isEmpty();
+}
+
+QString SoundServer::runtimeDir() const {
+    return dir_ ? dir_->path() : QString();
+}
+
+QString SoundServer::serverAddress() const {
+    return QStringLiteral("unix:%1/pulse/native").arg(runtimeDir());
+}
+
+QProcessEnvironment SoundServer::environment() const {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtimeDir());
+    env.insert(QStringLiteral("PULSE_SERVER"), serverAddress());
+    env.insert(QStringLiteral("PULSE_STATE_PATH"), runtimeDir() + QStringLiteral("/state"));
+    return env;
+}
+
+bool SoundServer::run(const QString& program, const QStringList& args, QString* out,
+                      int timeoutMs) const {
+    QProcess p;
+    p.setProcessEnvironment(environment());
+    p.start(program, args);
+    if (!p.waitForStarted(5000)) return false;
+    if (!p.waitForFinished(timeoutMs)) {
+        p.kill();
+        p.waitForFinished(2000);
+        return false;
+    }
+    if (out) *out = QString::fromUtf8(p.readAllStandardOutput());
+    return p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+}
+
+bool SoundServer::start() {
+    if (running()) return true;
+    error_.clear();
+    if (!installed()) {
+        error_ = QStringLiteral("pulseaudio n'est pas installé");
+        return false;
+    }
+    // A short path: the server's socket lives under it, and socket paths are limited in length.
+    dir_ = std::make_unique<QTemporaryDir>(QStringLiteral("/tmp/ombry-pulse-XXXXXX"));
+    if (!dir_->isValid()) {
+        error_ = QStringLiteral("no temporary folder");
+        return false;
+    }
+    QDir(runtimeDir()).mkpath(QStringLiteral("state"));
+    QProcessEnvironment env = environment();
+    env.remove(QStringLiteral("PULSE_SERVER"));
+    QProcess p;
+    p.setProcessEnvironment(env);
+    // -n: none of the machine's configuration; -D returns once the daemon is ready.
+    p.start(QStringLiteral("pulseaudio"),
+            {QStringLiteral("-D"), QStringLiteral("-n"), QStringLiteral("--exit-idle-time=-1"),
+             QStringLiteral("--load=module-native-protocol-unix"),
+             QStringLiteral("--log-target=file:%1/server.log").arg(runtimeDir())});
+    if (!p.waitForFinished(20000) || p.exitCode() != 0) {
+        error_ = QStringLiteral("pulseaudio did not start: %1")
+                     .arg(QString::fromUtf8(p.readAllStandardError()).trimmed());
+        return false;
+    }
+    QFile pidFile(runtimeDir() + QStringLiteral("/pulse/pid"));
+    if (pidFile.open(QIODevice::ReadOnly)) pid_ = pidFile.readAll().trimmed().toLongLong();
+    if (pid_ <= 0) {
+        error_ = QStringLiteral("pulseaudio left no pid");
+        return false;
+    }
+
+    QElapsedTimer sinceMic;
+    sinceMic.start();
+    const bool ok =
+        loadModule(QStringLiteral("module-null-sink"),
+                   {QStringLiteral("sink_name=mic"),
+                    QStringLiteral("sink_properties=device.description=MicInput")}) >= 0 &&
+        loadModule(QStringLiteral("module-null-sink"),
+                   {QStringLiteral("sink_name=speakers"),
+                    QStringLiteral("sink_properties=device.description=Speakers")}) >= 0 &&
+        loadModule(QStringLiteral("module-remap-source"),
+                   {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=testmic"),
+                    QStringLiteral("source_properties=device.description=TestMic")}) >= 0 &&
+        run(QStringLiteral("pactl"),
+            {QStringLiteral("set-default-sink"), QStringLiteral("speakers")}) &&
+        run(QStringLiteral("pactl"),
+            {QStringLiteral("set-default-source"), QStringLiteral("testmic")});
+    if (!ok) {
+        error_ = QStringLiteral("the test devices could not be set up");
+        stop();
+        return false;
+    }
+    // An idle null sink renders its silence in blocks of two seconds ahead, so a recording
+    // that starts would wait up to that long for its first sound, where a real microphone
+    // delivers at once. A stream of zeros played into "mic" with a small latency (adding
+    // nothing to what the microphone hears) keeps it rendering in short blocks all along.
+    keeper_ = std::make_unique<QProcess>();
+    keeper_->setProcessEnvironment(environment());
+    keeper_->setStandardInputFile(QStringLiteral("/dev/zero"));
+    keeper_->setStandardOutputFile(QProcess::nullDevice());
+    keeper_->start(QStringLiteral("pacat"),
+                   {QStringLiteral("--playback"), QStringLiteral("-d"), QStringLiteral("mic"),
+                    QStringLiteral("--latency-msec=10"), QStringLiteral("--raw")});
+    bool keeping = keeper_->waitForStarted(5000);
+    for (int i = 0; keeping && i < 100; ++i) {
+        if (!pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")})
+                 .trimmed()
+                 .isEmpty())
+            break;
+        QThread::msleep(20);
+    }
+    if (!keeping) {
+        error_ = QStringLiteral("pacat did not start");
+        stop();
+        return false;
+    }
+    // The block rendered when "mic" was made still runs its two seconds: wait them out.
+    if (const qint64 left = 2100 - sinceMic.elapsed(); left > 0) QThread::msleep(ulong(left));
+
+    hadRuntimeDir_ = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
+    savedRuntimeDir_ = qgetenv("XDG_RUNTIME_DIR");
+    hadServer_ = qEnvironmentVariableIsSet("PULSE_SERVER");
+    savedServer_ = qgetenv("PULSE_SERVER");
+    qputenv("XDG_RUNTIME_DIR", runtimeDir().toUtf8());
+    qputenv("PULSE_SERVER", serverAddress().toUtf8());
+    return true;
+}
+
+void SoundServer::stop() {
+    if (keeper_) {
+        keeper_->kill();
+        keeper_->waitForFinished(5000);
+        keeper_.reset();
+    }
+    if (pid_ > 0) {
+        ::kill(pid_t(pid_), SIGTERM);
+        // The daemon is not our child: watch for it to be gone, a few seconds at most.
+        for (int i = 0; i < 100 && ::kill(pid_t(pid_), 0) == 0; ++i)
+            QThread::msleep(50);
+        if (::kill(pid_t(pid_), 0) == 0) ::kill(pid_t(pid_), SIGKILL);
+        pid_ = 0;
+        if (hadRuntimeDir_)
+            qputenv("XDG_RUNTIME_DIR", savedRuntimeDir_);
+        else
+            qunsetenv("XDG_RUNTIME_DIR");
+        if (hadServer_)
+            qputenv("PULSE_SERVER", savedServer_);
+        else
+            qunsetenv("PULSE_SERVER");
+    }
+    dir_.reset();
+}
+
+QString SoundServer::pactl(const QStringList& args, bool* ok) const {
+    QString out;
+    const bool done = run(QStringLiteral("pactl"), args, &out);
+    if (ok) *ok = done;
+    return out;
+}
+
+int SoundServer::loadModule(const QString& name, const QStringList& args) {
+    bool ok = false;
+    const QString out = pactl(QStringList{QStringLiteral("load-module"), name} + args, &ok);
+    if (!ok) return -1;
+    bool number = false;
+    const int index = out.trimmed().toInt(&number);
+    return number ? index : -1;
+}
+
+bool SoundServer::unloadModule(int index) {
+    bool ok = false;
+    pactl({QStringLiteral("unload-module"), QString::number(index)}, &ok);
+    return ok;
+}
+
+bool SoundServer::play(const QString& wavPath, const QString& sink) {
+    return run(QStringLiteral("paplay"), {QStringLiteral("-d"), sink, wavPath});
+}
+
+bool SoundServer::playDetached(const QString& wavPath, const QString& sink) {
+    QProcess p;
+    p.setProcessEnvironment(environment());
+    p.setProgram(QStringLiteral("paplay"));
+    p.setArguments({QStringLiteral("-d"), sink, wavPath});
+    return p.startDetached();
+}
+
+bool SoundServer::makeSpeech(const QString& text, const QString& voice, const QString& wavPath) {
+    const QString raw = wavPath + QStringLiteral(".raw.wav");
+    QProcess espeak;
+    espeak.start(QStringLiteral("espeak-ng"),
+                 {QStringLiteral("-v"), voice, QStringLiteral("-w"), raw, text});
+    if (!espeak.waitForFinished(30000) || espeak.exitCode() != 0) return false;
+    QProcess sox;
+    sox.start(QStringLiteral("sox"),
+              {raw, QStringLiteral("-r"), QStringLiteral("16000"), QStringLiteral("-c"),
+               QStringLiteral("1"), QStringLiteral("-b"), QStringLiteral("16"), wavPath});
+    const bool ok = sox.waitForFinished(30000) && sox.exitCode() == 0;
+    QFile::remove(raw);
+    return ok;
+}
+
+QByteArray SoundServer::wavData(const QString& wavPath) {
+    QFile f(wavPath);
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    const QByteArray all = f.readAll();
+    if (all.size() < 12 || !all.startsWith("RIFF") || all.mid(8, 4) != "WAVE") return {};
+    qsizetype at = 12;
+    while (at + 8 <= all.size()) {
+        const QByteArray id = all.mid(at, 4);
+        const auto size = qsizetype(qFromLittleEndian<quint32>(all.constData() + at + 4));
+        if (id == "data") return all.mid(at + 8, size);
+        at += 8 + size + (size & 1);
+    }
+    return {};
+}
+
+} // namespace ombry::test

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <memory>
+
+class QProcess;
+
+namespace ombry::test {
+
+// A private PulseAudio server for tests, in its own runtime folder, with no configuration of
+// the machine: two null outputs, "speakers" (the default output, where the program's sounds
+// go) and "mic", and a source "testmic" remapped over mic.monitor, which the server lists as
+// a plain microphone and which is the default input. Sound played into "mic" is what the
+// program hears; the program's own sounds never reach it.
+//
+// start() points this process at the server (XDG_RUNTIME_DIR and PULSE_SERVER), so libpulse
+// connects to it; environment() gives the same to child processes (the program under test).
+// The destructor stops the server by its pid.
+class SoundServer {
+public:
+    SoundServer();
+    ~SoundServer();
+    SoundServer(const SoundServer&) = delete;
+    SoundServer& operator=(const SoundServer&) = delete;
+
+    // Whether the pulseaudio program is installed (tests skip without it).
+    static bool installed();
+
+    // Starts the server and sets it up; false with error() on failure.
+    bool start();
+    void stop();
+    bool running() const { return pid_ > 0; }
+    QString error() const { return error_; }
+
+    QString runtimeDir() const;
+    QString serverAddress() const; // "unix:/…/pulse/native"
+    QProcessEnvironment environment() const;
+
+    // Runs pactl with the arguments against this server; its standard output, or nullopt-like
+    // empty with ok false on failure.
+    QString pactl(const QStringList& args, bool* ok = nullptr) const;
+    // Loads a module; its index, or -1.
+    int loadModule(const QString& name, const QStringList& args);
+    bool unloadModule(int index);
+
+    // Plays a WAV file into a sink (paplay -d) and waits until it has been played.
+    bool play(const QString& wavPath, const QString& sink = QStringLiteral("mic"));
+    // Starts playing and returns at once; the process ends by itself.
+    bool playDetached(const QString& wavPath, const QString& sink = QStringLiteral("mic"));
+
+    // Speech made with espeak-ng, converted by sox to 16 kHz mono 16-bit WAV at wavPath.
+    // False when a tool is missing or fails.
+    static bool makeSpeech(const QString& text, const QString& voice, const QString& wavPath);
+    // The PCM bytes of a 16-bit WAV file (its data chunk); empty when unreadable.
+    static QByteArray wavData(const QString& wavPath);
+
+private:
+    bool run(const QString& program, const QStringList& args, QString* out = nullptr,
+             int timeoutMs = 30000) const;
+
+    std::unique_ptr<QTemporaryDir> dir_;
+    std::unique_ptr<QProcess> keeper_; // keeps the test microphone running like a real one
+    qint64 pid_ = 0;
+    QString error_;
+    QByteArray savedRuntimeDir_, savedServer_;
+    bool hadRuntimeDir_ = false, hadServer_ = false;
+};
+
+} // namespace ombry::test
