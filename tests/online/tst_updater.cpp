@@ -321,7 +321,13 @@ private Q_SLOTS:
         serveSigned(release(marker()));
         // What a former attempt left is replaced.
         writeFile(installed + ".nouveau/identifier", "ancien essai");
+        // The offer shows the installation under way, then its end.
+        QList<bool> installing;
+        connect(&updater, &Updater::installingChanged, this,
+                [&] { installing << updater.installing(); });
         QCOMPARE(checkAndInstall(), QString());
+        disconnect(&updater, &Updater::installingChanged, this, nullptr);
+        QCOMPARE(installing, (QList<bool>{true, false}));
         QCOMPARE(journalLines().last(), QStringLiteral("mise à jour installée : 9.9"));
 
         // Fetched from the product site under the feed's path, whatever host the feed named.
@@ -375,6 +381,10 @@ private Q_SLOTS:
                 kBadSignature),
             signedCase("name climbing out", good + QList<Member>{{"../../evil", 'f', "x"}},
                        "archive : chemin hors du dossier refusé (../../evil)"),
+            // However long the name, the message says at most 120 characters of it.
+            signedCase("long name climbing out",
+                       good + QList<Member>{{"../" + QByteArray(300, 'a'), 'f', "x"}},
+                       "archive : chemin hors du dossier refusé (../" + QString(117, 'a') + ")"),
             signedCase("absolute name", good + QList<Member>{{"/tmp/ombry-evil", 'f', "x"}},
                        "archive : chemin absolu refusé (/tmp/ombry-evil)"),
             signedCase("link pointing out",
