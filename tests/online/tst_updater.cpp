@@ -210,6 +210,7 @@ class TstUpdater : public QObject {
     TestHttpServer site;
     Updater& updater = Updater::shared();
     KeyPtr key = trustedKey();
+    const QString systemTemp = QDir::tempPath();
     std::unique_ptr<QTemporaryDir> place;
     QString installed;
     QStringList relaunched;
@@ -266,7 +267,10 @@ private Q_SLOTS:
     void init() {
         site.reset();
         qputenv("OMBRY_SITE_URL", site.url().toString().toUtf8());
-        place = std::make_unique<QTemporaryDir>();
+        place = std::make_unique<QTemporaryDir>(systemTemp + "/tst_updater-XXXXXX");
+        // Downloads go to a temporary folder of the test's own, and stay there.
+        QDir(place->path()).mkdir("tmp");
+        qputenv("TMPDIR", place->filePath("tmp").toUtf8());
         installed = place->filePath(QStringLiteral("programs/Ombry Voice"));
         writeFile(installed + "/bin/ombry-voice", "#!/bin/sh\necho version un\n",
                   QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
@@ -344,7 +348,8 @@ private Q_SLOTS:
                      .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                  QStringList{"Ombry Voice"});
         QCOMPARE(relaunched, QStringList{installed});
-        QVERIFY(QFile::exists(QDir::temp().filePath("OmbryVoice-9.9.tar.gz")));
+        QCOMPARE(QDir(place->filePath("tmp")).entryList(QDir::Files),
+                 QStringList{"OmbryVoice-9.9.tar.gz"});
     }
 
     void refusedUpdatesLeaveTheProgramUntouched_data() {
