@@ -25,7 +25,10 @@
 #include <QSysInfo>
 #include <QTemporaryFile>
 #include <QUuid>
+#include <cerrno>
 #include <coroutine>
+#include <cstdio>
+#include <cstring>
 #include <exception>
 #include <thread>
 
@@ -158,8 +161,10 @@ void unpackAndSwap(const QString& archivePath, const QByteArray& signature,
     if (!UpdatePackage::fitsProcessor(program, runningProgram)) throw UpdateFail(kNoProgram);
 
     UpdatePackage::removeTree(staging);
-    if (!QDir().rename(program, staging))
-        throw UpdateFail(QStringLiteral("Remplacement impossible : ") + staging);
+    if (std::rename(QFile::encodeName(program).constData(),
+                    QFile::encodeName(staging).constData()) != 0)
+        throw UpdateFail(QStringLiteral("Remplacement impossible : ") +
+                         QString::fromLocal8Bit(std::strerror(errno)));
     try {
         UpdatePackage::swapIn(staging, installedInfo.absoluteFilePath());
     } catch (...) {

@@ -470,6 +470,13 @@ private Q_SLOTS:
         QCOMPARE(checkAndInstall(), kRefused);
         serveFeed(1, "https://ombry.example" + kArchivePath, "sparc");
         QCOMPARE(checkAndInstall(), QStringLiteral("Lien de téléchargement absent."));
+        // A program that was not installed from an archive (this test runs from its build
+        // folder) is never replaced.
+        serveFeed(1);
+        updater.setInstalledFolder(QString());
+        QVERIFY(
+            checkAndInstall().startsWith("Ce programme n'a pas été installé depuis une archive"));
+        updater.setInstalledFolder(installed);
         QCOMPARE(site.requests(kArchivePath).size(), 0);
 
         QCOMPARE(snapshot(installed), before);
