@@ -10,7 +10,7 @@ PACKAGES=(
   libx11-dev libxi-dev libxtst-dev
   libcld2-dev libespeak-ng-dev espeak-ng
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
-  libsecret-1-dev libssl-dev
+  libsecret-1-dev libssl-dev libarchive-dev
   xvfb xauth xdotool xclip openbox zenity sox dbus dbus-x11
   fonts-dejavu-core
 )

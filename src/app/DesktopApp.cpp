@@ -9,6 +9,7 @@
 #include "dictation/DictationController.h"
 #include "engines/client/Net.h"
 #include "online/Credits.h"
+#include "online/Updater.h"
 #include "platform/Platform.h"
 #include "platform/linux/X11InputWatch.h"
 #include "views/BubbleController.h"
@@ -149,6 +150,7 @@ int runDesktop(QApplication& app) {
     Log::write(DeviceProfile::launchLine());
     Net::warmUp();
     QTimer::singleShot(0, &app, [] { Credits::shared().refresh(); });
+    Updater::shared().start();
 
     // Connections to the services go stale when idle; keep them warm for the next dictation.
     auto* warmUp = new QTimer(&app);

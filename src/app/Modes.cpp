@@ -6,6 +6,7 @@
 #include "app/OmbryIcon.h"
 #include "app/Output.h"
 #include "app/SpeechModes.h"
+#include "app/UpdateMode.h"
 
 #include <exception>
 
@@ -37,6 +38,9 @@ QCoro::Task<void> runMode(Switch sw) {
         switch (sw.mode) {
         case Mode::ChunkTest:
             co_await runChunkTestMode(sw.args.value(0));
+            break;
+        case Mode::Update:
+            co_await runUpdateMode();
             break;
         case Mode::FastTest:
             co_await runFastTestMode(sw.args.value(0));

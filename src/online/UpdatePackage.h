@@ -1,0 +1,62 @@
+#pragma once
+
+#include "engines/client/Errors.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+// The blocking steps of an update, each on files: the archive's signature, its unpacking into a
+// folder of its own, finding and judging the program inside, and the swap of the installed
+// program. They run on a worker thread, never on the main one.
+//
+// A program folder (installed or in an archive) is a folder that holds the executable
+// `bin/ombry-voice` and a text file `identifier` naming the program
+// ("com.quennard.ombryvoice"); everything else in it is the program's own business.
+namespace ombry {
+
+// The failure of an update step: `message` is what the user reads.
+class UpdateFail : public Error {
+public:
+    explicit UpdateFail(const QString& message) : Error(message) {}
+    QString message() const { return description(); }
+    QString errorDescription() const { return description(); }
+};
+
+namespace UpdatePackage {
+
+inline const QString kExecutable = QStringLiteral("bin/ombry-voice");
+inline const QString kIdentifierFile = QStringLiteral("identifier");
+
+// True when `signature` (64 bytes, or their base64 text) is the Ed25519 signature of `data` by
+// `publicKey` (32 bytes). An empty key verifies nothing.
+bool signatureOK(const QByteArray& data, const QByteArray& signature, const QByteArray& publicKey);
+
+// Unpacks the .tar.gz at `archive` into `folder`, which must not exist yet. Every member is
+// judged before anything is written: only folders, regular files and symbolic links are taken;
+// an absolute name, a name with "..", a name that passes through a link, a link whose target
+// leaves the folder (or passes through another link), a hard link, a device, a pipe or a
+// duplicate name refuse the whole archive with UpdateFail "archive : …". Owners and special
+// permission bits are not restored.
+void extract(const QString& archive, const QString& folder);
+
+// The first program folder (in name order) among the entries of `folder`; empty when none.
+QString findProgram(const QString& folder);
+
+// The identifier in the program folder's `identifier` file, trimmed; empty when unreadable.
+QString identifierOf(const QString& programFolder);
+
+// True when every ELF file in `folder` (at any depth) is built for the processor of the ELF
+// file `reference` (machine, word size, byte order). The reference is the running program.
+bool fitsProcessor(const QString& folder, const QString& reference);
+
+// Puts `staging` in the place of `installed` in one step (an exchange of the two names), then
+// deletes the former program, now at `staging`. Where the file system cannot exchange names,
+// two renames, with the former program put back if the second fails. Throws UpdateFail.
+void swapIn(const QString& staging, const QString& installed);
+
+// Deletes a file or folder tree, ignoring failures; links are removed, never followed.
+void removeTree(const QString& path);
+
+} // namespace UpdatePackage
+} // namespace ombry
