@@ -20,6 +20,7 @@ public:
         stop();
         queue_.reset(); // joins the worker: no synthesis runs past this point
         release();
+        if (rate_ > 0) espeak_Terminate();
     }
 
     void speak(const QString& text, const QString& language) override {
