@@ -71,6 +71,13 @@ struct PendingRestore {
     bool done = false;
 };
 
+// The restore still to come, if any: a paste that follows before it must save the user's
+// clipboard, not the text of the former paste.
+std::weak_ptr<PendingRestore>& lastPending() {
+    static std::weak_ptr<PendingRestore> pending;
+    return pending;
+}
+
 void restoreOnce(const std::shared_ptr<PendingRestore>& pending) {
     if (pending->done) return;
     pending->done = true;
@@ -94,6 +101,10 @@ PasteKeys pasteKeysFor(const QString& windowClass) {
 }
 
 ClipboardSnapshot snapshot() {
+    // While our pasted text waits for its restore, the user's clipboard is the one saved.
+    if (const auto pending = lastPending().lock();
+        pending && !pending->done && pending->changeCount == clipboard().changeCount())
+        return pending->previous;
     return clipboard().snapshot();
 }
 
@@ -136,6 +147,7 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
         break;
     }
     if (!restore) co_return;
+    lastPending() = pending;
     // No application asked for the text: it is no use keeping the user's clipboard away.
     QTimer::singleShot(kRestoreTimeoutMs, [pending] { restoreOnce(pending); });
 }

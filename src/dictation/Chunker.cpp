@@ -10,6 +10,7 @@
 #include "engines/client/Errors.h"
 #include "engines/client/OpenRouter.h"
 
+#include <QTimer>
 #include <coroutine>
 #include <exception>
 #include <vector>
@@ -26,8 +27,10 @@ struct Chunker::Piece {
     void complete(Result r) {
         result = cancelled ? std::nullopt : std::move(r);
         done = true;
+        // Waiters go on at the next turn of the event loop, once this piece's own coroutine
+        // has ended, and never from inside the network reply that finished it.
         for (auto h : std::exchange(waiters, {}))
-            h.resume();
+            QTimer::singleShot(0, [h] { h.resume(); });
     }
 };
 
@@ -129,7 +132,8 @@ QCoro::Task<Chunker::Result> Chunker::finish(QByteArray pcm) {
     const auto pieces = pieces_; // the chunker may go away while this waits
     QStringList raws, cleans;
     for (const auto& piece : pieces) {
-        const Result r = co_await PieceAwaiter{piece};
+        PieceAwaiter awaiter{piece}; // named: the awaiter must outlive the suspension
+        const Result r = co_await awaiter;
         // One failed piece fails the whole: the caller sends the full recording instead.
         if (!r) co_return std::nullopt;
         if (r->first.isEmpty()) continue;
@@ -141,8 +145,10 @@ QCoro::Task<Chunker::Result> Chunker::finish(QByteArray pcm) {
 
 QCoro::Task<void> Chunker::awaitAll() {
     const auto pieces = pieces_;
-    for (const auto& piece : pieces)
-        co_await PieceAwaiter{piece};
+    for (const auto& piece : pieces) {
+        PieceAwaiter awaiter{piece};
+        co_await awaiter;
+    }
 }
 
 int Chunker::taskCount() const {
