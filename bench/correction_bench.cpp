@@ -75,8 +75,8 @@ int main(int argc, char** argv) {
     qputenv("OMBRY_LANGUAGETOOL_URL", url);
     qputenv("OMBRY_LOCAL_LLM_URL", url);
     AppSettings::shared().setUseLanguageTool(true);
-    AppSettings::shared().setCorrectorUsesApple(true);
-    AppSettings::shared().setRewriteEngine(RewriteEngine::Apple);
+    AppSettings::shared().setCorrectorUsesLocalModel(true);
+    AppSettings::shared().setRewriteEngine(RewriteEngine::Local);
     AppSettings::shared().setPunctuation(PunctuationLevel::Normal);
 
     const QString text = QStringLiteral("Bonjour 👋🏽 ") + words(998, 3);

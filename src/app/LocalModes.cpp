@@ -1,16 +1,33 @@
 #include "app/LocalModes.h"
 
 #include "app/Output.h"
+#include "audio/AudioRecorder.h"
 #include "correction/Translator.h"
 #include "correction/VoiceCommand.h"
 #include "engines/Cleanup.h"
 #include "engines/LocalEngine.h"
+#include "engines/WavReader.h"
+#include "engines/client/Errors.h"
 
 #include <QElapsedTimer>
 
 namespace ombry {
 
 // Failures that end a mode reach the mode runner, which prints the one error line.
+
+namespace {
+
+// Any PCM WAV (another rate, stereo, 8 to 32 bits, float) becomes the 16-bit mono 16 kHz file
+// the local engines take. Bytes that are no RIFF file go on as they are.
+QByteArray speechWav(const QByteArray& file) {
+    if (!file.startsWith("RIFF")) return file;
+    QString error;
+    const auto audio = WavReader::parse(file, &error);
+    if (!audio) throw EngineError::http(QLatin1String(LocalSpeech::kService), 0, error);
+    return AudioRecorder::wav(WavReader::toSpeechPcm(*audio));
+}
+
+} // namespace
 
 QCoro::Task<void> runCommandMode(QString instruction, QString text) {
     const QString result = co_await VoiceCommand::apply(instruction, text);
@@ -28,16 +45,17 @@ QCoro::Task<void> runTestMode(QString wavPath) {
 
     QElapsedTimer timer;
     timer.start();
-    const QString text = co_await AppleSpeech::transcribe(*wav, QStringLiteral("fr"), {});
+    const QString text =
+        co_await LocalSpeech::transcribe(speechWav(*wav), QStringLiteral("fr"), {});
     printLine(QStringLiteral("transcription (%1 s): %2").arg(secondsSince(timer), text));
 
-    const bool available = co_await AppleRewrite::available();
+    const bool available = co_await LocalModel::available();
     printLine(QStringLiteral("apple intelligence disponible: ") +
               QLatin1String(available ? "true" : "false"));
 
     timer.restart();
     const QString result =
-        co_await AppleRewrite::run(OpenRouter::instructions(QStringLiteral("français"), {}), text);
+        co_await LocalModel::run(OpenRouter::instructions(QStringLiteral("français"), {}), text);
     printLine(QStringLiteral("reformulation (%1 s): %2").arg(secondsSince(timer), result));
 }
 

@@ -291,7 +291,7 @@ QCoro::Task<QList<Fix>> explain(QList<Fix> fixes, QString text, QString language
             answer = co_await OpenRouter::complete(explainInstructions(language, true), user,
                                                    kExplainModel);
         else
-            answer = co_await appleStructured(explainInstructions(language, false), user,
+            answer = co_await localStructured(explainInstructions(language, false), user,
                                               int(fixes.size()));
     } catch (const std::exception& e) {
         failure = QString::fromUtf8(e.what());
@@ -357,10 +357,10 @@ QCoro::Task<QString> rewrite(QString text, TextAction action, QString language,
     if (Corrector::canUseOpenRouter())
         co_return co_await OpenRouter::complete(system, text,
                                                 AppSettings::shared().openRouterModel());
-    co_return co_await AppleRewrite::run(system, text);
+    co_return co_await LocalModel::run(system, text);
 }
 
-QCoro::Task<QString> appleStructured(QString system, QString text, int count) {
+QCoro::Task<QString> localStructured(QString system, QString text, int count) {
     QJsonObject kind{{QStringLiteral("type"), QStringLiteral("string")},
                      {QStringLiteral("title"), QStringLiteral("Kind")},
                      {QStringLiteral("description"), QStringLiteral("Type de faute")},
@@ -388,7 +388,7 @@ QCoro::Task<QString> appleStructured(QString system, QString text, int count) {
                                   {QStringLiteral("minItems"), count},
                                   {QStringLiteral("maxItems"), count}}}}},
         {QStringLiteral("required"), QJsonArray{QStringLiteral("items")}}};
-    co_return co_await AppleRewrite::runStructured(system, text, schema);
+    co_return co_await LocalModel::runStructured(system, text, schema);
 }
 
 } // namespace Analyzer

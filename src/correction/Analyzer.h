@@ -76,7 +76,7 @@ QString rewriteInstructions(TextAction action, const QString& language,
 
 // The local model held to a schema: exactly `count` items of kind and explanation. Throws the
 // local model's errors.
-QCoro::Task<QString> appleStructured(QString system, QString text, int count);
+QCoro::Task<QString> localStructured(QString system, QString text, int count);
 
 } // namespace Analyzer
 } // namespace ombry

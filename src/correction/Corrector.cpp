@@ -54,7 +54,7 @@ bool canUseOpenRouter() {
 
 bool wantsModel() {
     const AppSettings& settings = AppSettings::shared();
-    return canUseOpenRouter() || settings.correctorUsesApple() || !settings.useLanguageTool();
+    return canUseOpenRouter() || settings.correctorUsesLocalModel() || !settings.useLanguageTool();
 }
 
 QString instructions(const QString& language, const QStringList& words) {
@@ -218,7 +218,7 @@ QCoro::Task<Detailed> correctDetailed(QString text, QString language, QStringLis
                 QString::fromUtf8(e.what()) + QLatin1Char(')'));
         }
     }
-    if (!answered) answer = co_await AppleRewrite::run(system, user);
+    if (!answered) answer = co_await LocalModel::run(system, user);
 
     result.text = Corrector::finish(guardChanges(text, stripEcho(answer)), scope);
     co_return result;

@@ -73,7 +73,7 @@ QCoro::Task<QString> translate(QString text, QString target, bool autoReverse) {
         to = target == QStringLiteral("français") ? QStringLiteral("anglais")
                                                   : QStringLiteral("français");
     const QString system = systemPrompt(to);
-    if (!hasRemote()) co_return co_await AppleRewrite::run(system, text);
+    if (!hasRemote()) co_return co_await LocalModel::run(system, text);
 
     const AppSettings& settings = AppSettings::shared();
     const QString model = settings.rewriteEngine() == RewriteEngine::OpenRouter
@@ -85,7 +85,7 @@ QCoro::Task<QString> translate(QString text, QString target, bool autoReverse) {
         // Falls through to the local model below (no co_await inside a handler).
     }
     Log::write(QStringLiteral("traduction: OpenRouter indisponible, Local prend le relais"));
-    co_return co_await AppleRewrite::run(system, text);
+    co_return co_await LocalModel::run(system, text);
 }
 
 } // namespace Translator

@@ -22,14 +22,14 @@ QString userText(const QString& instruction, const QString& text) {
 QCoro::Task<QString> apply(QString instruction, QString text) {
     const QString system = systemPrompt();
     const QString user = userText(instruction, text);
-    if (!hasRemote()) co_return co_await AppleRewrite::run(system, user);
+    if (!hasRemote()) co_return co_await LocalModel::run(system, user);
     try {
         co_return co_await OpenRouter::complete(system, user, QString::fromLatin1(kModel));
     } catch (const std::exception&) {
         // Falls through to the local model below (no co_await inside a handler).
     }
     Log::write(QStringLiteral("commande: OpenRouter indisponible, Local prend le relais"));
-    co_return co_await AppleRewrite::run(system, user);
+    co_return co_await LocalModel::run(system, user);
 }
 
 } // namespace ombry::VoiceCommand

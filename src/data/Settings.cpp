@@ -57,12 +57,12 @@ constexpr std::array<Case<PunctuationLevel>, 3> kPunctuationLevels{{
 
 constexpr std::array<Case<TranscriptionEngine>, 3> kTranscriptionEngines{{
     {TranscriptionEngine::Gemini, "gemini", ""},
-    {TranscriptionEngine::Apple, "apple", ""},
+    {TranscriptionEngine::Local, "apple", ""},
     {TranscriptionEngine::Deepgram, "deepgram", ""},
 }};
 
 constexpr std::array<Case<RewriteEngine>, 3> kRewriteEngines{{
-    {RewriteEngine::Apple, "apple", ""},
+    {RewriteEngine::Local, "apple", ""},
     {RewriteEngine::OpenRouter, "openRouter", ""},
     {RewriteEngine::None, "none", ""},
 }};
@@ -248,7 +248,8 @@ AppSettings::AppSettings(UserDefaults& defaults, KeyStore* keys, QObject* parent
     correctionModifiers_ = modifiers && *modifiers >= 0 ? quint64(*modifiers) : 0xC0000;
     correctionLabel_ = d_.stringValue(K("correctionLabel")).value_or(K("Ctrl+Alt+C"));
     correctionDoubleCopy_ = readBool(d_, K("correctionDoubleCopy"), true);
-    correctorUsesApple_ = readBool(d_, K("correctorUsesApple"), true);
+    // Stored under its former key, so that settings files keep their meaning.
+    correctorUsesLocalModel_ = readBool(d_, K("correctorUsesApple"), true);
     translateTarget_ = d_.stringValue(K("translateTarget")).value_or(K("anglais"));
     translateApps_ = d_.stringListValue(K("translateApps")).value_or(QStringList());
     voiceCommands_ = readBool(d_, K("voiceCommands"), true);
@@ -267,10 +268,13 @@ AppSettings::AppSettings(UserDefaults& defaults, KeyStore* keys, QObject* parent
     const auto engine = d_.stringValue(K("transcriptionEngine"));
     const auto known = engine ? fromRaw<TranscriptionEngine>(*engine) : std::nullopt;
     transcriptionEngine_ = known ? *known : defaultTranscriptionEngine();
-    rewriteEngine_ = readEnum(d_, K("rewriteEngine"), RewriteEngine::Apple);
+    rewriteEngine_ = readEnum(d_, K("rewriteEngine"), RewriteEngine::Local);
     deepgramModel_ = d_.stringValue(K("deepgramModel")).value_or(K("nova-3"));
     openRouterModel_ = d_.stringValue(K("openRouterModel"))
                            .value_or(K("mistralai/mistral-small-3.2-24b-instruct"));
+    localSpeechServer_ = d_.stringValue(K("localSpeechServer")).value_or(QString());
+    localModelServer_ = d_.stringValue(K("localModelServer")).value_or(QString());
+    localSpeechModel_ = d_.stringValue(K("localSpeechModel")).value_or(K("whisper-1"));
 }
 
 AppSettings& AppSettings::shared() {
@@ -283,7 +287,7 @@ TranscriptionEngine AppSettings::defaultTranscriptionEngine() const {
     if (siteURLIsValid()) return TranscriptionEngine::Gemini;
     KeyStore& keys = keys_ ? *keys_ : KeyStore::shared();
     return keys.key(APIService::OpenRouter) ? TranscriptionEngine::Gemini
-                                            : TranscriptionEngine::Apple;
+                                            : TranscriptionEngine::Local;
 }
 
 void AppSettings::applyTheme() const {
@@ -372,8 +376,9 @@ void AppSettings::setCorrectionDoubleCopy(bool v) {
           &AppSettings::correctionDoubleCopyChanged);
 }
 
-void AppSettings::setCorrectorUsesApple(bool v) {
-    write(correctorUsesApple_, v, "correctorUsesApple", v, &AppSettings::correctorUsesAppleChanged);
+void AppSettings::setCorrectorUsesLocalModel(bool v) {
+    write(correctorUsesLocalModel_, v, "correctorUsesApple", v,
+          &AppSettings::correctorUsesLocalModelChanged);
 }
 
 void AppSettings::setTranslateTarget(const QString& v) {
@@ -441,6 +446,18 @@ void AppSettings::setDeepgramModel(const QString& v) {
 
 void AppSettings::setOpenRouterModel(const QString& v) {
     write(openRouterModel_, v, "openRouterModel", v, &AppSettings::openRouterModelChanged);
+}
+
+void AppSettings::setLocalSpeechServer(const QString& v) {
+    write(localSpeechServer_, v, "localSpeechServer", v, &AppSettings::localSpeechServerChanged);
+}
+
+void AppSettings::setLocalModelServer(const QString& v) {
+    write(localModelServer_, v, "localModelServer", v, &AppSettings::localModelServerChanged);
+}
+
+void AppSettings::setLocalSpeechModel(const QString& v) {
+    write(localSpeechModel_, v, "localSpeechModel", v, &AppSettings::localSpeechModelChanged);
 }
 
 void AppSettings::setMicrophoneUID(const std::optional<QString>& v) {

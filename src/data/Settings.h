@@ -19,8 +19,10 @@ enum class Language { Auto, Fr, En, Es, De, It };
 enum class Theme { Light, Dark };
 enum class PerformanceMode { Auto, Light, Full };
 enum class PunctuationLevel { Light, Normal, Full };
-enum class TranscriptionEngine { Gemini, Apple, Deepgram };
-enum class RewriteEngine { Apple, OpenRouter, None };
+// `Local` is the engine of this machine (a local speech server, else pocketsphinx; the local
+// model server for rewriting); it is stored as "apple", the value settings files have always had.
+enum class TranscriptionEngine { Gemini, Local, Deepgram };
+enum class RewriteEngine { Local, OpenRouter, None };
 
 QString rawValue(DictationKey v);
 QString rawValue(Language v);
@@ -122,7 +124,7 @@ public:
     quint64 correctionModifiers() const { return correctionModifiers_; }
     QString correctionLabel() const { return correctionLabel_; }
     bool correctionDoubleCopy() const { return correctionDoubleCopy_; }
-    bool correctorUsesApple() const { return correctorUsesApple_; }
+    bool correctorUsesLocalModel() const { return correctorUsesLocalModel_; }
     QString translateTarget() const { return translateTarget_; }
     QStringList translateApps() const { return translateApps_; }
     bool voiceCommands() const { return voiceCommands_; }
@@ -141,6 +143,13 @@ public:
     QString openRouterModel() const { return openRouterModel_; }
     // Keys posted by other programs (XTEST) count as the user's: remote desktops send them so.
     bool acceptPostedKeys() const { return acceptPostedKeys_; }
+    // The local servers of the on-device engines: a speech server speaking the OpenAI-compatible
+    // transcription interface (empty: none, pocketsphinx transcribes) and a chat server (empty:
+    // the usual local address); their environment variables override both. The model name
+    // the speech server is asked for (most of them accept or ignore it).
+    QString localSpeechServer() const { return localSpeechServer_; }
+    QString localModelServer() const { return localModelServer_; }
+    QString localSpeechModel() const { return localSpeechModel_; }
 
     void setKey(DictationKey v);
     void setLanguage(Language v);
@@ -152,7 +161,7 @@ public:
     void setCorrectionModifiers(quint64 v);
     void setCorrectionLabel(const QString& v);
     void setCorrectionDoubleCopy(bool v);
-    void setCorrectorUsesApple(bool v);
+    void setCorrectorUsesLocalModel(bool v);
     void setTranslateTarget(const QString& v);
     void setTranslateApps(const QStringList& v);
     void setVoiceCommands(bool v);
@@ -170,6 +179,9 @@ public:
     void setDeepgramModel(const QString& v);
     void setOpenRouterModel(const QString& v);
     void setAcceptPostedKeys(bool v);
+    void setLocalSpeechServer(const QString& v);
+    void setLocalModelServer(const QString& v);
+    void setLocalSpeechModel(const QString& v);
 
 Q_SIGNALS:
     void keyChanged();
@@ -182,7 +194,7 @@ Q_SIGNALS:
     void correctionModifiersChanged();
     void correctionLabelChanged();
     void correctionDoubleCopyChanged();
-    void correctorUsesAppleChanged();
+    void correctorUsesLocalModelChanged();
     void translateTargetChanged();
     void translateAppsChanged();
     void voiceCommandsChanged();
@@ -200,6 +212,9 @@ Q_SIGNALS:
     void deepgramModelChanged();
     void openRouterModelChanged();
     void acceptPostedKeysChanged();
+    void localSpeechServerChanged();
+    void localModelServerChanged();
+    void localSpeechModelChanged();
 
 private:
     TranscriptionEngine defaultTranscriptionEngine() const;
@@ -220,7 +235,7 @@ private:
     quint64 correctionModifiers_;
     QString correctionLabel_;
     bool correctionDoubleCopy_;
-    bool correctorUsesApple_;
+    bool correctorUsesLocalModel_;
     QString translateTarget_;
     QStringList translateApps_;
     bool voiceCommands_;
@@ -238,6 +253,9 @@ private:
     QString deepgramModel_;
     QString openRouterModel_;
     bool acceptPostedKeys_;
+    QString localSpeechServer_;
+    QString localModelServer_;
+    QString localSpeechModel_;
 };
 
 } // namespace ombry

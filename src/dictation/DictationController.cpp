@@ -19,6 +19,7 @@
 #include "engines/GeminiSpeech.h"
 #include "engines/LivePreview.h"
 #include "engines/LocalEngine.h"
+#include "engines/LocalSpeech.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Net.h"
 #include "engines/client/OpenRouter.h"
@@ -138,8 +139,9 @@ DictationController& DictationController::shared() {
 
 DictationController::DictationController(QObject* parent)
     : QObject(parent), audioQueue_(std::make_unique<SerialQueue>(QStringLiteral("verlo.audio"))),
-      recorder_(std::make_unique<AudioRecorder>()), hotkey_(std::make_unique<HotkeyMonitor>()),
-      preview_(std::make_unique<LivePreview>()) {
+      recorder_(std::make_unique<AudioRecorder>()),
+      hotkey_(std::make_unique<HotkeyMonitor>(nullptr, this)),
+      preview_(std::make_unique<LivePreview>(this)) {
     startedAt_ = clock().now();
     pressedAtMs_ = clock().elapsedMs();
     trusted_ = Platform::current().keyboard().running();
@@ -170,10 +172,9 @@ DictationController::DictationController(QObject* parent)
     };
     // The preview takes its audio straight on the capture thread; it is thread-safe.
     recorder_->onBuffer = [this](const QByteArray& pcm) { preview_->feed(pcm); };
-    recorder_->onSourceLost = [this](const QString& reason) {
-        if (state_ != State::Recording) return;
-        Log::write(QStringLiteral("audio: source perdue pendant la dictée (%1)").arg(reason));
-        end(); // what was heard so far is still worth delivering
+    // The microphone went away mid-recording: what was heard so far is still delivered.
+    recorder_->onSourceLost = [this](const QString&) {
+        if (state_ == State::Recording) end();
     };
     preview_->onText = [this](const QString& text) { setLiveText(text); };
 }
@@ -414,6 +415,7 @@ void DictationController::begin() {
                     Log::write(QStringLiteral("audio: démarrage impossible (%1)").arg(reason));
                     toIdle();
                     preview_->stop();
+                    chunker_.reset();
                     fail(QStringLiteral("Micro indisponible"));
                 },
                 Qt::QueuedConnection);
@@ -546,7 +548,7 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
         preClean = pre->second;
     } else {
         const TranscriptionEngine engine = settings.transcriptionEngine();
-        bool local = engine == TranscriptionEngine::Apple;
+        bool local = engine == TranscriptionEngine::Local;
         if (engine == TranscriptionEngine::Gemini) {
             std::optional<QString> geminiError;
             try {
@@ -563,8 +565,7 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
         }
         try {
             if (local)
-                raw = co_await AppleSpeech::transcribeNative(wav, localeCode(settings.language()),
-                                                             words);
+                raw = co_await LocalSpeech::transcribe(wav, localeCode(settings.language()), words);
             else if (engine == TranscriptionEngine::Deepgram)
                 raw = co_await Deepgram::transcribe(wav, settings.deepgramModel(),
                                                     deepgramCode(settings.language()), words);
@@ -666,9 +667,9 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
         } else {
             const QString system = OpenRouter::instructions(language, words);
             std::optional<QString> rewriteError;
-            if (settings.rewriteEngine() == RewriteEngine::Apple) {
+            if (settings.rewriteEngine() == RewriteEngine::Local) {
                 try {
-                    text = co_await AppleRewrite::run(system, corrected);
+                    text = co_await LocalModel::run(system, corrected);
                 } catch (const std::exception& e) {
                     rewriteError = describe(e);
                 }
@@ -685,7 +686,7 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
                     Log::write(QStringLiteral(
                         "reformulation: OpenRouter indisponible, Local prend le relais"));
                     try {
-                        text = co_await AppleRewrite::run(system, corrected);
+                        text = co_await LocalModel::run(system, corrected);
                     } catch (const std::exception& e) {
                         rewriteError = describe(e);
                     }

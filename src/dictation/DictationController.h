@@ -74,19 +74,25 @@ public:
     // A recording begins: the overlay positions itself.
     std::function<void()> onRecordingBegins;
 
-    // At launch: asks for the permissions, starts the hotkey monitor and polls the keyboard
-    // hook every 2 s (restarting the monitor when it changes).
+    // At launch: starts the hotkey monitor, asks for the settings when the keyboard hook does
+    // not work, and polls the hook every 2 s (restarting the monitor when it changes).
     void start();
     // Opens the sound server connection ahead of the first dictation.
     void warmUpAudio();
 
-    // The dictation key went down (hold-to-talk or hands-free, see the .cpp).
+    // The dictation key went down: begins a recording, or ends a hands-free one (a press
+    // within kDoubleTapGuardMs of the one that began it is ignored).
     void handlePress();
-    // The dictation key went up.
+    // The dictation key went up: ends a recording held kHoldMs or more; a shorter tap makes it
+    // hands-free.
     void handleRelease();
 
+    // Starts a recording when idle (checks, target window, translation, voice command, chunker,
+    // the recorder on the audio queue); says "Un instant, je termine…" when busy.
     void begin();
+    // Stops the recording and hands it to the pipeline.
     void end();
+    // Escape during a recording: drops it, confirmed by a sound whatever the settings say.
     void cancel();
     // A failure the user sees: flash, journal, error sound, settings page for what they can fix.
     void fail(const QString& message);
@@ -100,7 +106,9 @@ public:
     // Pastes the newest dictation again (Ctrl+Alt+V).
     void pasteLast();
 
-    // Corrects (or translates) the selected text in place.
+    // Corrects (or translates) the selected text in place; a translation of text that cannot
+    // be edited goes to onBubble instead. alreadyCopied: the user's Ctrl+C run put it on the
+    // clipboard.
     QCoro::Task<void> correctSelection(bool alreadyCopied, bool translate);
     // Reads the selection aloud; a second call while speaking stops the reading.
     void speakSelection();

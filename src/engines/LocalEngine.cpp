@@ -1,55 +1,14 @@
 #include "engines/LocalEngine.h"
 
-#include "engines/OfflineSpeech.h"
-#include "engines/client/Endpoints.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Http.h"
-#include "platform/Paths.h"
 
-#include <QCoroFuture>
-#include <QFuture>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QPromise>
-
-#include <thread>
 
 namespace ombry {
 
-namespace AppleSpeech {
-
-QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList contextualWords,
-                                QString grammar) {
-    Q_UNUSED(contextualWords);
-    const auto model = OfflineSpeech::modelFor(language, Paths::dataFolder());
-    if (!model)
-        throw EngineError::http(QLatin1String(kService), 0,
-                                QStringLiteral("langue non disponible"));
-    const auto pcm = OfflineSpeech::pcmOfWav(wav);
-    if (!pcm)
-        throw EngineError::http(QLatin1String(kService), 0,
-                                QStringLiteral("format audio non pris en charge (PCM 16 bits mono "
-                                               "16 kHz attendu)"));
-    if (grammar.isEmpty()) grammar = OfflineSpeech::grammarFromEnvironment();
-
-    // Decoding takes about a tenth of the audio's length: a worker thread keeps the main loop
-    // turning; the awaiting coroutine resumes on its own thread once the future is done.
-    QPromise<OfflineSpeech::Result> promise;
-    QFuture<OfflineSpeech::Result> future = promise.future();
-    promise.start();
-    std::thread([promise = std::move(promise), pcm = *pcm, model = *model, grammar]() mutable {
-        promise.addResult(OfflineSpeech::decode(pcm, model, grammar));
-        promise.finish();
-    }).detach();
-
-    const OfflineSpeech::Result result = co_await future;
-    if (!result.ok) throw EngineError::http(QLatin1String(kService), 0, result.error);
-    co_return result.text;
-}
-
-} // namespace AppleSpeech
-
-namespace AppleRewrite {
+namespace LocalModel {
 namespace {
 
 constexpr double kProbeTimeout = 3.0;
@@ -64,7 +23,7 @@ EngineError unavailable() {
 QCoro::Task<std::optional<QString>> probe() {
     try {
         const Http::Reply reply =
-            co_await Http::send("GET", QUrl(Endpoints::localLlm() + QStringLiteral("/v1/models")),
+            co_await Http::send("GET", QUrl(LocalServers::model() + QStringLiteral("/v1/models")),
                                 {}, {}, kProbeTimeout);
         if (reply.status != 200) co_return std::nullopt;
         const QJsonArray models =
@@ -105,7 +64,7 @@ QCoro::Task<QString> chat(QString system, QString text, std::optional<QJsonObjec
     Http::Reply reply;
     try {
         reply = co_await Http::postJson(
-            QUrl(Endpoints::localLlm() + QStringLiteral("/v1/chat/completions")), body, {},
+            QUrl(LocalServers::model() + QStringLiteral("/v1/chat/completions")), body, {},
             kChatTimeout);
     } catch (const TransportError& e) {
         // The server went away between the probe and the request: the model is not there.
@@ -142,6 +101,6 @@ QCoro::Task<QString> runStructured(QString system, QString text, QJsonObject sch
     co_return co_await chat(std::move(system), std::move(text), std::move(schema));
 }
 
-} // namespace AppleRewrite
+} // namespace LocalModel
 
 } // namespace ombry

@@ -1,8 +1,9 @@
 #include "engines/OfflineSpeech.h"
 
+#include "engines/WavReader.h"
+
 #include <QDir>
 #include <QFileInfo>
-#include <QtEndian>
 
 #include <mutex>
 
@@ -72,29 +73,9 @@ QString grammarFromEnvironment() {
 std::optional<QByteArray> pcmOfWav(const QByteArray& wav) {
     if (wav.size() < 44) return std::nullopt;
     if (!wav.startsWith("RIFF") || wav.mid(8, 4) != "WAVE") return wav.mid(44);
-    const auto u16 = [&](qsizetype at) {
-        return qFromLittleEndian<quint16>(reinterpret_cast<const uchar*>(wav.constData() + at));
-    };
-    const auto u32 = [&](qsizetype at) {
-        return qFromLittleEndian<quint32>(reinterpret_cast<const uchar*>(wav.constData() + at));
-    };
-    qsizetype at = 12;
-    while (at + 8 <= wav.size()) {
-        const QByteArray id = wav.mid(at, 4);
-        const qsizetype size = u32(at + 4);
-        const qsizetype body = at + 8;
-        if (id == "fmt " && body + 16 <= wav.size()) {
-            const bool pcm16Mono16k = u16(body) == 1 && u16(body + 2) == 1 &&
-                                      u32(body + 4) == 16000 && u16(body + 14) == 16;
-            if (!pcm16Mono16k) return std::nullopt;
-        } else if (id == "data") {
-            // A recorder that could not seek back writes a size that overshoots: take what is
-            // there.
-            return wav.mid(body, std::min<qsizetype>(size, wav.size() - body));
-        }
-        at = body + size + (size & 1);
-    }
-    return wav.mid(44);
+    const auto audio = WavReader::parse(wav);
+    if (!audio) return std::nullopt;
+    return WavReader::toSpeechPcm(*audio);
 }
 
 struct Decoder::Handles {

@@ -1,7 +1,7 @@
 #pragma once
 
 // Offline speech recognition with pocketsphinx: where the model of a language is found, and a
-// blocking decode of a whole recording. The asynchronous face of it is AppleSpeech
+// blocking decode of a whole recording. The asynchronous face of it is LocalSpeech
 // (LocalEngine.h); this part is synchronous so that it runs on any thread.
 
 #include <QByteArray>
@@ -38,9 +38,9 @@ std::optional<Model> readModelFolder(const QString& folder);
 // recognition may give, which tests need to get the same text every run.
 QString grammarFromEnvironment();
 
-// The 16-bit mono 16 kHz samples of a WAV file: the "data" chunk when the file has a RIFF
-// layout, else the bytes after the 44-byte header. None when the file declares another format
-// or is shorter than a header.
+// The 16-bit mono 16 kHz samples of a WAV file, converted from whatever PCM format it declares
+// (WavReader.h); the bytes after the 44-byte header when the file has no RIFF layout. None when
+// the format can't be read or the file is shorter than a header.
 std::optional<QByteArray> pcmOfWav(const QByteArray& wav);
 
 // One pocketsphinx decoder, loaded once and used for any number of utterances. Not

@@ -54,8 +54,8 @@ private Q_SLOTS:
     void init() {
         server.reset();
         settings().setUseLanguageTool(true);
-        settings().setCorrectorUsesApple(true);
-        settings().setRewriteEngine(RewriteEngine::Apple);
+        settings().setCorrectorUsesLocalModel(true);
+        settings().setRewriteEngine(RewriteEngine::Local);
         settings().setCorrectionScope(CorrectionScope::Default);
     }
 
@@ -126,7 +126,7 @@ private Q_SLOTS:
     }
 
     void withoutAModelTheBestProposalsAreApplied() {
-        settings().setCorrectorUsesApple(false);
+        settings().setCorrectorUsesLocalModel(false);
         settings().setPunctuation(PunctuationLevel::Light);
         const QString text = QStringLiteral("ca va, les enfant ? ok je vois OMBRY bien bien");
         server.on(kLanguageTool,

@@ -29,7 +29,7 @@ class TstModes : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         pointServicesAt(server);
-        AppSettings::shared().setCorrectorUsesApple(true);
+        AppSettings::shared().setCorrectorUsesLocalModel(true);
         AppSettings::shared().setPunctuation(PunctuationLevel::Normal);
     }
     void init() { server.reset(); }

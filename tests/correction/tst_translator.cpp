@@ -41,7 +41,7 @@ private Q_SLOTS:
         server.on(kOpenRouter, chatReply("distant"));
         playLocalModel(server, chatReply("local"));
         openRouterOn();
-        AppSettings::shared().setRewriteEngine(RewriteEngine::Apple);
+        AppSettings::shared().setRewriteEngine(RewriteEngine::Local);
     }
 
     void detect_data() {

@@ -102,12 +102,37 @@ private Q_SLOTS:
                                        : QJsonObject())
                 ->transcriptionEngine();
         };
-        QCOMPARE(engine("", ""), TranscriptionEngine::Apple);
+        QCOMPARE(engine("", ""), TranscriptionEngine::Local);
         QCOMPARE(engine("", "sk-or-1"), TranscriptionEngine::Gemini);
         QCOMPARE(engine("https://ombry.example", ""), TranscriptionEngine::Gemini);
-        QCOMPARE(engine("ftp://ombry.example", ""), TranscriptionEngine::Apple);
+        QCOMPARE(engine("ftp://ombry.example", ""), TranscriptionEngine::Local);
         QCOMPARE(engine("", "sk-or-1", "deepgram"), TranscriptionEngine::Deepgram);
-        QCOMPARE(engine("", "", "whisper"), TranscriptionEngine::Apple);
+        QCOMPARE(engine("", "", "whisper"), TranscriptionEngine::Local);
+    }
+
+    void localEnginesKeepTheirStoredValues() {
+        // Files written before the local engines had their names still mean the same.
+        auto s = settingsWith({{"transcriptionEngine", "apple"},
+                               {"rewriteEngine", "apple"},
+                               {"correctorUsesApple", false}});
+        QCOMPARE(s->transcriptionEngine(), TranscriptionEngine::Local);
+        QCOMPARE(s->rewriteEngine(), RewriteEngine::Local);
+        QVERIFY(!s->correctorUsesLocalModel());
+        QCOMPARE(s->localSpeechServer(), QString());
+        QCOMPARE(s->localModelServer(), QString());
+        QCOMPARE(s->localSpeechModel(), QStringLiteral("whisper-1"));
+
+        s->setCorrectorUsesLocalModel(true);
+        s->setLocalSpeechServer(QStringLiteral("http://127.0.0.1:8081"));
+        s->setLocalModelServer(QStringLiteral("http://127.0.0.1:11434"));
+        s->setLocalSpeechModel(QStringLiteral("large-v3-turbo"));
+        const QJsonObject stored = QJsonDocument::fromJson(readAll(file)).object();
+        QCOMPARE(stored.value("correctorUsesApple"), QJsonValue(true));
+        QCOMPARE(stored.value("transcriptionEngine"), QJsonValue("apple"));
+        const AppSettings again(*defaults, keys.get());
+        QCOMPARE(again.localSpeechServer(), QStringLiteral("http://127.0.0.1:8081"));
+        QCOMPARE(again.localModelServer(), QStringLiteral("http://127.0.0.1:11434"));
+        QCOMPARE(again.localSpeechModel(), QStringLiteral("large-v3-turbo"));
     }
 
     void damagedDefaultsFileIsCopiedAsideAtTheFirstWrite() {

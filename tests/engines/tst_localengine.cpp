@@ -25,9 +25,9 @@ class TstLocalEngine : public QObject {
 private Q_SLOTS:
     void offlineDecoding() {
         const QByteArray wav = AudioRecorder::wav(QByteArray(32000, '\0'));
-        QByteArray stereo = wav;
-        stereo[22] = 2; // refused rather than decoded into noise
-        QVERIFY(!OfflineSpeech::pcmOfWav(stereo));
+        QByteArray adpcm = wav;
+        adpcm[20] = 2; // refused rather than decoded into noise
+        QVERIFY(!OfflineSpeech::pcmOfWav(adpcm));
         // Extra chunks before the samples are skipped.
         const QByteArray withList = wav.left(36) + QByteArray("LIST\4\0\0\0abcd", 12) + wav.mid(36);
         QCOMPARE(*OfflineSpeech::pcmOfWav(withList), wav.mid(44));
@@ -38,7 +38,7 @@ private Q_SLOTS:
         QVERIFY(OfflineSpeech::modelFor("en", QString())->languageModel.endsWith("/en-us.lm.bin"));
         QThread* resumedOn = nullptr;
         auto transcribe = [](QByteArray audio, QThread** resumed) -> QCoro::Task<QString> {
-            const QString text = co_await AppleSpeech::transcribe(audio, "en", {});
+            const QString text = co_await LocalSpeech::transcribe(audio, "en", {});
             *resumed = QThread::currentThread();
             co_return text;
         };
@@ -54,11 +54,11 @@ private Q_SLOTS:
         server.on("/v1/models",
                   Reply::json(QJsonObject{{"data", QJsonArray{QJsonObject{{"id", "qwen"}}}}}));
         server.on("/v1/chat/completions", chatCompletion("  Bonjour.\n"));
-        QCOMPARE(await(AppleRewrite::run("Consigne", "bonjour")), QStringLiteral("Bonjour."));
+        QCOMPARE(await(LocalModel::run("Consigne", "bonjour")), QStringLiteral("Bonjour."));
         QCOMPARE(server.last().json().value("model").toString(), QStringLiteral("qwen"));
 
         const auto failure = [] {
-            return failureOf<Error>([] { await(AppleRewrite::run("s", "t")); });
+            return failureOf<Error>([] { await(LocalModel::run("s", "t")); });
         };
         server.on("/v1/chat/completions", Reply::text("surchargé", 503));
         QCOMPARE(failure(), "IA locale : erreur 503 surchargé");

@@ -92,7 +92,7 @@ private:
 
 std::unique_ptr<CaptureStream> FakeAudio::capture(const QString& source, PcmHandler onPcm,
                                                   EndHandler onEnd) {
-    if (!available) throw std::runtime_error("micro indisponible (test)");
+    if (!available || captureFails) throw std::runtime_error("micro indisponible (test)");
     std::lock_guard lock(mutex_);
     capturedFrom = source;
     ++captures;

@@ -121,6 +121,7 @@ public:
 class FakeAudio final : public AudioSystem {
 public:
     bool available = true;
+    bool captureFails = false; // the server is reachable but refuses the record stream
     QList<AudioSource> mics{{QStringLiteral("test-mic"), QStringLiteral("Micro de test")}};
     QList<QPair<QByteArray, int>> played; // (pcm, rate) of every sound played
     QString capturedFrom;                 // the source of the last capture

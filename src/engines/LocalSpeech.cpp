@@ -1,0 +1,190 @@
+#include "engines/LocalSpeech.h"
+
+#include "data/Settings.h"
+#include "desktop/Log.h"
+#include "engines/OfflineSpeech.h"
+#include "engines/WavReader.h"
+#include "engines/client/Endpoints.h"
+#include "engines/client/Errors.h"
+#include "engines/client/Http.h"
+#include "platform/Paths.h"
+
+#include <QCoroFuture>
+#include <QFuture>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPromise>
+#include <QUrl>
+#include <QUuid>
+
+#include <thread>
+
+namespace ombry {
+
+namespace {
+
+QString withoutTrailingSlash(QString address) {
+    address = address.trimmed();
+    while (address.endsWith(QLatin1Char('/')))
+        address.chop(1);
+    return address;
+}
+
+} // namespace
+
+namespace LocalServers {
+
+QString speech() {
+    if (qEnvironmentVariableIsSet("OMBRY_LOCAL_STT_URL"))
+        return withoutTrailingSlash(qEnvironmentVariable("OMBRY_LOCAL_STT_URL"));
+    return withoutTrailingSlash(AppSettings::shared().localSpeechServer());
+}
+
+QString model() {
+    // The environment wins; without it, the setting; without both, the usual local port.
+    if (!qEnvironmentVariable("OMBRY_LOCAL_LLM_URL").trimmed().isEmpty())
+        return Endpoints::localLlm();
+    const QString setting = withoutTrailingSlash(AppSettings::shared().localModelServer());
+    return setting.isEmpty() ? Endpoints::localLlm() : setting;
+}
+
+QCoro::Task<bool> answers(QString address) {
+    const QUrl url(withoutTrailingSlash(address) + QLatin1Char('/'));
+    if (!url.isValid() || url.host().isEmpty()) co_return false;
+    try {
+        const Http::Reply reply = co_await Http::send("GET", url, {}, {}, 3.0);
+        co_return reply.status > 0;
+    } catch (const TransportError&) {
+        co_return false;
+    }
+}
+
+} // namespace LocalServers
+
+namespace LocalSpeech {
+namespace {
+
+// A transcription of a long recording on a modest processor takes a while; this is the
+// longest silence accepted while the server works.
+constexpr double kServerTimeout = 300.0;
+
+EngineError failure(int code, const QString& words) {
+    return EngineError::http(QLatin1String(kService), code, words);
+}
+
+// The form parts of a transcription request, in the order the interface lists them.
+QByteArray multipartBody(const QByteArray& boundary, const QByteArray& wav,
+                         const QList<QPair<QByteArray, QString>>& fields) {
+    QByteArray body;
+    body.reserve(wav.size() + 1024);
+    body += "--" + boundary + "\r\n";
+    body += "Content-Disposition: form-data; name=\"file\"; filename=\"audio.wav\"\r\n";
+    body += "Content-Type: audio/wav\r\n\r\n";
+    body += wav;
+    body += "\r\n";
+    for (const auto& [name, value] : fields) {
+        body += "--" + boundary + "\r\n";
+        body += "Content-Disposition: form-data; name=\"" + name + "\"\r\n\r\n";
+        body += value.toUtf8();
+        body += "\r\n";
+    }
+    body += "--" + boundary + "--\r\n";
+    return body;
+}
+
+// What a refusing server says: the message of its JSON error when it gives one (OpenAI's
+// {"error": {"message"}}, whisper.cpp's {"error": "..."}, FastAPI's {"detail": "..."}), else
+// its body as text.
+QString refusalWords(const Http::Reply& reply) {
+    const QJsonObject object = QJsonDocument::fromJson(reply.body).object();
+    const QJsonValue error = object.value(QLatin1String("error"));
+    QString words = error.isObject() ? error.toObject().value(QLatin1String("message")).toString()
+                                     : error.toString();
+    if (words.isEmpty()) words = object.value(QLatin1String("detail")).toString();
+    if (words.isEmpty()) words = reply.bodyText();
+    return words.trimmed();
+}
+
+} // namespace
+
+QCoro::Task<QString> transcribeWithServer(QString server, QByteArray wav, QString language,
+                                          QStringList contextualWords) {
+    QStringList words;
+    for (const QString& word : contextualWords)
+        if (!word.trimmed().isEmpty()) words << word;
+
+    QList<QPair<QByteArray, QString>> fields{
+        {QByteArray("model"), AppSettings::shared().localSpeechModel()},
+        {QByteArray("language"), language.left(2).toLower()},
+        {QByteArray("response_format"), QStringLiteral("json")},
+    };
+    if (!words.isEmpty()) fields.append({QByteArray("prompt"), words.join(QStringLiteral(", "))});
+
+    const QByteArray boundary = "ombry-" + QUuid::createUuid().toByteArray(QUuid::Id128);
+    const QByteArray body = multipartBody(boundary, wav, fields);
+    const QUrl url(withoutTrailingSlash(server) + QStringLiteral("/v1/audio/transcriptions"));
+    const Http::Headers headers{
+        {QByteArray("Content-Type"), "multipart/form-data; boundary=" + boundary},
+        {QByteArray("Accept"), QByteArray("application/json")}};
+    const Http::Reply reply = co_await Http::post(url, body, headers, kServerTimeout);
+    if (reply.status != 200) throw failure(reply.status, refusalWords(reply));
+
+    const QJsonValue text =
+        QJsonDocument::fromJson(reply.body).object().value(QLatin1String("text"));
+    if (!text.isString()) throw DecodeError(QStringLiteral("Local : réponse illisible"));
+    co_return text.toString().trimmed();
+}
+
+QCoro::Task<QString> transcribeOffline(QByteArray wav, QString language, QString grammar) {
+    const auto model = OfflineSpeech::modelFor(language, Paths::dataFolder());
+    if (!model) throw failure(0, QStringLiteral("langue non disponible"));
+    std::optional<QByteArray> pcm;
+    if (wav.startsWith("RIFF")) {
+        QString error;
+        const auto audio = WavReader::parse(wav, &error);
+        if (!audio) throw failure(0, error);
+        pcm = WavReader::toSpeechPcm(*audio);
+    } else {
+        pcm = OfflineSpeech::pcmOfWav(wav);
+        if (!pcm) throw failure(0, QStringLiteral("fichier WAV attendu"));
+    }
+    if (grammar.isEmpty()) grammar = OfflineSpeech::grammarFromEnvironment();
+
+    // Decoding takes about a tenth of the audio's length: a worker thread keeps the main loop
+    // turning; the awaiting coroutine resumes on its own thread once the future is done.
+    QPromise<OfflineSpeech::Result> promise;
+    QFuture<OfflineSpeech::Result> future = promise.future();
+    promise.start();
+    std::thread([promise = std::move(promise), pcm = *pcm, model = *model, grammar]() mutable {
+        promise.addResult(OfflineSpeech::decode(pcm, model, grammar));
+        promise.finish();
+    }).detach();
+
+    const OfflineSpeech::Result result = co_await future;
+    if (!result.ok) throw failure(0, result.error);
+    co_return result.text;
+}
+
+QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList contextualWords,
+                                QString grammar) {
+    const QString server = LocalServers::speech();
+    if (!server.isEmpty()) {
+        try {
+            const QString text =
+                co_await transcribeWithServer(server, wav, language, std::move(contextualWords));
+            Log::write(QStringLiteral("transcription locale: serveur ") + server);
+            co_return text;
+        } catch (const TransportError& e) {
+            Log::write(QStringLiteral("transcription locale: serveur %1 injoignable (%2), "
+                                      "pocketsphinx prend le relais")
+                           .arg(server, QString::fromUtf8(e.what())));
+        }
+    }
+    const QString text = co_await transcribeOffline(std::move(wav), language, std::move(grammar));
+    Log::write(QStringLiteral("transcription locale: pocketsphinx"));
+    co_return text;
+}
+
+} // namespace LocalSpeech
+
+} // namespace ombry

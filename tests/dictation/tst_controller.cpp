@@ -1,0 +1,241 @@
+// The dictation key and the state machine of the controller: hold-to-talk against a tap that
+// starts a hands-free recording, presses while busy, cancel, what begin refuses, the messages
+// and their sounds, and the watchdog of a pipeline that hangs.
+#include "tst_controller_support.h"
+
+#include <QSignalSpy>
+
+using namespace ombry;
+using namespace ombry::test;
+using State = DictationController::State;
+
+class TstController : public QObject {
+    Q_OBJECT
+    ControllerFixture f;
+
+private Q_SLOTS:
+    void init() { f.setUp(); }
+    void cleanup() { f.tearDown(); }
+
+    // A hold of 0.6 s ends at the release; a tap of 0.59 s goes on hands-free, the next press
+    // within 0.7 s of the first is swallowed with its release, and one at 0.7 s ends it.
+    void holdAndTap() {
+        QVERIFY(f.startRecording());
+        f.advance(600);
+        f.c().handleRelease();
+        QVERIFY(f.state() != State::Recording);
+        QVERIFY(!f.c().handsFree());
+        QTRY_COMPARE(f.state(), State::Idle); // nothing recorded: ends quietly
+
+        QVERIFY(f.startRecording());
+        f.advance(590);
+        f.c().handleRelease();
+        QCOMPARE(f.state(), State::Recording);
+        QVERIFY(f.c().handsFree());
+        f.advance(100); // 0.69 s after the first press
+        f.c().handlePress();
+        f.c().handleRelease();
+        QCOMPARE(f.state(), State::Recording);
+        QVERIFY(f.c().handsFree());
+        f.advance(10);
+        f.c().handlePress();
+        QVERIFY(!f.c().handsFree());
+        QVERIFY(f.state() != State::Recording);
+        f.c().handleRelease(); // the release of the ending press changes nothing
+        QTRY_COMPARE(f.state(), State::Idle);
+    }
+
+    // The keys come through the hotkey monitor: the dictation key of the settings, and Escape,
+    // which is taken from the application only while a recording runs.
+    void keysThroughTheMonitor() {
+        FakeKeyboard& kb = f.platform.keyboard();
+        QVERIFY(!kb.swallows(keycode::Escape, 0));
+        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
+                 modifier::Option | modifier::RightOptionDown});
+        QCOMPARE(f.state(), State::Recording);
+        QVERIFY(kb.swallows(keycode::Escape, 0));
+        kb.send({KeyEvent::Type::KeyDown, keycode::Escape, 0});
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(*f.c().flash(), QString("Dictée annulée"));
+        QVERIFY(!kb.swallows(keycode::Escape, 0));
+        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
+        QCOMPARE(f.state(), State::Idle);
+    }
+
+    // A cancel is confirmed by ear even with sounds off; nothing is sent, stored or pasted.
+    void cancelDropsTheRecording() {
+        const int stored = Store::shared().dictations().size();
+        QVERIFY(f.startRecording());
+        f.platform.audio().feed(tone(2.0));
+        f.c().handleRelease();
+        QVERIFY(f.c().handsFree());
+        f.c().cancel();
+        QCOMPARE(f.state(), State::Processing);
+        QVERIFY(!f.c().handsFree());
+        QCOMPARE(f.sounds(), QStringList{"Pop"});
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(*f.c().flash(), QString("Dictée annulée"));
+        QTest::qWait(50);
+        QCOMPARE(Store::shared().dictations().size(), stored);
+        QVERIFY(f.models.calls.isEmpty());
+        QVERIFY(f.pasted.isEmpty());
+        f.c().cancel(); // in idle: nothing at all
+        QCOMPARE(f.sounds(), QStringList{"Pop"});
+    }
+
+    // A press while the pipeline works only says so; its release does nothing either.
+    void pressWhileProcessing() {
+        f.models.replies["transcription"] = chatCompletion("bonjour").after(400);
+        const int captures = f.platform.audio().captures;
+        QVERIFY(f.dictate());
+        f.advance(1000);
+        f.c().handlePress();
+        f.c().handleRelease();
+        QCOMPARE(f.state(), State::Processing);
+        QCOMPARE(*f.c().flash(), QString("Un instant, je termine…"));
+        QVERIFY(!f.c().flashIsError());
+        QCOMPARE(f.platform.audio().captures, captures + 1);
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(f.pasted, QStringList{"Bonjour"});
+    }
+
+    void beginRefuses_data() {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<int>("attention");
+        QTest::newRow("deepgram without key") << "deepgram"
+                                              << "Clé Deepgram absente" << 1;
+        QTest::newRow("microphone refused") << "mic"
+                                            << "Micro non autorisé" << 1;
+        QTest::newRow("capture refused") << "capture"
+                                         << "Micro indisponible" << 0;
+    }
+    // What begin refuses ends in idle with an error and "Basso", sounds on or off, and opens
+    // the settings only for what the user can fix there.
+    void beginRefuses() {
+        QFETCH(QString, setup);
+        QFETCH(QString, message);
+        QFETCH(int, attention);
+        if (setup == "deepgram")
+            AppSettings::shared().setTranscriptionEngine(TranscriptionEngine::Deepgram);
+        if (setup == "mic") f.platform.audio().available = false;
+        if (setup == "capture") f.platform.audio().captureFails = true;
+        f.c().handlePress();
+        QTRY_COMPARE(f.c().flash().value_or(""), message);
+        QCOMPARE(f.state(), State::Idle);
+        QVERIFY(f.c().flashIsError());
+        QCOMPARE(*f.c().lastError(), message);
+        QCOMPARE(f.sounds(), QStringList{"Basso"});
+        QCOMPARE(f.attention, attention);
+    }
+
+    void failOpensSettings_data() {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<int>("attention");
+        QTest::newRow("key") << "Clé OpenRouter absente" << 1;
+        QTest::newRow("accessibility") << "Accessibilité non autorisée" << 1;
+        QTest::newRow("authorisation, any case") << "Ombry : erreur 401 Non AUTORISÉ" << 1;
+        QTest::newRow("microphone unavailable") << "Micro indisponible" << 0;
+        QTest::newRow("network") << "Le réseau ne répond pas, réessaie" << 0;
+    }
+    void failOpensSettings() {
+        QFETCH(QString, message);
+        QFETCH(int, attention);
+        f.c().fail(message);
+        QCOMPARE(f.attention, attention);
+        QCOMPARE(f.state(), State::Idle); // fail leaves the state to its caller
+    }
+
+    // A flash lasts 2 s; the older timer wipes a repeated text at 2 s after the first, but
+    // never a different newer one.
+    void flashClearing() {
+        f.c().show("un", false);
+        f.advance(1000);
+        f.c().show("un", true);
+        f.advance(1000);
+        QTRY_VERIFY(!f.c().flash());
+        QVERIFY(f.c().flashIsError()); // left as it was
+
+        f.c().show("deux", false);
+        f.advance(1500);
+        f.c().show("trois", false);
+        f.advance(600);
+        QTest::qWait(20);
+        QCOMPARE(*f.c().flash(), QString("trois"));
+        f.advance(1400);
+        QTRY_VERIFY(!f.c().flash());
+    }
+
+    // After 40 s without an answer the state is freed with a message; the late answer is
+    // still pasted.
+    void watchdog() {
+        f.models.replies["transcription"] = chatCompletion("bonjour").after(800);
+        QVERIFY(f.dictate());
+        QTRY_VERIFY(f.models.calls.contains("transcription"));
+        f.advance(39999);
+        QTest::qWait(30);
+        QCOMPARE(f.state(), State::Processing);
+        f.advance(1);
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(*f.c().flash(), QString("Le réseau ne répond pas, réessaie"));
+        QCOMPARE(f.sounds(), QStringList{"Basso"});
+        QVERIFY(f.pasted.isEmpty());
+        QTRY_COMPARE(f.pasted, QStringList{"Bonjour"});
+    }
+
+    // The keyboard hook is the permission: a failed start asks for the settings, and the
+    // 2 s poll notices when it stops and starts the monitor again.
+    void hookPoll() {
+        QVERIFY(f.c().trusted());
+        QSignalSpy trusted(&f.c(), &DictationController::trustedChanged);
+        f.platform.keyboard().stop();
+        f.advance(1999);
+        QTest::qWait(20);
+        QCOMPARE(trusted.count(), 0);
+        f.advance(1);
+        QTRY_COMPARE(trusted.count(), 1);
+        QVERIFY(!f.c().trusted());
+        QVERIFY(f.platform.keyboard().running()); // started again
+        f.advance(2000);
+        QTRY_VERIFY(f.c().trusted());
+        QTest::qWait(20);
+        QCOMPARE(trusted.count(), 2);
+
+        f.controller.reset();
+        f.platform.keyboard().available = false;
+        f.controller = std::make_unique<DictationController>();
+        f.controller->onNeedsAttention = [this] { ++f.attention; };
+        f.controller->start();
+        QCOMPARE(f.attention, 1);
+        QVERIFY(!f.c().trusted());
+    }
+
+    // A microphone unplugged mid-recording ends the dictation with what it heard.
+    void sourceLost() {
+        QVERIFY(f.startRecording());
+        f.platform.audio().feed(tone());
+        f.platform.audio().end("source débranchée");
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+    }
+
+    // A recording with sounds on: Tink at the start, Pop at the end, and the window in front
+    // at the press remembered even if another comes forward meanwhile.
+    void soundsAndTarget() {
+        AppSettings::shared().setSounds(true);
+        QVERIFY(f.startRecording());
+        QCOMPARE(f.sounds(), QStringList{"Tink"});
+        f.platform.windows().front = AppWindow{9, "firefox", "Firefox", "firefox", 9};
+        f.platform.audio().feed(tone());
+        f.advance(1000);
+        f.c().handleRelease();
+        QCOMPARE(f.sounds(), (QStringList{"Tink", "Pop"}));
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+        QCOMPARE(f.platform.windows().activated.size(), 1);
+        QCOMPARE(f.platform.windows().activated[0].appId, f.editor.appId);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstController)
+#include "tst_controller.moc"

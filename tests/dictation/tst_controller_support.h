@@ -1,0 +1,180 @@
+#pragma once
+
+// What the controller tests share: a fresh controller on the fake desktop, a loopback server
+// playing the speech, rewriting, translation and command models, a target application that
+// reads each paste, and the sounds played, by name.
+#include "Await.h"
+#include "FakePlatform.h"
+#include "TestHttpServer.h"
+
+#include "audio/AudioRecorder.h"
+#include "audio/Sounds.h"
+#include "correction/VoiceCommand.h"
+#include "data/KeyStore.h"
+#include "data/Settings.h"
+#include "data/Store.h"
+#include "desktop/HotkeyMonitor.h"
+#include "dictation/DictationController.h"
+
+#include <QJsonArray>
+#include <QTest>
+#include <cmath>
+#include <memory>
+
+namespace ombry::test {
+
+constexpr const char* kChat = "/api/v1/chat/completions";
+
+// The model calls the server answers, by what they ask for.
+struct Models {
+    TestHttpServer server;
+    QStringList calls; // "transcription", "reformulation", "traduction", "commande", in order
+    QHash<QString, Reply> replies;
+
+    Models() {
+        server.setHandler([this](const RecordedRequest& r) { return answer(r); });
+        for (const char* name : {"OMBRY_OPENROUTER_URL", "OMBRY_LANGUAGETOOL_URL",
+                                 "OMBRY_LOCAL_LLM_URL", "OMBRY_DEEPGRAM_URL"})
+            qputenv(name, server.url().toString().toUtf8());
+        reset();
+    }
+
+    void reset() {
+        calls.clear();
+        server.clearRequests();
+        replies = {{"transcription", chatCompletion("bonjour tout le monde")},
+                   {"reformulation", chatCompletion("Bonjour à tous.")},
+                   {"traduction", chatCompletion("Hello everyone.")},
+                   {"commande", chatCompletion("Texte rendu poli.")}};
+    }
+
+    static QString kindOf(const RecordedRequest& r) {
+        const QJsonArray messages = r.json()["messages"].toArray();
+        if (messages.size() > 1 && messages[1]["content"].isArray()) return "transcription";
+        const QString system = messages.isEmpty() ? QString() : messages[0]["content"].toString();
+        if (system.startsWith("Traduis ce texte en")) return "traduction";
+        if (system == VoiceCommand::systemPrompt()) return "commande";
+        return "reformulation";
+    }
+
+    Reply answer(const RecordedRequest& r) {
+        if (r.path == "/v2/check") return Reply::json(QJsonObject{{"matches", QJsonArray()}});
+        if (r.path != kChat || r.method != "POST") return Reply::text("", 404);
+        const QString kind = kindOf(r);
+        calls << kind;
+        return replies.value(kind);
+    }
+};
+
+// One second of a loud tone: speech as far as the recorder is concerned.
+inline QByteArray tone(double seconds = 1.0) {
+    const int n = int(seconds * AudioRecorder::kSampleRate);
+    QByteArray pcm(n * 2, Qt::Uninitialized);
+    for (int i = 0; i < n; ++i) {
+        const auto v = qint16(8000 * std::sin(2 * M_PI * 440 * i / AudioRecorder::kSampleRate));
+        pcm[2 * i] = char(v & 0xFF);
+        pcm[2 * i + 1] = char((v >> 8) & 0xFF);
+    }
+    return pcm;
+}
+
+// The fake desktop with a fresh controller for each test, the user's own OpenRouter key, and
+// a text field in front that takes each paste.
+class ControllerFixture {
+public:
+    FakePlatform platform;
+    Models models;
+    std::unique_ptr<DictationController> controller;
+    QStringList pasted; // what the target read at each posted paste
+    int attention = 0;  // onNeedsAttention calls
+    const AppWindow editor{42, "org.gnome.TextEditor", "Éditeur de texte", "gnome-text-editor", 7};
+
+    void setUp() {
+        models.reset();
+        AppSettings& s = AppSettings::shared();
+        KeyStore::shared().save("sk-or-test", APIService::OpenRouter);
+        KeyStore::shared().save("", APIService::Deepgram);
+        s.setOwnKeyMode(true);
+        s.setTranscriptionEngine(TranscriptionEngine::Gemini);
+        s.setRewriteEngine(RewriteEngine::OpenRouter);
+        s.setLanguage(Language::Fr);
+        s.setSounds(false);
+        s.setLivePreview(false);
+        s.setVoiceCommands(true);
+        s.setAdaptTone(false);
+        s.setRestoreClipboard(true);
+        s.setTranslateApps({});
+        s.setTranslateTarget("anglais");
+        Store::shared().setSnippets({});
+        Store::shared().setCorrections({});
+        platform.keyboard().flags = 0;
+        platform.keyboard().available = true;
+        platform.audio().available = true;
+        platform.audio().captureFails = false;
+        platform.audio().played.clear();
+        // Through restore(), so that a paste of an earlier test no longer puts its clipboard back.
+        platform.clipboard().restore({{"text/plain", QByteArray("presse-papiers")}});
+        platform.clipboard().selection.reset();
+        platform.windows().front = editor;
+        platform.windows().activated.clear();
+        platform.keyPoster().posted.clear();
+        platform.speech().spoken.clear();
+        platform.speech().isSpeaking = false;
+        pasted.clear();
+        attention = 0;
+        platform.keyPoster().onPost = [this](const KeyCombo& k) {
+            if (k.keyCode == keycode::V) pasted << platform.clipboard().fetch().value_or("");
+        };
+        controller = std::make_unique<DictationController>();
+        controller->onNeedsAttention = [this] { ++attention; };
+        controller->start();
+    }
+
+    void tearDown() {
+        // Nothing may still run on the controller when it goes.
+        QTRY_VERIFY_WITH_TIMEOUT(controller->state() == DictationController::State::Idle ||
+                                     controller->state() == DictationController::State::Recording,
+                                 10000);
+        controller.reset();
+    }
+
+    DictationController& c() { return *controller; }
+    DictationController::State state() const { return controller->state(); }
+
+    // The sounds played, by name.
+    QStringList sounds() {
+        QStringList names;
+        for (const auto& [pcm, rate] : platform.audio().played) {
+            Q_UNUSED(rate);
+            if (pcm == soundPcm(Sound::Tink)) names << "Tink";
+            if (pcm == soundPcm(Sound::Pop)) names << "Pop";
+            if (pcm == soundPcm(Sound::Basso)) names << "Basso";
+        }
+        return names;
+    }
+
+    // Runs the pipeline on a second of tone, as if the recording had just ended.
+    void process(std::optional<std::pair<QString, QString>> pre = std::nullopt) {
+        await(controller->process(AudioRecorder::wav(tone()), 1.0, editor, std::move(pre)));
+    }
+
+    // Starts a recording with the dictation key and waits until the microphone captures.
+    bool startRecording() {
+        controller->handlePress();
+        if (state() != DictationController::State::Recording) return false;
+        return QTest::qWaitFor([this] { return platform.audio().capturing(); }, 5000);
+    }
+
+    // A whole dictation by the key: a second of speech, held, released.
+    bool dictate() {
+        if (!startRecording()) return false;
+        platform.audio().feed(tone());
+        advance(1000);
+        controller->handleRelease();
+        return state() == DictationController::State::Processing;
+    }
+
+    void advance(int64_t ms) { platform.clock().advance(ms); }
+};
+
+} // namespace ombry::test
