@@ -52,8 +52,7 @@ void DesktopProgram::setEnv(const QString& name, const QString& value) {
         extra_.insert(name, value);
 }
 
-bool DesktopProgram::start(int timeoutMs) {
-    error_.clear();
+QProcessEnvironment DesktopProgram::environment() const {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(QStringLiteral("HOME"), home_.path());
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.filePath(QStringLiteral("config")));
@@ -67,15 +66,21 @@ bool DesktopProgram::start(int timeoutMs) {
         env.remove(name);
     for (const QString& name : extra_.keys())
         env.insert(name, extra_.value(name));
-    process_.setProcessEnvironment(env);
+    return env;
+}
+
+bool DesktopProgram::start(int timeoutMs) {
+    error_.clear();
+    const int from = mark();
+    process_.setProcessEnvironment(environment());
     process_.start(qEnvironmentVariable("OMBRY_BINARY"), {});
     if (!process_.waitForStarted(5000)) {
         error_ = QStringLiteral("le programme ne démarre pas: ") + process_.errorString();
         return false;
     }
     // The launch line comes after the controller has started its key hook.
-    if (!waitForLine(QStringLiteral("ordinateur:"), 0, timeoutMs)) {
-        error_ = QStringLiteral("pas de ligne de démarrage\n") + journalFrom(0) +
+    if (!waitForLine(QStringLiteral("ordinateur:"), from, timeoutMs)) {
+        error_ = QStringLiteral("pas de ligne de démarrage\n") + journalFrom(from) +
                  QStringLiteral("\nsortie:\n") + QString::fromLocal8Bit(output());
         return false;
     }

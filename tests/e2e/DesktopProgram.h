@@ -35,6 +35,9 @@ public:
     // Environment entries for the next start; an empty value removes the variable.
     void setEnv(const QString& name, const QString& value);
 
+    // The environment the program starts with.
+    QProcessEnvironment environment() const;
+
     // Starts the program and waits until it has written its start lines (the key hook is then
     // installed). False with the journal in error() when it does not come up.
     bool start(int timeoutMs = 20000);
