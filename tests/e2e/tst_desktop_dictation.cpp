@@ -56,6 +56,21 @@ public:
             timeoutMs);
     }
 
+    // Waits until the last `quietMs` of what the speakers played are silent.
+    bool quietAgain(int quietMs, int timeoutMs) {
+        const qsizetype quietBytes = qsizetype(quietMs) * 32;
+        return DesktopSession::waitUntil(
+            [&] {
+                pcm_ += process_.readAllStandardOutput();
+                if (pcm_.size() < quietBytes) return false;
+                for (qsizetype i = pcm_.size() - quietBytes; i + 1 < pcm_.size(); i += 2)
+                    if (std::abs(qFromLittleEndian<qint16>(pcm_.constData() + i)) > 1000)
+                        return false;
+                return true;
+            },
+            timeoutMs);
+    }
+
 private:
     QProcess process_;
     QByteArray pcm_;
@@ -367,6 +382,27 @@ private Q_SLOTS:
         QCOMPARE(desktop().closeTarget().value_or("?"), corrected);
         QCOMPARE(services.checked, QStringList{typed});
         QCOMPARE(services.calls, QStringList({"grammaire", "texte"}));
+    }
+
+    // Ctrl+Alt+R reads the selection aloud on the speakers, and pressed again stops the
+    // reading; the shortcut never reaches the field.
+    void readAloudAndStop() {
+        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
+        // Letters of the keyboard's map only: xdotool types the others by remapping a key.
+        const QString text = QStringLiteral(
+            "il etait une fois un petit chat gris qui dormait au soleil tout le long de la "
+            "journee et qui revait de poissons et de souris");
+        QVERIFY(desktop().xdotool({"type", "--delay", "5", text}));
+        QVERIFY(desktop().xdotool({"key", "ctrl+a"}));
+        SpeakerTap speakers(sound);
+        const QList<int> readKeys{key("Control_L"), key("Alt_L"), key("r")};
+        QVERIFY(desktop().keyboardChord(readKeys));
+        QVERIFY(speakers.heardSomething(5000));
+        QVERIFY(desktop().keyboardChord(readKeys));
+        // The reading lasts several seconds: silence this soon means it was stopped.
+        QVERIFY(speakers.quietAgain(800, 2500));
+        QCOMPARE(desktop().closeTarget().value_or("?"), text);
+        QVERIFY(services.calls.isEmpty());
     }
 
     // The speech model failing: the local engine has no French, so the dictation ends with
