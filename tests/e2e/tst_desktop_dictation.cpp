@@ -151,6 +151,7 @@ class TstDesktopDictation : public QObject {
     // `written`, which must reach the field with the user's clipboard back afterwards.
     void dictateInto(const QString& heard, const QString& written, bool handsFree) {
         openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
         services.transcript = heard;
         services.textModel = [written](const QString&, const QString&) { return written; };
         ClipboardWatch watch;
@@ -165,10 +166,12 @@ class TstDesktopDictation : public QObject {
             QVERIFY(desktop().keyboardChord({key("Alt_R")}));
         } else {
             holdAndSpeak(mark);
+            if (QTest::currentTestFailed()) return;
         }
         const auto pasted = program.waitForLine(QStringLiteral("collé:"), mark, 20000);
         QVERIFY2(pasted, qPrintable(journalSince(mark)));
         expectClipboardBack(watch, mark);
+        if (QTest::currentTestFailed()) return;
         QCOMPARE(desktop().closeTarget().value_or("?"), written);
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
         QCOMPARE(services.texts, QStringList{heard});
@@ -235,6 +238,7 @@ private Q_SLOTS:
     // refused: the dictation key from there records nothing.
     void keysOfProgramsAreRefused() {
         openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
         const int mark = program.mark();
         QVERIFY(desktop().xdotool({"keydown", "108"})); // Right Alt, as a bare key code
         QVERIFY(speak());
@@ -279,6 +283,7 @@ private Q_SLOTS:
         ClipboardWatch watch;
         const int mark = program.mark();
         holdAndSpeak(mark);
+        if (QTest::currentTestFailed()) return;
         QVERIFY2(program.waitForLine(QStringLiteral("collé:"), mark, 20000),
                  qPrintable(journalSince(mark)));
         QVERIFY2(watch.waitForChanges(2), qPrintable(journalSince(mark)));
@@ -302,6 +307,7 @@ private Q_SLOTS:
     // open), the cancel sound plays even with sounds off, nothing is sent, pasted or stored.
     void escapeCancels() {
         openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
         SpeakerTap speakers(sound);
         ClipboardWatch watch;
         const int mark = program.mark();
@@ -327,14 +333,17 @@ private Q_SLOTS:
     // A spoken trigger pastes its shortcut's text, and is not a dictation of the history.
     void voiceShortcut() {
         openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
         services.transcript = QStringLiteral("Ma signature.");
         ClipboardWatch watch;
         const int mark = program.mark();
         holdAndSpeak(mark);
+        if (QTest::currentTestFailed()) return;
         QVERIFY2(
             program.waitForLine(QStringLiteral("raccourci vocal: « ma signature »"), mark, 20000),
             qPrintable(journalSince(mark)));
         expectClipboardBack(watch, mark);
+        if (QTest::currentTestFailed()) return;
         QCOMPARE(desktop().closeTarget().value_or("?"),
                  QStringLiteral("Jean Dupont, 12 rue des Lilas"));
         QCOMPARE(services.calls, QStringList{"parole"});
@@ -344,10 +353,12 @@ private Q_SLOTS:
     void pasteLastAgain() {
         QVERIFY(!lastStored.isEmpty());
         openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
         ClipboardWatch watch;
         const int mark = program.mark();
         QVERIFY(desktop().keyboardChord({key("Control_L"), key("Alt_L"), key("v")}));
         expectClipboardBack(watch, mark);
+        if (QTest::currentTestFailed()) return;
         QCOMPARE(keysHeldDown(), QList<int>());
         QCOMPARE(desktop().closeTarget().value_or("?"), lastStored);
         QVERIFY(services.calls.isEmpty());
@@ -410,11 +421,13 @@ private Q_SLOTS:
     // transcribed, no record or audio is kept.
     void speechEngineFails() {
         openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
         services.speechStatus = 500;
         SpeakerTap speakers(sound);
         ClipboardWatch watch;
         const int mark = program.mark();
         holdAndSpeak(mark);
+        if (QTest::currentTestFailed()) return;
         const auto error = program.waitForLine(QStringLiteral("erreur:"), mark, 20000);
         QVERIFY2(error, qPrintable(journalSince(mark)));
         QVERIFY2(program.hasLine(QStringLiteral("transcription: Gemini indisponible"), mark),
