@@ -264,6 +264,41 @@ private Q_SLOTS:
         hook->stop();
     }
 
+    void aSwallowedShortcutAgainAndAgain() {
+        // While a grab of the hook holds the keyboard, the releases reach it only as core
+        // events: a shortcut pressed again is no repeat, and modifiers let go before the key
+        // are up for the hook too.
+        auto hook = linux_platform::makeKeyboardHook();
+        Heard heard;
+        QVERIFY(hook->start(heard.handler()));
+        const uint64_t shortcut = modifier::Control | modifier::Option;
+        hook->setSwallowed({{keycode::V, shortcut}});
+        for (int i = 0; i < 2; ++i) {
+            QVERIFY(desktop().keyboardChord({kc("Control_L"), kc("Alt_L"), kc("v")}));
+            const auto e = heard.next(keycode::V, Type::KeyDown);
+            QVERIFY(e);
+            QVERIFY(!e->autoRepeat);
+        }
+        QVERIFY(desktop().keyboardPress(kc("Control_L")));
+        QVERIFY(desktop().keyboardPress(kc("Alt_L")));
+        QVERIFY(desktop().keyboardPress(kc("v")));
+        QVERIFY(desktop().keyboardRelease(kc("Alt_L")));
+        QVERIFY(desktop().keyboardRelease(kc("Control_L")));
+        QVERIFY(desktop().keyboardRelease(kc("v")));
+        QVERIFY(
+            DesktopSession::waitUntil([&] { return heard.count(keycode::V, Type::KeyDown) == 3; }));
+        QVERIFY(DesktopSession::waitUntil([&] { return hook->lastModifierFlags() == 0; }, 2000));
+
+        // Keys typed right after a switch of keyboard (a program's keys, then the user's) are
+        // all heard at once, not when the next key comes.
+        QVERIFY(desktop().xdotool({"key", "x"}));
+        QVERIFY(desktop().keyboardChord({kc("Control_L"), kc("c")}));
+        QVERIFY(desktop().keyboardChord({kc("Control_L"), kc("c")}));
+        QVERIFY(DesktopSession::waitUntil(
+            [&] { return heard.count(keycode::C, Type::KeyDown) == 2; }, 2000));
+        hook->stop();
+    }
+
     void theHandlerMayChangeTheHook() {
         // Swallowing again and stopping from inside the handler, as the hotkey monitor does on
         // a change of state: the events keep their order, and none comes after the stop.

@@ -180,6 +180,9 @@ uint64_t X11Clipboard::changeCount() {
 std::optional<QString> X11Clipboard::selectedText() {
     QClipboard* clipboard = board();
     if (!clipboard || !clipboard->supportsSelection()) return std::nullopt;
+    // PRIMARY held by this program is the text of its last paste into a terminal, which stays
+    // there until someone selects something else: never a selection in the window in front.
+    if (clipboard->ownsSelection()) return std::nullopt;
     return textOf(QClipboard::Selection);
 }
 

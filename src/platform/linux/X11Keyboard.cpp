@@ -207,37 +207,47 @@ void X11KeyboardHook::ungrab() {
 void X11KeyboardHook::readEvents() {
     if (!connection_) return;
     Display* display = connection_.get();
-    bool remap = false;
-    while (XPending(display)) {
-        XEvent event;
-        XNextEvent(display, &event);
-        if (event.type == MappingNotify) {
-            XRefreshKeyboardMapping(&event.xmapping);
-            remap = true;
-            continue;
+    // The requests of a new key map (the map, the grabs made again) read the events that came
+    // meanwhile into Xlib's queue, where the socket's notifier no longer sees them: read again
+    // until the queue stays empty, or those keys would wait for the next one typed.
+    for (bool remap = true; remap;) {
+        remap = false;
+        while (XPending(display)) {
+            XEvent event;
+            XNextEvent(display, &event);
+            if (event.type == MappingNotify) {
+                XRefreshKeyboardMapping(&event.xmapping);
+                remap = true;
+                continue;
+            }
+            // While one of our grabs holds the keyboard (from the press of its key to the
+            // release), the server sends this client core events in place of raw ones: the
+            // press was reported raw before the grab began, the releases come only here.
+            if (event.type == KeyRelease) {
+                handleGrabbedRelease(int(event.xkey.keycode));
+                continue;
+            }
+            if (event.type != GenericEvent || event.xcookie.extension != xiOpcode_) continue;
+            if (!XGetEventData(display, &event.xcookie)) continue;
+            switch (event.xcookie.evtype) {
+            case XI_RawKeyPress:
+            case XI_RawKeyRelease:
+                handleRawKey(event.xcookie.evtype, event.xcookie.data);
+                break;
+            case XI_HierarchyChanged:
+                findPostingDevices();
+                break;
+            default:
+                break;
+            }
+            XFreeEventData(display, &event.xcookie);
         }
-        // The key presses of the grabs come here as core events as well; the raw events have
-        // reported them already.
-        if (event.type != GenericEvent || event.xcookie.extension != xiOpcode_) continue;
-        if (!XGetEventData(display, &event.xcookie)) continue;
-        switch (event.xcookie.evtype) {
-        case XI_RawKeyPress:
-        case XI_RawKeyRelease:
-            handleRawKey(event.xcookie.evtype, event.xcookie.data);
-            break;
-        case XI_HierarchyChanged:
-            findPostingDevices();
-            break;
-        default:
-            break;
+        if (remap) {
+            keys_.rebuild(display);
+            readModifierMasks();
+            ungrab();
+            grab();
         }
-        XFreeEventData(display, &event.xcookie);
-    }
-    if (remap) {
-        keys_.rebuild(display);
-        readModifierMasks();
-        ungrab();
-        grab();
     }
     // The handler may stop the hook, or change the swallowed keys, which reads the connection
     // again: events read meanwhile wait behind the ones being delivered, so the order holds.
@@ -281,6 +291,7 @@ void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent) {
             if (modifiers_.held(kc)) return; // a held modifier repeating
             modifiers_.press(kc, code);
         } else {
+            if (!modifiers_.held(kc)) return; // its release came already, during a grab
             modifiers_.release(kc);
         }
         event.type = KeyEvent::Type::FlagsChanged;
@@ -299,6 +310,17 @@ void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent) {
     // the modifiers it was posted with.
     event.flags = claimed.flags.value_or(modifiers_.flags());
     if (code != NoKey) pending_.push_back(event);
+}
+
+void X11KeyboardHook::handleGrabbedRelease(int kc) {
+    keysDown_.erase(kc);
+    if (!modifiers_.held(kc)) return;
+    modifiers_.release(kc);
+    KeyEvent event;
+    event.type = KeyEvent::Type::FlagsChanged;
+    event.keyCode = keys_.code(kc);
+    event.flags = modifiers_.flags();
+    pending_.push_back(event);
 }
 
 bool X11KeyPoster::ensureConnected() {

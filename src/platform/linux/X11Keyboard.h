@@ -17,7 +17,8 @@ namespace ombry::linux_platform {
 
 // The global keyboard under X11. It listens to XInput2 raw key events on the root window of
 // its own connection (they arrive for every key of the session, also while another client
-// holds a grab, and without taking the key from anyone), keeps the modifiers held from them,
+// holds a grab, and without taking the key from anyone; during its own grabs the releases come
+// as core events), keeps the modifiers held from them,
 // and swallows the combinations asked for with passive key grabs on the root window. The
 // connection's socket is watched by a QSocketNotifier on the thread that started the hook (the
 // main thread): nothing is polled, and events reach the handler in the server's order.
@@ -37,6 +38,8 @@ public:
 private:
     void readEvents();
     void handleRawKey(int evtype, const void* rawEvent);
+    // A key released while our grab held the keyboard (no raw event for it then).
+    void handleGrabbedRelease(int kc);
     void findPostingDevices();
     void readModifierMasks();
     void seedHeldModifiers();

@@ -1,0 +1,82 @@
+#pragma once
+
+// The remote services of a dictation played by the loopback test server: the speech model
+// (an OpenRouter chat whose user message carries the WAV), the text models (rewrite,
+// correction) and LanguageTool. Each request is sorted by what it asks for and kept.
+#include "TestHttpServer.h"
+
+#include <QJsonArray>
+#include <QtEndian>
+#include <functional>
+
+namespace ombry::test {
+
+struct Services {
+    TestHttpServer server;
+    // What the speech model hears in any audio, and the status it answers with.
+    QString transcript;
+    int speechStatus = 200;
+    // The answer of a text model to its system prompt and user text.
+    std::function<QString(const QString& system, const QString& user)> textModel;
+    QJsonArray grammarMatches; // LanguageTool's findings
+
+    QStringList calls;      // "parole", "texte", "grammaire", in the order received
+    QList<QByteArray> wavs; // the audio of each speech request
+    QStringList texts;      // the user text of each text request
+    QStringList checked;    // the text of each LanguageTool request
+
+    Services() {
+        server.setHandler([this](const RecordedRequest& r) { return answer(r); });
+        reset();
+    }
+
+    QString url() const { return server.url().toString(); }
+
+    void reset() {
+        transcript.clear();
+        speechStatus = 200;
+        textModel = [](const QString&, const QString& user) { return user; };
+        grammarMatches = {};
+        calls.clear();
+        wavs.clear();
+        texts.clear();
+        checked.clear();
+    }
+
+    // The length in seconds of the PCM of a 16 kHz mono 16-bit WAV.
+    static double seconds(const QByteArray& wav) {
+        return wav.size() <= 44 ? 0.0 : double(wav.size() - 44) / 32000.0;
+    }
+
+    Reply answer(const RecordedRequest& r) {
+        if (r.method != "POST") return Reply::text("", 200); // the connection warm-ups
+        if (r.path == QLatin1String("/v2/check")) {
+            calls << QStringLiteral("grammaire");
+            checked << r.formValue(QStringLiteral("text"));
+            return Reply::json(QJsonObject{{"matches", grammarMatches}});
+        }
+        if (r.path != QLatin1String("/api/v1/chat/completions")) return Reply::text("", 404);
+        const QJsonArray messages = r.json().value("messages").toArray();
+        const QJsonValue user =
+            messages.size() > 1 ? messages[1].toObject().value("content") : QJsonValue();
+        if (user.isArray()) {
+            calls << QStringLiteral("parole");
+            for (const QJsonValue& part : user.toArray()) {
+                const QJsonObject audio = part.toObject().value("input_audio").toObject();
+                if (!audio.isEmpty())
+                    wavs << QByteArray::fromBase64(audio.value("data").toString().toLatin1());
+            }
+            if (speechStatus != 200)
+                return Reply::json(QJsonObject{{"error", QJsonObject{{"message", "panne"}}}},
+                                   speechStatus);
+            return chatCompletion(transcript);
+        }
+        calls << QStringLiteral("texte");
+        texts << user.toString();
+        const QString system =
+            messages.isEmpty() ? QString() : messages[0].toObject().value("content").toString();
+        return chatCompletion(textModel(system, user.toString()));
+    }
+};
+
+} // namespace ombry::test

@@ -1,0 +1,447 @@
+// The whole program on a real desktop: the ombry-voice binary under Xvfb and openbox, its
+// microphone a private PulseAudio source fed with espeak-ng speech, its keys typed on the X
+// server's own keyboard device, its text read back from a GTK field (zenity) and from xterm,
+// the speech and text models and LanguageTool played by a loopback server. One program runs
+// through all the cases, as a user's session does: each case leaves the program idle.
+#include "ClipboardWatch.h"
+#include "DesktopProgram.h"
+#include "DesktopSession.h"
+#include "Services.h"
+#include "SoundServer.h"
+
+#include "data/Records.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtEndian>
+#include <csignal>
+
+using namespace ombry;
+using namespace ombry::test;
+
+namespace {
+
+const QByteArray kUserClipboard = "presse-papiers de l'utilisateur";
+
+// What plays on the speakers (the program's sounds), recorded from their monitor.
+class SpeakerTap {
+public:
+    explicit SpeakerTap(const SoundServer& sound) {
+        process_.setProcessEnvironment(sound.environment());
+        process_.start(QStringLiteral("parec"),
+                       {QStringLiteral("-d"), QStringLiteral("speakers.monitor"),
+                        QStringLiteral("--raw"), QStringLiteral("--format=s16le"),
+                        QStringLiteral("--rate=16000"), QStringLiteral("--channels=1"),
+                        QStringLiteral("--latency-msec=20")});
+        process_.waitForStarted(5000);
+    }
+    ~SpeakerTap() {
+        process_.kill();
+        process_.waitForFinished(2000);
+    }
+    // Waits until a sample louder than the floor has come.
+    bool heardSomething(int timeoutMs = 3000) {
+        return DesktopSession::waitUntil(
+            [this] {
+                pcm_ += process_.readAllStandardOutput();
+                for (qsizetype i = 0; i + 1 < pcm_.size(); i += 2)
+                    if (std::abs(qFromLittleEndian<qint16>(pcm_.constData() + i)) > 1000)
+                        return true;
+                return false;
+            },
+            timeoutMs);
+    }
+
+    // Waits until the last `quietMs` of what the speakers played are silent.
+    bool quietAgain(int quietMs, int timeoutMs) {
+        const qsizetype quietBytes = qsizetype(quietMs) * 32;
+        return DesktopSession::waitUntil(
+            [&] {
+                pcm_ += process_.readAllStandardOutput();
+                if (pcm_.size() < quietBytes) return false;
+                for (qsizetype i = pcm_.size() - quietBytes; i + 1 < pcm_.size(); i += 2)
+                    if (std::abs(qFromLittleEndian<qint16>(pcm_.constData() + i)) > 1000)
+                        return false;
+                return true;
+            },
+            timeoutMs);
+    }
+
+private:
+    QProcess process_;
+    QByteArray pcm_;
+};
+
+} // namespace
+
+class TstDesktopDictation : public QObject {
+    Q_OBJECT
+    SoundServer sound;
+    Services services;
+    DesktopProgram program;
+    QTemporaryDir files;
+    QString speech; // a French sentence, 16 kHz mono
+    double speechSeconds = 0;
+    QString lastStored; // the final text of the newest dictation in the history
+    int stored = 0;     // dictations the history must hold
+
+    DesktopSession& desktop() { return *DesktopSession::current(); }
+    int key(const char* name) { return desktop().keycode(name); }
+    QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
+
+    // Plays the sentence into the microphone and waits until it has been played.
+    bool speak() {
+        QProcess player;
+        player.setProcessEnvironment(sound.environment());
+        player.start(QStringLiteral("paplay"),
+                     {QStringLiteral("-d"), QStringLiteral("mic"), speech});
+        if (!player.waitForStarted(5000)) return false;
+        return DesktopSession::waitUntil([&] { return player.state() == QProcess::NotRunning; },
+                                         20000) &&
+               player.exitCode() == 0;
+    }
+
+    // The dictation key held on the keyboard device while the sentence is spoken.
+    void holdAndSpeak(int mark) {
+        QVERIFY(desktop().keyboardPress(key("Alt_R")));
+        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(speak());
+        QVERIFY(desktop().keyboardRelease(key("Alt_R")));
+    }
+
+    // The field in front, holding nothing yet, with the user's own text on the clipboard.
+    void openFieldWithClipboard() {
+        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
+        QVERIFY(desktop().setClipboard(kUserClipboard));
+    }
+
+    // After a paste with the clipboard's restore: the program took the clipboard for its text
+    // and then gave the user's back (two changes of owner), and the user's text is there.
+    void expectClipboardBack(ClipboardWatch& watch, int mark) {
+        QVERIFY2(watch.waitForChanges(2, desktop().targetWindow()), qPrintable(journalSince(mark)));
+        QCOMPARE(desktop().readClipboard().value_or("?"), kUserClipboard);
+    }
+
+    // The audio the speech model received is the sentence: neither cut short nor padded with
+    // the time the key was held before and after it.
+    void expectSentenceHeard() {
+        QCOMPARE(services.wavs.size(), 1);
+        const double heard = Services::seconds(services.wavs.first());
+        QVERIFY2(
+            heard > speechSeconds * 0.7 && heard < speechSeconds + 1.0,
+            qPrintable(
+                QStringLiteral("%1 s entendues pour %2 s dites").arg(heard).arg(speechSeconds)));
+        QVERIFY(services.wavs.first().startsWith("RIFF"));
+    }
+
+    QList<Dictation> history() {
+        QList<Dictation> out;
+        const QJsonArray list = QJsonDocument::fromJson(program.readData("history.json")).array();
+        for (const QJsonValue& v : list)
+            if (const auto d = Dictation::fromJson(v)) out << *d;
+        return out;
+    }
+
+    // A plain dictation into a fresh field: the model hears `heard`, the rewrite gives
+    // `written`, which must reach the field with the user's clipboard back afterwards.
+    void dictateInto(const QString& heard, const QString& written, bool handsFree) {
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        services.transcript = heard;
+        services.textModel = [written](const QString&, const QString&) { return written; };
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        if (handsFree) {
+            // A tap starts, the sentence is spoken with no key held, a second tap ends.
+            QVERIFY(desktop().keyboardChord({key("Alt_R")}));
+            QVERIFY2(program.waitForLine(QStringLiteral("dictée sans les mains"), mark),
+                     qPrintable(journalSince(mark)));
+            QVERIFY(program.waitForLine(QStringLiteral("enregistrement: début"), mark));
+            QVERIFY(speak());
+            QVERIFY(desktop().keyboardChord({key("Alt_R")}));
+        } else {
+            holdAndSpeak(mark);
+            if (QTest::currentTestFailed()) return;
+        }
+        const auto pasted = program.waitForLine(QStringLiteral("collé:"), mark, 20000);
+        QVERIFY2(pasted, qPrintable(journalSince(mark)));
+        expectClipboardBack(watch, mark);
+        if (QTest::currentTestFailed()) return;
+        QCOMPARE(desktop().closeTarget().value_or("?"), written);
+        QCOMPARE(services.calls, QStringList({"parole", "texte"}));
+        QCOMPARE(services.texts, QStringList{heard});
+        expectSentenceHeard();
+        ++stored;
+        lastStored = written;
+    }
+
+private Q_SLOTS:
+    void initTestCase() {
+        OMBRY_REQUIRE_DESKTOP();
+        if (!SoundServer::installed()) QSKIP("pulseaudio n'est pas installé");
+        QVERIFY2(sound.start(), qPrintable(sound.error()));
+        speech = files.filePath(QStringLiteral("phrase.wav"));
+        QVERIFY(SoundServer::makeSpeech(
+            QStringLiteral("Euh, bonjour, je voudrais réserver une table pour ce soir."),
+            QStringLiteral("fr"), speech));
+        speechSeconds = double(SoundServer::wavData(speech).size()) / 32000.0;
+
+        // The user's choices: the test microphone, French, their own OpenRouter key with the
+        // paid rewrite, no sounds (so that the error sound alone can be heard on the
+        // speakers). Keys posted by programs keep their default: refused.
+        program.writeSettings(QJsonObject{{"microphoneUID", "testmic"},
+                                          {"language", "fr"},
+                                          {"ownKeyMode", true},
+                                          {"transcriptionEngine", "gemini"},
+                                          {"rewriteEngine", "openRouter"},
+                                          {"sounds", false}});
+        const Snippet signature{QUuid::createUuid(), QStringLiteral("ma signature"),
+                                QStringLiteral("Jean Dupont, 12 rue des Lilas")};
+        program.writeData(QStringLiteral("snippets.json"),
+                          QJsonDocument(QJsonArray{signature.toJson()}).toJson());
+        program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), QStringLiteral("sk-or-test"));
+        program.setEnv(QStringLiteral("OMBRY_OPENROUTER_URL"), services.url());
+        program.setEnv(QStringLiteral("OMBRY_LANGUAGETOOL_URL"), services.url());
+        // No local engines: the on-device fallback is pocketsphinx alone.
+        TestHttpServer gone;
+        program.setEnv(QStringLiteral("OMBRY_LOCAL_LLM_URL"), gone.url().toString());
+        program.setEnv(QStringLiteral("OMBRY_LOCAL_STT_URL"), {});
+        program.setEnv(QStringLiteral("OMBRY_POCKETSPHINX_JSGF"), {});
+        QVERIFY2(program.start(), qPrintable(program.error()));
+        QVERIFY2(!program.hasLine(QStringLiteral("hotkey: clavier global indisponible"), 0),
+                 qPrintable(program.journalFrom(0)));
+    }
+
+    void init() { services.reset(); }
+
+    // The program writes its lists when it is ended, and ends cleanly.
+    void cleanupTestCase() {
+        if (!program.running()) return;
+        QCOMPARE(program.stop(), 0);
+        const QList<Dictation> list = history();
+        QCOMPARE(list.size(), stored);
+        if (!list.isEmpty()) QCOMPARE(list.first().finalText, lastStored);
+        // Each record keeps its audio; nothing else is kept.
+        const QStringList kept = QDir(program.dataFolder() + QStringLiteral("/Audio"))
+                                     .entryList({QStringLiteral("*.wav")}, QDir::Files);
+        QCOMPARE(kept.size(), stored);
+        for (const Dictation& d : list)
+            QVERIFY(kept.contains(d.audioFile.value_or("?")));
+    }
+
+    // Keys typed by another program (xdotool goes through the XTEST device) are heard and
+    // refused: the dictation key from there records nothing.
+    void keysOfProgramsAreRefused() {
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        const int mark = program.mark();
+        QVERIFY(desktop().xdotool({"keydown", "108"})); // Right Alt, as a bare key code
+        QVERIFY(speak());
+        QVERIFY(desktop().xdotool({"keyup", "108"}));
+        const auto released = program.waitFor(
+            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
+            mark);
+        QVERIFY2(released, qPrintable(journalSince(mark)));
+        QTest::qWait(200);
+        QVERIFY2(!program.hasLine(QStringLiteral("enregistrement"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(services.calls.isEmpty());
+        QCOMPARE(desktop().closeTarget().value_or("?"), QString());
+    }
+
+    // Hold the key, speak, release: the cleaned text is in the field, the clipboard is the
+    // user's again, and the model heard the whole sentence.
+    void holdSpeakRelease() {
+        dictateInto(QStringLiteral("euh bonjour je voudrais réserver une table pour ce soir"),
+                    QStringLiteral("Bonjour, je voudrais réserver une table pour ce soir."), false);
+    }
+
+    // xterm pastes the PRIMARY selection with Shift+Insert: the text reaches the shell's read.
+    void pasteIntoTerminal() {
+        const QString out = files.filePath(QStringLiteral("terminal.txt"));
+        QProcess xterm;
+        xterm.start(QStringLiteral("xterm"),
+                    {QStringLiteral("-T"), QStringLiteral("Terminal"), QStringLiteral("-e"),
+                     QStringLiteral("sh"), QStringLiteral("-c"),
+                     QStringLiteral("IFS= read -r line; printf '%s' \"$line\" > '%1'").arg(out)});
+        QVERIFY(xterm.waitForStarted(5000));
+        const auto found = desktop().run(QStringLiteral("xdotool"),
+                                         {"search", "--sync", "--name", "^Terminal$"}, 10000);
+        const qulonglong window = found.out.split('\n').value(0).trimmed().toULongLong();
+        QVERIFY2(window, found.err.constData());
+        QVERIFY(desktop().activateWindow(window));
+        QVERIFY(desktop().setClipboard(kUserClipboard));
+
+        const QString written = QStringLiteral("Rendez-vous à 14 h devant la gare.");
+        services.transcript = QStringLiteral("euh rendez-vous à 14 h devant la gare");
+        services.textModel = [written](const QString&, const QString&) { return written; };
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        holdAndSpeak(mark);
+        if (QTest::currentTestFailed()) return;
+        QVERIFY2(program.waitForLine(QStringLiteral("collé:"), mark, 20000),
+                 qPrintable(journalSince(mark)));
+        QVERIFY2(watch.waitForChanges(2), qPrintable(journalSince(mark)));
+        QCOMPARE(desktop().readClipboard().value_or("?"), kUserClipboard);
+        QVERIFY(desktop().xdotool({"key", "Return"}));
+        QVERIFY(DesktopSession::waitUntil([&] { return xterm.state() == QProcess::NotRunning; }));
+        QFile typed(out);
+        QVERIFY(typed.open(QIODevice::ReadOnly));
+        QCOMPARE(QString::fromUtf8(typed.readAll()), written);
+        ++stored;
+        lastStored = written;
+    }
+
+    // A tap starts, a second tap ends: the same text arrives.
+    void handsFree() {
+        dictateInto(QStringLiteral("euh le rendez-vous est confirmé pour jeudi"),
+                    QStringLiteral("Le rendez-vous est confirmé pour jeudi."), true);
+    }
+
+    // Escape during a recording ends it: the key is taken from the field (the dialog stays
+    // open), the cancel sound plays even with sounds off, nothing is sent, pasted or stored.
+    void escapeCancels() {
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        SpeakerTap speakers(sound);
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        QVERIFY(desktop().keyboardPress(key("Alt_R")));
+        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(desktop().keyboardChord({key("Escape")}));
+        QVERIFY2(program.waitForLine(QStringLiteral("dictée annulée"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(speakers.heardSomething());
+        QVERIFY(desktop().keyboardRelease(key("Alt_R")));
+        QVERIFY(program.waitFor(
+            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
+            mark));
+        QTest::qWait(300);
+        QVERIFY(services.calls.isEmpty());
+        QCOMPARE(watch.changes(desktop().targetWindow()), 0);
+        QVERIFY(!program.hasLine(QStringLiteral("collé:"), mark));
+        QCOMPARE(desktop().closeTarget().value_or("?"), QString());
+        QCOMPARE(history().size(), stored);
+    }
+
+    // A spoken trigger pastes its shortcut's text, and is not a dictation of the history.
+    void voiceShortcut() {
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        services.transcript = QStringLiteral("Ma signature.");
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        holdAndSpeak(mark);
+        if (QTest::currentTestFailed()) return;
+        QVERIFY2(
+            program.waitForLine(QStringLiteral("raccourci vocal: « ma signature »"), mark, 20000),
+            qPrintable(journalSince(mark)));
+        expectClipboardBack(watch, mark);
+        if (QTest::currentTestFailed()) return;
+        QCOMPARE(desktop().closeTarget().value_or("?"),
+                 QStringLiteral("Jean Dupont, 12 rue des Lilas"));
+        QCOMPARE(services.calls, QStringList{"parole"});
+    }
+
+    // Ctrl+Alt+V pastes the newest dictation again; the shortcut itself never reaches the field.
+    void pasteLastAgain() {
+        QVERIFY(!lastStored.isEmpty());
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        QVERIFY(desktop().keyboardChord({key("Control_L"), key("Alt_L"), key("v")}));
+        expectClipboardBack(watch, mark);
+        if (QTest::currentTestFailed()) return;
+        QCOMPARE(keysHeldDown(), QList<int>());
+        QCOMPARE(desktop().closeTarget().value_or("?"), lastStored);
+        QVERIFY(services.calls.isEmpty());
+    }
+
+    // Ctrl+C twice on a selection: LanguageTool and the model correct it, and the corrected
+    // text replaces the selection; the clipboard holds what the user copied.
+    void doubleCopyCorrects() {
+        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
+        const QString typed = QStringLiteral("il a manger une pome");
+        const QString corrected = QStringLiteral("Il a mangé une pomme.");
+        // Typed and selected by xdotool: keys of a program, which the program leaves alone.
+        QVERIFY(desktop().xdotool({"type", "--delay", "20", typed}));
+        QVERIFY(desktop().xdotool({"key", "ctrl+a"}));
+        services.grammarMatches = QJsonArray{QJsonObject{
+            {"message", "Faute d'accord."},
+            {"offset", 5},
+            {"length", 6},
+            {"replacements", QJsonArray{QJsonObject{{"value", "mangé"}}}},
+            {"rule",
+             QJsonObject{{"category", QJsonObject{{"id", "GRAMMAR"}, {"name", "Grammaire"}}}}}}};
+        services.textModel = [corrected](const QString&, const QString&) { return corrected; };
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        const QList<int> copy{key("Control_L"), key("c")};
+        QVERIFY(desktop().keyboardChord(copy));
+        QVERIFY(desktop().keyboardChord(copy));
+        QVERIFY2(program.waitForLine(QStringLiteral("correction: 20 → 21 caractères"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY2(watch.waitForChanges(2, desktop().targetWindow()), qPrintable(journalSince(mark)));
+        QCOMPARE(desktop().readClipboard().value_or("?"), typed.toUtf8());
+        QCOMPARE(desktop().closeTarget().value_or("?"), corrected);
+        QCOMPARE(services.checked, QStringList{typed});
+        QCOMPARE(services.calls, QStringList({"grammaire", "texte"}));
+    }
+
+    // Ctrl+Alt+R reads the selection aloud on the speakers, and pressed again stops the
+    // reading; the shortcut never reaches the field.
+    void readAloudAndStop() {
+        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
+        // Letters of the keyboard's map only: xdotool types the others by remapping a key.
+        const QString text = QStringLiteral(
+            "il etait une fois un petit chat gris qui dormait au soleil tout le long de la "
+            "journee et qui revait de poissons et de souris");
+        QVERIFY(desktop().xdotool({"type", "--delay", "5", text}));
+        QVERIFY(desktop().xdotool({"key", "ctrl+a"}));
+        SpeakerTap speakers(sound);
+        const QList<int> readKeys{key("Control_L"), key("Alt_L"), key("r")};
+        QVERIFY(desktop().keyboardChord(readKeys));
+        QVERIFY(speakers.heardSomething(5000));
+        QVERIFY(desktop().keyboardChord(readKeys));
+        // The reading lasts several seconds: silence this soon means it was stopped.
+        QVERIFY(speakers.quietAgain(800, 2500));
+        QCOMPARE(desktop().closeTarget().value_or("?"), text);
+        QVERIFY(services.calls.isEmpty());
+    }
+
+    // The speech model failing: the local engine has no French, so the dictation ends with
+    // the error in the journal and the error sound; nothing is pasted and, since nothing was
+    // transcribed, no record or audio is kept.
+    void speechEngineFails() {
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        services.speechStatus = 500;
+        SpeakerTap speakers(sound);
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        holdAndSpeak(mark);
+        if (QTest::currentTestFailed()) return;
+        const auto error = program.waitForLine(QStringLiteral("erreur:"), mark, 20000);
+        QVERIFY2(error, qPrintable(journalSince(mark)));
+        QVERIFY2(program.hasLine(QStringLiteral("transcription: Gemini indisponible"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(speakers.heardSomething());
+        QCOMPARE(services.calls, QStringList{"parole"});
+        expectSentenceHeard();
+        QTest::qWait(300);
+        QCOMPARE(watch.changes(desktop().targetWindow()), 0);
+        QVERIFY(!program.hasLine(QStringLiteral("collé:"), mark));
+        QCOMPARE(desktop().closeTarget().value_or("?"), QString());
+        QCOMPARE(history().size(), stored);
+    }
+};
+
+OMBRY_DESKTOP_TEST_MAIN(TstDesktopDictation)
+#include "tst_desktop_dictation.moc"
