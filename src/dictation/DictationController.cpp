@@ -19,6 +19,7 @@
 #include "engines/GeminiSpeech.h"
 #include "engines/LivePreview.h"
 #include "engines/LocalEngine.h"
+#include "engines/LocalSpeech.h"
 #include "engines/client/Errors.h"
 #include "engines/client/Net.h"
 #include "engines/client/OpenRouter.h"
@@ -547,7 +548,7 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
         preClean = pre->second;
     } else {
         const TranscriptionEngine engine = settings.transcriptionEngine();
-        bool local = engine == TranscriptionEngine::Apple;
+        bool local = engine == TranscriptionEngine::Local;
         if (engine == TranscriptionEngine::Gemini) {
             std::optional<QString> geminiError;
             try {
@@ -564,8 +565,7 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
         }
         try {
             if (local)
-                raw = co_await AppleSpeech::transcribeNative(wav, localeCode(settings.language()),
-                                                             words);
+                raw = co_await LocalSpeech::transcribe(wav, localeCode(settings.language()), words);
             else if (engine == TranscriptionEngine::Deepgram)
                 raw = co_await Deepgram::transcribe(wav, settings.deepgramModel(),
                                                     deepgramCode(settings.language()), words);
@@ -667,9 +667,9 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
         } else {
             const QString system = OpenRouter::instructions(language, words);
             std::optional<QString> rewriteError;
-            if (settings.rewriteEngine() == RewriteEngine::Apple) {
+            if (settings.rewriteEngine() == RewriteEngine::Local) {
                 try {
-                    text = co_await AppleRewrite::run(system, corrected);
+                    text = co_await LocalModel::run(system, corrected);
                 } catch (const std::exception& e) {
                     rewriteError = describe(e);
                 }
@@ -686,7 +686,7 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
                     Log::write(QStringLiteral(
                         "reformulation: OpenRouter indisponible, Local prend le relais"));
                     try {
-                        text = co_await AppleRewrite::run(system, corrected);
+                        text = co_await LocalModel::run(system, corrected);
                     } catch (const std::exception& e) {
                         rewriteError = describe(e);
                     }
