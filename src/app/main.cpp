@@ -43,15 +43,19 @@ int main(int argc, char** argv) {
             return 1;
         }
         app = std::make_unique<QApplication>(argc, argv);
-    } else if (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot) {
-            qputenv("QT_QPA_PLATFORM", "offscreen");
-            app = std::make_unique<QGuiApplication>(argc, argv);
-        }
-    else {
+    } else if (sw->mode == Mode::Snapshot) {
+        // Pictures of the window's widgets, drawn without any display.
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    } else if (sw->mode == Mode::Icon) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
     QCoreApplication::setApplicationName(QStringLiteral("Ombry Voice"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("quennard.com"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(OMBRY_VERSION));
 
     runStartupHead();
 
