@@ -435,7 +435,10 @@ QWidget* SettingsPage::correction() {
     rh->addWidget(shortcut);
     c2->addWidget(row(QStringLiteral("Raccourci"), QString(), recorderBox));
     QCheckBox* twice = toggle("doubleCopySwitch", settings_.correctionDoubleCopy());
-    connect(twice, &QCheckBox::toggled, &settings_, &AppSettings::setCorrectionDoubleCopy);
+    connect(twice, &QCheckBox::toggled, this, [this](bool on) {
+        settings_.setCorrectionDoubleCopy(on);
+        controller_.hotkey().refresh(); // the shortcut is taken from others only without it
+    });
     c2->addWidget(row(QStringLiteral("Ctrl+C deux fois"), QString(), twice));
 
     QVBoxLayout* c3 = nullptr;
