@@ -671,7 +671,10 @@ QWidget* SettingsPage::permissions() {
     const bool keys = controller_.trusted() || keyboard.running();
     permissionRow(QStringLiteral("Accessibilité"), keys,
                   keys ? QStringLiteral("Clavier global (XInput 2) et touches envoyées (XTest)")
-                       : keyboard.reason(),
+                  : keyboard.reason().isEmpty()
+                      ? QStringLiteral("Le clavier global n'est pas disponible : il faut une "
+                                       "session X11.")
+                      : keyboard.reason(),
                   false);
     permissionRow(QStringLiteral("Audio système (sous-titres d'appel)"), soundServer,
                   QStringLiteral("Le son de tes applis, pris sur la sortie du serveur de son"),
@@ -705,8 +708,9 @@ QWidget* SettingsPage::advanced() {
     showMode();
     c1->addWidget(row(QStringLiteral("Effets visuels"), QString(), perf));
     c1->addWidget(mode);
-    c1->addWidget(row(QStringLiteral("Ton ordinateur"), QString(),
-                      text(DeviceProfile::summary(), "secondary")));
+    QLabel* machine = text(DeviceProfile::summary(), "secondary");
+    machine->setWordWrap(false);
+    c1->addWidget(row(QStringLiteral("Ton ordinateur"), QString(), machine));
 
     QVBoxLayout* c2 = nullptr;
     v->addWidget(card(&c2));
@@ -714,6 +718,8 @@ QWidget* SettingsPage::advanced() {
     auto* wpm = new QSpinBox;
     wpm->setObjectName(QStringLiteral("typingWPM"));
     wpm->setRange(5, 250);
+    wpm->setButtonSymbols(QAbstractSpinBox::NoButtons);
+    wpm->setAlignment(Qt::AlignRight);
     wpm->setSuffix(QStringLiteral(" mots/min"));
     wpm->setValue(settings_.typingWPM());
     connect(wpm, &QSpinBox::valueChanged, &settings_, &AppSettings::setTypingWPM);
