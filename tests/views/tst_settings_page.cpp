@@ -50,14 +50,17 @@ bool pick(QComboBox* box, const QString& text) {
     const int target = box->findText(text);
     if (target < 0) return false;
     box->setFocus();
-    while (box->currentIndex() < target) QTest::keyClick(box, Qt::Key_Down);
-    while (box->currentIndex() > target) QTest::keyClick(box, Qt::Key_Up);
+    while (box->currentIndex() < target)
+        QTest::keyClick(box, Qt::Key_Down);
+    while (box->currentIndex() > target)
+        QTest::keyClick(box, Qt::Key_Up);
     return box->currentIndex() == target;
 }
 
 void showTab(SettingsPage& page, SM::Tab tab) {
     for (QPushButton* b : page.findChildren<QPushButton*>(QStringLiteral("tab")))
-        if (b->property("tab").toString() == SM::rawValue(tab)) QTest::mouseClick(b, Qt::LeftButton);
+        if (b->property("tab").toString() == SM::rawValue(tab))
+            QTest::mouseClick(b, Qt::LeftButton);
 }
 
 } // namespace
@@ -81,9 +84,11 @@ private Q_SLOTS:
         // its cost; local engines are free and say so without the suffix.
         QCOMPARE(SM::costText(false, TE::Deepgram, RE::None, "nova-3", "x"),
                  QStringLiteral("1,08 $ / 1 000 dictées"));
-        QCOMPARE(SM::costText(false, TE::Deepgram, RE::OpenRouter, "nova-3", "mistralai/mistral-nemo"),
-                 QStringLiteral("1,09 $ / 1 000 dictées"));
-        QCOMPARE(SM::costText(false, TE::Local, RE::Local, "nova-3", "x"), QStringLiteral("Gratuit"));
+        QCOMPARE(
+            SM::costText(false, TE::Deepgram, RE::OpenRouter, "nova-3", "mistralai/mistral-nemo"),
+            QStringLiteral("1,09 $ / 1 000 dictées"));
+        QCOMPARE(SM::costText(false, TE::Local, RE::Local, "nova-3", "x"),
+                 QStringLiteral("Gratuit"));
         // Gemini cleans up in its own call: the clean-up engine adds nothing.
         QCOMPARE(SM::costText(false, TE::Gemini, RE::OpenRouter, "nova-3", "openai/gpt-4o-mini"),
                  QStringLiteral("0,050 $ / 1 000 dictées"));
@@ -150,7 +155,8 @@ private Q_SLOTS:
         // system's one removes the key again.
         auto* mics = find<QComboBox>(&page, "micPicker");
         QCOMPARE(mics->count(), 2);
-        platform_.audio().mics << AudioSource{QStringLiteral("usb-mic"), QStringLiteral("Micro USB")};
+        platform_.audio().mics << AudioSource{QStringLiteral("usb-mic"),
+                                              QStringLiteral("Micro USB")};
         platform_.audio().micsChanged();
         QTRY_COMPARE(mics->count(), 3);
         QVERIFY(pick(mics, QStringLiteral("Micro USB")));

@@ -48,7 +48,8 @@ bool showsText(QWidget* root, const QString& text) {
 QByteArray loudPcm() {
     QByteArray pcm(32000, 0);
     auto* s = reinterpret_cast<int16_t*>(pcm.data());
-    for (int i = 0; i < 16000; ++i) s[i] = (i / 20) % 2 ? 12000 : -12000;
+    for (int i = 0; i < 16000; ++i)
+        s[i] = (i / 20) % 2 ? 12000 : -12000;
     return pcm;
 }
 
@@ -70,7 +71,8 @@ private Q_SLOTS:
         const double now = 1'800'000'000;
         QVERIFY(!creditsBanner(true, 10, 0, now));
         QCOMPARE(creditsBanner(true, 9, 0, now)->title, QStringLiteral("Plus que 9 crédits Ombry"));
-        QCOMPARE(creditsBanner(true, 9, 0, now)->text, QStringLiteral("Environ 45 minutes de dictée."));
+        QCOMPARE(creditsBanner(true, 9, 0, now)->text,
+                 QStringLiteral("Environ 45 minutes de dictée."));
         QCOMPARE(creditsBanner(true, 1, 0, now)->title, QStringLiteral("Plus que 1 crédit Ombry"));
         QCOMPARE(creditsBanner(true, 0, 0, now)->title, QStringLiteral("Plus de crédits Ombry"));
         QCOMPARE(creditsBanner(true, 0, 0, now)->button, QStringLiteral("100 crédits · 1,99 €"));
@@ -81,9 +83,11 @@ private Q_SLOTS:
         QVERIFY(!creditsBanner(true, std::nullopt, 0, now));
 
         QCOMPARE(ShellModel::firstName(QStringLiteral("Camille")), QStringLiteral("Camille"));
-        QCOMPARE(ShellModel::firstName(QStringLiteral("  Jean Pierre Martin")), QStringLiteral("Jean"));
+        QCOMPARE(ShellModel::firstName(QStringLiteral("  Jean Pierre Martin")),
+                 QStringLiteral("Jean"));
         QCOMPARE(ShellModel::greeting(QString()), QStringLiteral("Salut"));
-        QCOMPARE(ShellModel::statusTitle(State::Correcting, true, false), QStringLiteral("Traduction…"));
+        QCOMPARE(ShellModel::statusTitle(State::Correcting, true, false),
+                 QStringLiteral("Traduction…"));
         QCOMPARE(ShellModel::statusTitle(State::Recording, false, true),
                  QStringLiteral("Réunion en cours"));
     }
@@ -124,8 +128,9 @@ private Q_SLOTS:
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightControl,
                                    modifier::Control | modifier::RightControlDown});
         QTRY_VERIFY(onboarding->keyHeard());
-        QVERIFY(showsText(onboarding,
-                          QStringLiteral("C'est bon : ta touche est entendue. Parle, puis relâche.")));
+        QVERIFY(
+            showsText(onboarding,
+                      QStringLiteral("C'est bon : ta touche est entendue. Parle, puis relâche.")));
         controller.cancel();
         QTRY_COMPARE(controller.state(), State::Idle);
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightControl, 0});
