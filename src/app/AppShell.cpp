@@ -1,5 +1,7 @@
 #include "app/AppShell.h"
 
+#include "app/OmbryIcon.h"
+
 #include "data/Settings.h"
 #include "dictation/DictationController.h"
 #include "views/MainWindow.h"
@@ -7,12 +9,21 @@
 #include "views/TrayIcon.h"
 
 #include <QApplication>
+#include <QIcon>
 #include <QMessageBox>
+#include <QPixmap>
 
 namespace ombry {
 
 AppShell::AppShell(DictationController& controller, QObject* parent)
-    : QObject(parent), controller_(controller) {}
+    : QObject(parent), controller_(controller) {
+    // The program's icon for its windows and the task switcher, drawn like the installed one.
+    QIcon icon;
+    const QColor accent = QColor::fromRgbF(0.0f, 184 / 255.0f, 169 / 255.0f, 1.0f);
+    for (int size : {16, 24, 32, 48, 64, 128, 256})
+        icon.addPixmap(QPixmap::fromImage(OmbryIcon::render(size, accent)));
+    QApplication::setWindowIcon(icon);
+}
 
 AppShell::~AppShell() {
     delete window_.data();
