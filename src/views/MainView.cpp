@@ -222,7 +222,7 @@ void MainView::showPage() {
     }
     page_ = makePage(nav_.page(), settings_, controller_);
     pageSlot_->addWidget(page_);
-    page_->setVisible(isVisible()); // at once, not on the next turn of the loop
+    if (isVisible()) page_->show(); // at once, not on the next turn of the loop
     if (onboarding_) onboarding_->raise();
 }
 

@@ -12,13 +12,13 @@ namespace {
 const QStringList kPages = {"dashboard", "corrector",  "translator", "meetings",
                             "history",   "dictionary", "settings"};
 
-// The mean lightness of the picture and the number of distinct colours on it.
-std::pair<double, int> measure(const QImage& image) {
+// The mean lightness of a part of the picture and the number of distinct colours in it.
+std::pair<double, int> measure(const QImage& image, const QRect& part) {
     QSet<QRgb> colours;
     double sum = 0;
     int n = 0;
-    for (int y = 0; y < image.height(); y += 3)
-        for (int x = 0; x < image.width(); x += 3) {
+    for (int y = part.top(); y <= part.bottom(); y += 3)
+        for (int x = part.left(); x <= part.right(); x += 3) {
             const QRgb c = image.pixel(x, y);
             colours.insert(c);
             sum += qGray(c);
@@ -74,8 +74,12 @@ private Q_SLOTS:
             const QImage d(dark + "/" + page + ".png");
             QCOMPARE(l.size(), QSize(1200, 900));
             QCOMPARE(d.size(), QSize(1200, 900));
-            const auto [lightness, colours] = measure(l);
-            const auto [darkness, darkColours] = measure(d);
+            const auto [lightness, colours] = measure(l, l.rect());
+            const auto [darkness, darkColours] = measure(d, d.rect());
+            // The page itself, right of the sidebar: its header at least is drawn.
+            const QRect pageHead(260, 10, 900, 120);
+            QVERIFY2(measure(l, pageHead).second > 10, qPrintable(page));
+            QVERIFY2(measure(d, pageHead).second > 10, qPrintable(page));
             // Drawn: text and symbols give many colours; the appearances are far apart.
             QVERIFY2(colours > 40, qPrintable(page));
             QVERIFY2(darkColours > 40, qPrintable(page));
