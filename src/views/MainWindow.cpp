@@ -21,8 +21,12 @@ MainWindow::MainWindow(Navigation& nav, AppSettings& settings, DictationControll
     const std::optional<QString> frame = settings_.defaults().stringValue(QLatin1String(kFrameKey));
     if (!frame || !restoreGeometry(QByteArray::fromBase64(frame->toLatin1()))) {
         resize(1100, 760);
-        if (QScreen* screen = QGuiApplication::primaryScreen())
-            move(screen->availableGeometry().center() - rect().center());
+        if (QScreen* screen = QGuiApplication::primaryScreen()) {
+            // A small or highly scaled screen: the window fits inside it.
+            const QRect free = screen->availableGeometry();
+            resize(size().boundedTo(free.size() * 0.95).expandedTo(minimumSize()));
+            move(free.center() - rect().center());
+        }
     }
     buildMenus();
 }
