@@ -349,5 +349,17 @@ private Q_SLOTS:
     }
 };
 
-OMBRY_DESKTOP_TEST_MAIN(TstX11Keyboard)
+// The platform's hook still running when the process ends, after the application is gone:
+// its stop must neither crash nor lose the connection (the platform lives to the end).
+class TstX11KeyboardEnd : public TstX11Keyboard {
+    Q_OBJECT
+private Q_SLOTS:
+    void aHookLivesToTheEnd() {
+        KeyboardHook& hook = Platform::current().keyboard();
+        QVERIFY(hook.start([](const KeyEvent&) {}));
+        hook.setSwallowed({{keycode::R, modifier::Control | modifier::Option}});
+    }
+};
+
+OMBRY_DESKTOP_TEST_MAIN(TstX11KeyboardEnd)
 #include "tst_x11keyboard.moc"

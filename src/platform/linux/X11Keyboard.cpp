@@ -97,9 +97,13 @@ bool X11KeyboardHook::start(Handler handler) {
 void X11KeyboardHook::stop() {
     ++generation_;
     if (notifier_) {
-        // stop() may come from the handler, inside the notifier's own signal.
+        // stop() may come from the handler, inside the notifier's own signal; without an
+        // application any more (a hook that lives to the end of the process) there is none.
         notifier_->setEnabled(false);
-        notifier_.release()->deleteLater();
+        if (QCoreApplication::instance())
+            notifier_.release()->deleteLater();
+        else
+            notifier_.reset();
     }
     if (connection_) {
         ungrab();
