@@ -14,17 +14,21 @@ namespace ombry {
 namespace {
 
 QCoro::Task<void> notAvailable(Mode mode) {
-    printLine(QStringLiteral("erreur: le mode %1 n'est pas disponible dans cette version")
-                  .arg(QLatin1String(switchName(mode))));
+    printError(QStringLiteral("le mode %1 n'est pas disponible dans cette version")
+                   .arg(QLatin1String(switchName(mode))));
     co_return;
 }
 
 // --icon: the icon set in the accent colour.
 void runIcon(const QString& folder) {
+    // An empty argument would put the icons at the root of the file system.
+    if (folder.trimmed().isEmpty()) {
+        printError(QStringLiteral("--icon demande un dossier"));
+        return;
+    }
     QString error;
     const QColor accent = QColor::fromRgbF(0.0f, 184 / 255.0f, 169 / 255.0f, 1.0f);
-    if (!OmbryIcon::writeIconset(folder, accent, 0, &error))
-        printLine(QStringLiteral("erreur: ") + error);
+    if (!OmbryIcon::writeIconset(folder, accent, 0, &error)) printError(error);
 }
 
 // --snapshot: pictures of every page of the main window.
