@@ -18,9 +18,11 @@
 #include <QDir>
 #include <QFile>
 #include <QLabel>
+#include <QMenu>
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace ombry;
@@ -199,7 +201,15 @@ private Q_SLOTS:
         QVERIFY(window.menuBar()->actions().size() == 3);
         nav.setPage(Page::Dictionary);
         window.resize(1234, 800);
-        window.close();
+        // The menu bar: "Réglages…" asks the shell; Ctrl+W closes like the title bar's button.
+        QSignalSpy settingsAsked(&window, &MainWindow::settingsRequested);
+        QMenu* appMenu = window.menuBar()->actions().first()->menu();
+        for (QAction* a : appMenu->actions())
+            if (a->text() == QStringLiteral("Réglages…")) a->trigger();
+        QCOMPARE(settingsAsked.size(), 1);
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        QTest::keyClick(&window, Qt::Key_W, Qt::ControlModifier);
+        QTRY_VERIFY(!window.isVisible());
         QTRY_VERIFY(!window.view());
         QVERIFY(settingsFile().contains("windowFrame"));
 
