@@ -21,8 +21,10 @@
 #include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 using namespace ombry;
 namespace SM = SettingsModel;
@@ -263,6 +265,34 @@ private Q_SLOTS:
         QCOMPARE(stt->text(), QStringLiteral("Gemini 2.5 Flash Lite · OpenRouter"));
         KeyStore::shared().save(QString(), APIService::OpenRouter);
         QCOMPARE(stt->text(), QStringLiteral("Ombry IA"));
+    }
+
+    void engineChosenFromTheCard() {
+        AppSettings& settings = AppSettings::shared();
+        settings.setTranscriptionEngine(TranscriptionEngine::Local);
+        settings.setRewriteEngine(RewriteEngine::Local);
+        DictationController controller;
+        SettingsPage page(settings, controller);
+        page.show();
+        showTab(page, SM::Tab::Dictation);
+        QLabel* cost = nullptr;
+        for (QLabel* l : page.findChildren<QLabel*>())
+            if (l->text() == QStringLiteral("Gratuit")) cost = l;
+        QVERIFY(cost); // local speech and local clean-up cost nothing
+        // "Changer" opens the choices; the user clicks Deepgram in the menu.
+        QTimer::singleShot(200, this, [&page] {
+            auto* menu = page.findChild<QMenu*>(QStringLiteral("sttMenu"));
+            if (!menu) return;
+            for (QAction* a : menu->actions())
+                if (a->text() == QStringLiteral("Deepgram · ≈ 0,26 $ / h"))
+                    QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(a).center());
+        });
+        QTest::mouseClick(find<QPushButton>(&page, "changeStt"), Qt::LeftButton);
+        QCOMPARE(settingsFile().value("transcriptionEngine").toString(),
+                 QStringLiteral("deepgram"));
+        QCOMPARE(cost->text(), QStringLiteral("1,08 $ / 1 000 dictées"));
+        settings.setTranscriptionEngine(TranscriptionEngine::Local);
+        QCOMPARE(cost->text(), QStringLiteral("Gratuit"));
     }
 
     void erasingAsksFirstAndTheTabIsKept() {
