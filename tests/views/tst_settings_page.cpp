@@ -7,6 +7,7 @@
 #include "data/Store.h"
 #include "data/UserDefaults.h"
 #include "desktop/HotkeyMonitor.h"
+#include "desktop/LoginItem.h"
 #include "dictation/DictationController.h"
 #include "platform/Paths.h"
 #include "views/SettingsModel.h"
@@ -165,6 +166,15 @@ private Q_SLOTS:
         QCOMPARE(settingsFile().value("microphoneUID").toString(), QStringLiteral("usb-mic"));
         QVERIFY(pick(mics, QStringLiteral("Micro du système")));
         QVERIFY(!settingsFile().contains("microphoneUID"));
+
+        // Starting with the session: the autostart entry comes and goes with the switch.
+        auto* login = find<QCheckBox>(&page, "loginSwitch");
+        QCOMPARE(login->isChecked(), QFile::exists(LoginItem::path()));
+        const bool was = login->isChecked();
+        QTest::mouseClick(login, Qt::LeftButton);
+        QCOMPARE(QFile::exists(LoginItem::path()), !was);
+        QTest::mouseClick(login, Qt::LeftButton);
+        QCOMPARE(QFile::exists(LoginItem::path()), was);
         settings.setKey(DictationKey::RightOption);
         settings.setSounds(true);
     }
