@@ -303,6 +303,14 @@ private Q_SLOTS:
         QCOMPARE(cost->text(), QStringLiteral("1,08 $ / 1 000 dictées"));
         settings.setTranscriptionEngine(TranscriptionEngine::Local);
         QCOMPARE(cost->text(), QStringLiteral("Gratuit"));
+        // A paid clean-up behind local speech: its model is picked in the same card.
+        settings.setRewriteEngine(RewriteEngine::OpenRouter);
+        QVERIFY(pick(find<QComboBox>(&page, "openRouterModelPicker"),
+                     QStringLiteral("Mistral Nemo · le moins cher")));
+        QCOMPARE(settingsFile().value("openRouterModel").toString(),
+                 QStringLiteral("mistralai/mistral-nemo"));
+        QCOMPARE(cost->text(), QStringLiteral("0,013 $ / 1 000 dictées"));
+        settings.setRewriteEngine(RewriteEngine::Local);
     }
 
     void erasingAsksFirstAndTheTabIsKept() {
