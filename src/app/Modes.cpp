@@ -5,6 +5,7 @@
 #include "app/LocalModes.h"
 #include "app/OmbryIcon.h"
 #include "app/Output.h"
+#include "app/Snapshot.h"
 #include "app/SpeechModes.h"
 #include "app/UpdateMode.h"
 
@@ -29,6 +30,12 @@ void runIcon(const QString& folder) {
     QString error;
     const QColor accent = QColor::fromRgbF(0.0f, 184 / 255.0f, 169 / 255.0f, 1.0f);
     if (!OmbryIcon::writeIconset(folder, accent, 0, &error)) printError(error);
+}
+
+// --snapshot: pictures of every page of the main window.
+void runSnapshot(const QString& folder) {
+    QString error;
+    if (!Snapshot::render(folder, &error)) printLine(QStringLiteral("erreur: ") + error);
 }
 
 } // namespace
@@ -62,6 +69,9 @@ QCoro::Task<void> runMode(Switch sw) {
             break;
         case Mode::Icon:
             runIcon(sw.args.value(0));
+            break;
+        case Mode::Snapshot:
+            runSnapshot(sw.args.value(0));
             break;
         default:
             co_await notAvailable(sw.mode);

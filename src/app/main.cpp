@@ -54,7 +54,11 @@ int main(int argc, char** argv) {
             return 1;
         }
         app = std::make_unique<QApplication>(argc, argv);
-    } else if (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot) {
+    } else if (sw->mode == Mode::Snapshot) {
+        // Pictures of the window's widgets, drawn without any display.
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    } else if (sw->mode == Mode::Icon) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
         app = std::make_unique<QGuiApplication>(argc, argv);
     } else {
@@ -62,6 +66,7 @@ int main(int argc, char** argv) {
     }
     QCoreApplication::setApplicationName(QStringLiteral("Ombry Voice"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("quennard.com"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(OMBRY_VERSION));
     // Destroyed before the application and before static objects.
     const ThreadsStoppedAtExit threadsStopped;
 
