@@ -10,8 +10,6 @@
 
 #include <QApplication>
 #include <QCursor>
-#include <QDir>
-#include <QPainter>
 #include <QTest>
 #include <cmath>
 
@@ -333,60 +331,6 @@ private Q_SLOTS:
         QVERIFY(!watch->running());
         bubble.setInputWatch(nullptr);
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-
-    // Pictures of every face, for a look by eye: OMBRY_OVERLAY_PICTURES=/some/folder.
-    void pictures() {
-        const QString folder = qEnvironmentVariable("OMBRY_OVERLAY_PICTURES");
-        if (folder.isEmpty()) QSKIP("OMBRY_OVERLAY_PICTURES not set");
-        QDir().mkpath(folder);
-        OverlayInput ok;
-        ok.flash = QStringLiteral("42 mots");
-        OverlayInput error = ok;
-        error.flash = QStringLiteral("Clé Deepgram absente");
-        error.flashIsError = true;
-        OverlayInput working;
-        working.stage = OverlayStage::Processing;
-        OverlayInput translating;
-        translating.stage = OverlayStage::Correcting;
-        translating.translating = true;
-        const QList<QPair<QString, OverlayInput>> faces{
-            {QStringLiteral("flash"), ok},
-            {QStringLiteral("error"), error},
-            {QStringLiteral("recording"), recording()},
-            {QStringLiteral("live"),
-             recording(QStringLiteral("alors je voulais te dire que demain on pourrait se voir "
-                                      "vers dix heures pour parler du projet"))},
-            {QStringLiteral("working"), working},
-            {QStringLiteral("translating"), translating},
-        };
-        for (bool dark : {true, false}) {
-            for (const auto& [name, in] : faces) {
-                OverlayView view;
-                view.setAppearance(dark, false);
-                view.setAnimationTime(0.37);
-                view.setInput(in);
-                QImage canvas(view.size() + QSize(40, 40), QImage::Format_ARGB32);
-                canvas.fill(dark ? QColor(40, 60, 90) : QColor(210, 220, 235));
-                QPainter p(&canvas);
-                p.drawPixmap(20, 20, view.grab());
-                p.end();
-                canvas.save(folder + QStringLiteral("/overlay-%1-%2.png")
-                                         .arg(name, dark ? QStringLiteral("dark")
-                                                         : QStringLiteral("light")));
-            }
-            BubbleView card(QStringLiteral("Traduction"),
-                            QStringLiteral("Bonjour, pouvez-vous m'envoyer le rapport ?"),
-                            QStringLiteral("Hello, could you send me the report?"), dark, false);
-            card.resize(Placement::kBubbleWidth, Placement::bubbleHeight(card.fittingHeight()));
-            QImage canvas(card.size() + QSize(40, 40), QImage::Format_ARGB32);
-            canvas.fill(dark ? QColor(40, 60, 90) : QColor(210, 220, 235));
-            QPainter p(&canvas);
-            p.drawPixmap(20, 20, card.grab());
-            p.end();
-            canvas.save(folder + QStringLiteral("/bubble-%1.png")
-                                     .arg(dark ? QStringLiteral("dark") : QStringLiteral("light")));
-        }
     }
 };
 
