@@ -9,7 +9,6 @@
 #include "views/Placement.h"
 
 #include <QApplication>
-#include <QCursor>
 #include <QTest>
 #include <cmath>
 
@@ -199,14 +198,6 @@ private Q_SLOTS:
         QVERIFY(view.testAttribute(Qt::WA_ShowWithoutActivating));
         QVERIFY(view.testAttribute(Qt::WA_TranslucentBackground));
         QCOMPARE(view.focusPolicy(), Qt::NoFocus);
-
-        // The card takes clicks (its buttons) but never the focus either.
-        BubbleView card(QStringLiteral("Traduction"), QStringLiteral("bonjour"),
-                        QStringLiteral("hello"), true, false);
-        QVERIFY(card.windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus));
-        QVERIFY(card.windowFlags().testFlag(Qt::WindowStaysOnTopHint));
-        QVERIFY(!card.windowFlags().testFlag(Qt::WindowTransparentForInput));
-        QVERIFY(card.testAttribute(Qt::WA_ShowWithoutActivating));
     }
 
     void stripFollowsTheState() {
@@ -293,39 +284,28 @@ private Q_SLOTS:
         bubble.close();
     }
 
-    void bubbleClosesWhenTheUserGoesOn() {
+    // The session's clicks and keys are watched only while a card is open; the clicks and
+    // Escape themselves are played on a real desktop.
+    void inputIsWatchedOnlyWhileACardIsOpen() {
         auto owned = std::make_unique<FakeInputWatch>();
         FakeInputWatch* watch = owned.get();
         BubbleController& bubble = BubbleController::shared();
         bubble.setInputWatch(std::move(owned));
-        QVERIFY(!watch->running()); // nothing watched while no card is open
-
-        auto open = [&] {
+        QVERIFY(!watch->running());
+        const auto open = [&] {
             bubble.show(QStringLiteral("Traduction"), QStringLiteral("bonjour"),
                         QStringLiteral("hello"));
-            return bubble.panel();
         };
-        // Escape closes the card wherever the pointer is.
-        QCursor::setPos(QPoint(5, 5));
-        QVERIFY(open());
+        open();
         QVERIFY(watch->running());
-        watch->send(true);
+        watch->send(true); // Escape
         QVERIFY(!bubble.panel());
         QVERIFY(!watch->running());
-
-        // A click on the card is the card's; a click elsewhere closes it.
-        BubbleView* card = open();
-        QCursor::setPos(card->geometry().center());
-        watch->send(false);
-        QVERIFY(bubble.panel() == card);
-        QCursor::setPos(card->geometry().bottomRight() + QPoint(40, 40));
-        watch->send(false);
-        QVERIFY(!bubble.panel());
 
         // A card replacing another leaves one watch running.
         open();
         open();
-        QCOMPARE(watch->starts, 4);
+        QCOMPARE(watch->starts, 3);
         QVERIFY(watch->running());
         bubble.close();
         QVERIFY(!watch->running());
