@@ -14,6 +14,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 #include <QtEndian>
 #include <atomic>
 #include <mutex>
@@ -107,6 +108,7 @@ private Q_SLOTS:
         QCOMPARE(mics, QStringList{QStringLiteral("testmic")});
         QCOMPARE(Microphones::device(QStringLiteral("testmic"))->name, QStringLiteral("TestMic"));
         QVERIFY(!Microphones::device(QStringLiteral("mic.monitor")));
+        QVERIFY(!Microphones::device(QStringLiteral("TestMic"))); // by id, not by name
     }
 
     void speechIsRecordedWhole() {
@@ -219,12 +221,17 @@ private Q_SLOTS:
         AppSettings::shared().setMicrophoneUID(QStringLiteral("gonemic"));
         AudioRecorder r;
         QStringList lost;
-        r.onSourceLost = [&](const QString& why) { lost << why; };
+        bool lostOnMain = false;
+        r.onSourceLost = [&](const QString& why) {
+            lost << why;
+            lostOnMain = QThread::currentThread() == qApp->thread();
+        };
         r.start();
         QCOMPARE(r.currentUID(), std::optional<QString>(QStringLiteral("gonemic")));
         QVERIFY(server.play(speech));
         QVERIFY(server.unloadModule(module));
         QTRY_COMPARE(lost.size(), 1);
+        QVERIFY(lostOnMain);
         QVERIFY(r.isRecording());
         const AudioRecorder::Stopped s = r.stop();
         QVERIFY(s.duration > double(speechPcm.size()) / AudioRecorder::kBytesPerSecond);

@@ -1,13 +1,11 @@
 // The recorder's logic around the capture, driven through the fake audio system: what stop()
-// hands back, the level and pause signals and their threads, the microphone choice, and a
-// source that goes away in the middle of a recording.
+// hands back, the level and pause signals and their threads, and the start rules. The
+// microphone choice and a source that goes away are played on the real sound server.
 #include "FakePlatform.h"
 #include "audio/AudioRecorder.h"
-#include "audio/Microphones.h"
 #include "audio/Sounds.h"
 #include "data/Settings.h"
 
-#include <QSignalSpy>
 #include <QTest>
 #include <QThread>
 #include <QtEndian>
@@ -31,24 +29,6 @@ void feedFromThread(FakeAudio& audio, const QByteArray& pcm) {
     std::thread t([&] { audio.feed(pcm); });
     t.join();
 }
-
-// The fake audio system, refusing sources it does not have, as the sound server does.
-class PickyAudio final : public AudioSystem {
-public:
-    FakeAudio inner;
-    std::unique_ptr<CaptureStream> capture(const QString& source, PcmHandler onPcm,
-                                           EndHandler onEnd) override {
-        bool known = source.isEmpty();
-        for (const AudioSource& s : inner.mics)
-            known = known || s.name == source;
-        if (!known) throw std::runtime_error("No such entity");
-        return inner.capture(source, std::move(onPcm), std::move(onEnd));
-    }
-    QList<AudioSource> microphones() override { return inner.microphones(); }
-    void watchMicrophones(std::function<void()> h) override { inner.watchMicrophones(h); }
-    bool microphoneAvailable() override { return true; }
-    void play(const QByteArray& pcm, int rate) override { inner.play(pcm, rate); }
-};
 
 } // namespace
 
@@ -206,29 +186,6 @@ private Q_SLOTS:
         r.stop();
     }
 
-    void sourceLostKeepsTheAudio() {
-        AudioRecorder r;
-        QStringList lost;
-        bool lostOnMain = false;
-        r.onSourceLost = [&](const QString& why) {
-            lost << why;
-            lostOnMain = QThread::currentThread() == qApp->thread();
-        };
-        r.start();
-        feedFromThread(audio(), run(8000, 3000));
-        std::thread t([&] { audio().end(QStringLiteral("Entity killed")); });
-        t.join();
-        QTRY_COMPARE(lost, QStringList{QStringLiteral("Entity killed")});
-        QVERIFY(lostOnMain);
-        // Still recording as far as the caller knows, until it stops; nothing more arrives.
-        QVERIFY(r.isRecording());
-        audio().feed(run(8000, 3000));
-        AudioRecorder::Stopped s = r.stop();
-        QCOMPARE(s.duration, 0.5);
-        QCOMPARE(r.lastPCM(), run(8000, 3000));
-        QVERIFY(!r.isRecording());
-    }
-
     void startRules() {
         AudioRecorder r;
         r.start();
@@ -243,56 +200,6 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
         QVERIFY(!r.isRecording());
         QCOMPARE(r.stop().wav, QByteArray());
-    }
-
-    void microphoneChoice() {
-        auto picky = std::make_unique<PickyAudio>();
-        PickyAudio& audio = *picky;
-        Platform::current().setAudio(std::move(picky));
-        AudioRecorder r;
-
-        // The chosen microphone is used from the next start on.
-        AppSettings::shared().setMicrophoneUID(QStringLiteral("test-mic"));
-        r.start();
-        QCOMPARE(audio.inner.capturedFrom, QStringLiteral("test-mic"));
-        QCOMPARE(r.currentUID(), std::optional<QString>(QStringLiteral("test-mic")));
-        r.stop();
-
-        // One that is not plugged in: the recording goes on from the default microphone.
-        AppSettings::shared().setMicrophoneUID(QStringLiteral("usb-gone"));
-        r.start();
-        QVERIFY(r.isRecording());
-        QCOMPARE(audio.inner.capturedFrom, QString());
-        QCOMPARE(r.currentUID(), std::nullopt);
-        r.stop();
-
-        // Back to none: the default again.
-        AppSettings::shared().setMicrophoneUID(QStringLiteral("test-mic"));
-        r.start();
-        r.stop();
-        AppSettings::shared().setMicrophoneUID(std::nullopt);
-        r.start();
-        QCOMPARE(audio.inner.capturedFrom, QString());
-        QCOMPARE(r.currentUID(), std::nullopt);
-        r.stop();
-    }
-
-    void microphonesList() {
-        audio().mics << AudioSource{QStringLiteral("usb-1"), QStringLiteral("Micro USB")};
-        const QList<Microphones::Device> all = Microphones::all();
-        QCOMPARE(all.size(), 2);
-        QCOMPARE(all[1],
-                 (Microphones::Device{QStringLiteral("usb-1"), QStringLiteral("Micro USB")}));
-        QCOMPARE(Microphones::device(QStringLiteral("usb-1"))->name, QStringLiteral("Micro USB"));
-        QVERIFY(!Microphones::device(QStringLiteral("Micro USB")));
-
-        auto watcher = std::make_unique<Microphones::Watcher>();
-        QSignalSpy changed(watcher.get(), &Microphones::Watcher::changed);
-        audio().micsChanged();
-        QCOMPARE(changed.size(), 1);
-        // A watcher that is gone is not called.
-        watcher.reset();
-        audio().micsChanged();
     }
 
     void sounds() {

@@ -26,14 +26,9 @@ class TstControllerPipeline : public QObject {
     Q_OBJECT
     ControllerFixture f;
 
-    // A whole dictation by the key, Shift held at the press when asked, up to its end.
+    // A whole dictation by the key, up to its end.
     void dictateToEnd(bool shift = false) {
-        if (shift) f.platform.keyboard().flags = modifier::Shift;
-        QVERIFY(f.startRecording());
-        f.platform.keyboard().flags = 0;
-        f.platform.audio().feed(tone());
-        f.advance(1000);
-        f.c().handleRelease();
+        QVERIFY(f.dictate(shift));
         QTRY_COMPARE_WITH_TIMEOUT(f.state(), State::Idle, 10000);
     }
 

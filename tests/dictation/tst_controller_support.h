@@ -165,9 +165,13 @@ public:
         return QTest::qWaitFor([this] { return platform.audio().capturing(); }, 5000);
     }
 
-    // A whole dictation by the key: a second of speech, held, released.
-    bool dictate() {
-        if (!startRecording()) return false;
+    // A whole dictation by the key: a second of speech, held, released; Shift held at the
+    // press when asked.
+    bool dictate(bool shift = false) {
+        if (shift) platform.keyboard().flags = modifier::Shift;
+        const bool started = startRecording();
+        platform.keyboard().flags = 0;
+        if (!started) return false;
         platform.audio().feed(tone());
         advance(1000);
         controller->handleRelease();

@@ -106,12 +106,7 @@ private Q_SLOTS:
         QFile::link(system + "/en-us", models.filePath("acoustic"));
         QFile::link(system + "/cmudict-en-us.dict", models.filePath("words.dict"));
         QFile::link(system + "/en-us.lm.bin", models.filePath("words.lm.bin"));
-        QCOMPARE(run({"--test", wav}),
-                 QStringList({"transcription (t s): close the door",
-                              "apple intelligence disponible: false",
-                              "erreur: IA locale : erreur 0 non disponible sur cet ordinateur "
-                              "(modèle local requis)"}));
-
+        // With a local model server, the transcript is rewritten through it.
         server.on("/v1/models", Reply::json(QJsonObject{{"data", QJsonArray{}}}));
         server.on("/v1/chat/completions", chatCompletion("Ferme la porte."));
         QCOMPARE(run({"--test", wav}), QStringList({"transcription (t s): close the door",

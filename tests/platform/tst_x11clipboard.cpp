@@ -117,20 +117,6 @@ private Q_SLOTS:
         clipboard->clear();
         QVERIFY(!clipboard->text());
     }
-
-    void pastedTextArrivesIntact() {
-        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
-        auto clipboard = linux_platform::makeClipboard();
-        auto poster = linux_platform::makeKeyPoster();
-        const QString text = QStringLiteral("Voilà l'été : « ça déménage » — œuvre, naïf, 10 €");
-        bool fetched = false;
-        clipboard->setText(text, false, [&] { fetched = true; });
-        QVERIFY(poster->post(keycode::V, modifier::Primary));
-        QTRY_VERIFY(fetched);
-        const auto typed = desktop().closeTarget();
-        QVERIFY(typed);
-        QCOMPARE(*typed, text);
-    }
 };
 
 OMBRY_DESKTOP_TEST_MAIN(TstX11Clipboard)

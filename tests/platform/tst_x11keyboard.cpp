@@ -63,50 +63,38 @@ private Q_SLOTS:
         QVERIFY2(hook->start(heard.handler()), qPrintable(hook->reason()));
         QVERIFY(hook->running());
 
-        // Right Alt alone: Option and the device bit of the right key.
-        QVERIFY(desktop().keyboardPress(kc("Alt_R")));
-        auto e = heard.next(keycode::RightOption, Type::FlagsChanged);
-        QVERIFY(e);
-        QCOMPARE(e->flags, modifier::Option | modifier::RightOptionDown);
-        QCOMPARE(e->sourcePid, 0);
-        QVERIFY(!e->postedBySelf);
-        QCOMPARE(hook->lastModifierFlags(), modifier::Option | modifier::RightOptionDown);
-
-        // Left Alt joins; letting Right Alt go keeps Option for the left key, without the right
-        // key's bit.
-        QVERIFY(desktop().keyboardPress(kc("Alt_L")));
-        e = heard.next(keycode::LeftOption, Type::FlagsChanged);
-        QVERIFY(e);
-        QCOMPARE(e->flags, modifier::Option | modifier::RightOptionDown | LeftOptionDown);
-        QVERIFY(desktop().keyboardRelease(kc("Alt_R")));
-        e = heard.next(keycode::RightOption, Type::FlagsChanged);
-        QVERIFY(e);
-        QCOMPARE(e->flags, modifier::Option | LeftOptionDown);
-        QVERIFY(desktop().keyboardRelease(kc("Alt_L")));
-        e = heard.next(keycode::LeftOption, Type::FlagsChanged);
-        QVERIFY(e);
-        QCOMPARE(e->flags, uint64_t(0));
-        QCOMPARE(hook->lastModifierFlags(), uint64_t(0));
-
-        // The other dictation keys.
         const struct {
+            bool press;
             const char* keysym;
             uint16_t code;
             uint64_t flags;
-        } keys[] = {
-            {"Super_R", keycode::RightCommand, modifier::Command | modifier::RightCommandDown},
-            {"Control_R", keycode::RightControl, modifier::Control | modifier::RightControlDown},
-            {"Menu", keycode::Fn, modifier::FnDown},
+        } steps[] = {
+            // Right Alt alone: Option and the device bit of the right key.
+            {true, "Alt_R", keycode::RightOption, modifier::Option | modifier::RightOptionDown},
+            // Left Alt joins; letting Right Alt go keeps Option for the left key, without the
+            // right key's bit.
+            {true, "Alt_L", keycode::LeftOption,
+             modifier::Option | modifier::RightOptionDown | LeftOptionDown},
+            {false, "Alt_R", keycode::RightOption, modifier::Option | LeftOptionDown},
+            {false, "Alt_L", keycode::LeftOption, 0},
+            // The other dictation keys.
+            {true, "Super_R", keycode::RightCommand,
+             modifier::Command | modifier::RightCommandDown},
+            {false, "Super_R", keycode::RightCommand, 0},
+            {true, "Control_R", keycode::RightControl,
+             modifier::Control | modifier::RightControlDown},
+            {false, "Control_R", keycode::RightControl, 0},
+            {true, "Menu", keycode::Fn, modifier::FnDown},
+            {false, "Menu", keycode::Fn, 0},
         };
-        for (const auto& key : keys) {
-            QVERIFY(desktop().keyboardPress(kc(key.keysym)));
-            e = heard.next(key.code, Type::FlagsChanged);
-            QVERIFY2(e, key.keysym);
-            QCOMPARE(e->flags, key.flags);
-            QVERIFY(desktop().keyboardRelease(kc(key.keysym)));
-            e = heard.next(key.code, Type::FlagsChanged);
-            QVERIFY2(e, key.keysym);
-            QCOMPARE(e->flags, uint64_t(0));
+        for (const auto& step : steps) {
+            QVERIFY(step.press ? desktop().keyboardPress(kc(step.keysym))
+                               : desktop().keyboardRelease(kc(step.keysym)));
+            const auto e = heard.next(step.code, Type::FlagsChanged);
+            QVERIFY2(e, step.keysym);
+            QCOMPARE(e->flags, step.flags);
+            QVERIFY(!e->postedBySelf && e->sourcePid == 0);
+            QCOMPARE(hook->lastModifierFlags(), step.flags);
         }
 
         hook->stop();
