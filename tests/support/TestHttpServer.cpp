@@ -81,6 +81,16 @@ QStringList RecordedRequest::queryValues(const QString& key) const {
     return values;
 }
 
+QList<QPair<QString, QString>> RecordedRequest::form() const {
+    return decodePairs(body);
+}
+
+QString RecordedRequest::formValue(const QString& key) const {
+    for (const auto& [k, v] : form())
+        if (k == key) return v;
+    return {};
+}
+
 QJsonObject RecordedRequest::json() const {
     return QJsonDocument::fromJson(body).object();
 }
@@ -169,6 +179,10 @@ TestHttpServer::~TestHttpServer() {
 
 QUrl TestHttpServer::url() const {
     return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server_->serverPort()));
+}
+
+quint16 TestHttpServer::port() const {
+    return server_->serverPort();
 }
 
 void TestHttpServer::on(const QString& path, const Reply& reply) {
@@ -331,6 +345,7 @@ void TestHttpServer::process(QTcpSocket* socket) {
 
     const bool clientWantsClose = request.header("connection").toLower() == "close";
     requests_.append(request);
+    Q_EMIT requestReceived(request);
     answer(socket, request, clientWantsClose);
 }
 

@@ -32,6 +32,10 @@ struct RecordedRequest {
     bool hasHeader(const QByteArray& name) const;
     // Every value of a query key, in order.
     QStringList queryValues(const QString& key) const;
+    // The body read as application/x-www-form-urlencoded, decoded, in order.
+    QList<QPair<QString, QString>> form() const;
+    // The first form value of a key; empty when absent.
+    QString formValue(const QString& key) const;
     // The body parsed as a JSON object; empty when it is not one.
     QJsonObject json() const;
 };
@@ -95,6 +99,7 @@ public:
 
     // http://127.0.0.1:PORT, without a trailing slash.
     QUrl url() const;
+    quint16 port() const;
 
     // The standing answer for a path.
     void on(const QString& path, const Reply& reply);
@@ -118,6 +123,9 @@ public:
     // Runs a program to its end while this thread's event loop keeps turning (so the server can
     // answer it). Returns false if it did not finish within the time; it is then killed.
     static bool runProcess(QProcess& process, int timeoutMs = 30000);
+
+Q_SIGNALS:
+    void requestReceived(const ombry::test::RecordedRequest& request);
 
 private:
     struct Connection;
