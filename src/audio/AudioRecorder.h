@@ -77,7 +77,7 @@ public:
     bool isRecording() const;
     int64_t lastPeak() const;
     QByteArray lastPCM() const;
-    // The source recorded from last (empty: the server's default).
+    // The source recorded from last (none: the server's default).
     std::optional<QString> currentUID() const;
 
     // Opens the connection to the sound server ahead of the first dictation, so that the first
@@ -88,6 +88,9 @@ public:
     std::function<void(int64_t)> onPause;             // byte offset, capture thread
     std::function<void(const QByteArray&)> onBuffer;  // each PCM buffer, capture thread
     std::function<void(const QString&)> onSourceLost; // reason; main thread
+    // After onSourceLost the recorder still counts as recording, with nothing more coming in,
+    // until its owner calls stop() (on its queue) and gets what was captured before the loss.
+    // onBuffer and onPause must be quick: the capture waits for them.
 
     struct Shared; // the state that the capture thread and posted callbacks share
 

@@ -3,6 +3,8 @@
 
 #include <QCoreApplication>
 #include <QPointer>
+#include <QTimer>
+#include <algorithm>
 #include <atomic>
 #include <stdexcept>
 
@@ -129,6 +131,7 @@ struct Watchers {
     std::mutex mutex;
     std::vector<std::function<void()>> handlers;
     std::atomic<bool> posted{false};
+    std::function<void()> afterNotify; // main thread
 
     void notify(const std::shared_ptr<Watchers>& self) {
         QCoreApplication* app = QCoreApplication::instance();
@@ -146,6 +149,7 @@ struct Watchers {
                 }
                 for (const auto& h : copy)
                     h();
+                if (me->afterNotify) me->afterNotify();
             },
             Qt::QueuedConnection);
     }
@@ -217,6 +221,12 @@ public:
             std::lock_guard guard(watchers_->mutex);
             watchers_->handlers.push_back(std::move(handler));
         }
+        if (!timers_) {
+            timers_ = std::make_unique<QObject>();
+            watchers_->afterNotify = [this] {
+                if (client_.state() == PulseClient::State::Dead) keepWatching(1000);
+            };
+        }
         // Starts connecting, so that events flow, without waiting for the server.
         try {
             client_.connection();
@@ -224,7 +234,36 @@ public:
         }
     }
 
+    // Main thread. The server went away while someone watches the microphones: try again
+    // now and then (less and less often) so that its return is noticed and reported. Only
+    // while the server is gone; a connection that comes up reports the microphones itself.
+    void keepWatching(int delayMs) {
+        if (retrying_) return;
+        retrying_ = true;
+        QTimer::singleShot(delayMs, timers_.get(), [this, delayMs] {
+            retrying_ = false;
+            switch (client_.state()) {
+            case PulseClient::State::Ready:
+                return;
+            case PulseClient::State::Dead:
+            case PulseClient::State::None:
+                try {
+                    client_.connection();
+                } catch (const std::runtime_error&) {
+                }
+                break;
+            case PulseClient::State::Connecting:
+                break;
+            }
+            keepWatching(std::min(delayMs * 2, 30000));
+        });
+    }
+
     bool microphoneAvailable() override {
+        // Asked at each key press, on the main thread: a live connection answers at once (the
+        // server then always has a default source, a monitor at worst). Only a first use or a
+        // lost server costs a connection and a question.
+        if (client_.state() == PulseClient::State::Ready) return true;
         std::shared_ptr<PulseConnection> c;
         try {
             c = client_.ready();
@@ -260,6 +299,8 @@ public:
 private:
     std::shared_ptr<Watchers> watchers_;
     PulseClient client_;
+    std::unique_ptr<QObject> timers_; // the retries' context, on the main thread
+    bool retrying_ = false;
 };
 
 } // namespace

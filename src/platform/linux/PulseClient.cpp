@@ -237,6 +237,21 @@ std::shared_ptr<PulseConnection> PulseClient::connection() {
     return current_;
 }
 
+PulseClient::State PulseClient::state() {
+    std::lock_guard guard(mutex_);
+    if (!current_) return State::None;
+    PulseConnection::Lock lock(*current_);
+    switch (pa_context_get_state(current_->context())) {
+    case PA_CONTEXT_READY:
+        return State::Ready;
+    case PA_CONTEXT_FAILED:
+    case PA_CONTEXT_TERMINATED:
+        return State::Dead;
+    default:
+        return State::Connecting;
+    }
+}
+
 std::shared_ptr<PulseConnection> PulseClient::ready() {
     std::shared_ptr<PulseConnection> c = connection();
     PulseConnection::Lock lock(*c);

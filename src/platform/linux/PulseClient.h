@@ -84,6 +84,10 @@ public:
     // (in French) when there is no server.
     std::shared_ptr<PulseConnection> ready();
 
+    enum class State { None, Connecting, Ready, Dead };
+    // Where the current connection stands; never blocks on the server.
+    State state();
+
 private:
     std::mutex mutex_;
     std::shared_ptr<PulseConnection> current_;
