@@ -56,6 +56,9 @@ QString sourceName(const KeyEvent& e) {
 
 HotkeyMonitor::HotkeyMonitor(AppSettings* settings, QObject* parent)
     : QObject(parent), settings_(settings) {
+    // The platform is made first so that it is destroyed after a monitor that lives until the
+    // end of the process: the destructor still stops the hook.
+    Platform::current();
     AppSettings& s = this->settings();
     for (auto signal :
          {&AppSettings::correctionShortcutChanged, &AppSettings::correctionKeyCodeChanged,

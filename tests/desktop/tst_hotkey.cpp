@@ -77,19 +77,15 @@ private Q_SLOTS:
         calls.clear();
         monitor = std::make_unique<HotkeyMonitor>();
         monitor->isDictating = [this] { return dictating; };
-        for (const char* name :
-             {"press", "release", "correct", "double", "triple", "speak", "cancel", "pasteLast"}) {
-            std::function<void()> count = [this, name] { ++calls[QLatin1String(name)]; };
-            const QString n = QLatin1String(name);
-            if (n == "press") monitor->onPress = count;
-            if (n == "release") monitor->onRelease = count;
-            if (n == "correct") monitor->onCorrect = count;
-            if (n == "double") monitor->onDoubleCopy = count;
-            if (n == "triple") monitor->onTripleCopy = count;
-            if (n == "speak") monitor->onSpeak = count;
-            if (n == "cancel") monitor->onCancel = count;
-            if (n == "pasteLast") monitor->onPasteLast = count;
-        }
+        auto count = [this](const char* name) { return [this, name] { ++calls[name]; }; };
+        monitor->onPress = count("press");
+        monitor->onRelease = count("release");
+        monitor->onCorrect = count("correct");
+        monitor->onDoubleCopy = count("double");
+        monitor->onTripleCopy = count("triple");
+        monitor->onSpeak = count("speak");
+        monitor->onCancel = count("cancel");
+        monitor->onPasteLast = count("pasteLast");
         monitor->start();
     }
     void cleanup() { monitor.reset(); }
