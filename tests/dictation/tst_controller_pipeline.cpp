@@ -42,12 +42,20 @@ private Q_SLOTS:
     void cleanup() { f.tearDown(); }
 
     // The whole road: the recording goes to the speech model, a clean transcript skips the
-    // rewrite, the record is stored with its audio before the text reaches the window that
-    // was in front, and the user's clipboard comes back once the target has read it.
+    // rewrite, the record is stored with its audio, the text reaches the window that was in
+    // front at the press, and the user's clipboard comes back once the target has read it.
     void fullDictation() {
+        AppSettings::shared().setSounds(true);
         const int stored = Store::shared().dictations().size();
         const QDateTime pressed = f.platform.clock().now();
-        dictateToEnd();
+        QVERIFY(f.startRecording());
+        QCOMPARE(f.sounds(), QStringList{"Tink"});
+        f.platform.windows().front = AppWindow{9, "firefox", "Firefox", "firefox", 9};
+        f.platform.audio().feed(tone());
+        f.advance(1000);
+        f.c().handleRelease();
+        QCOMPARE(f.sounds(), (QStringList{"Tink", "Pop"}));
+        QTRY_COMPARE(f.state(), State::Idle);
         QCOMPARE(f.models.calls, QStringList{"transcription"});
         QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
         QCOMPARE(f.platform.keyPoster().posted.last(), (KeyCombo{keycode::V, modifier::Control}));
@@ -66,6 +74,7 @@ private Q_SLOTS:
         QVERIFY(audio.open(QIODevice::ReadOnly));
         QVERIFY(audio.read(4) == "RIFF");
         QCOMPARE(f.platform.windows().activated.size(), 1);
+        QCOMPARE(f.platform.windows().activated[0].appId, f.editor.appId);
         QTRY_COMPARE(clipboardText(f.platform).value_or(""), kPaper);
     }
 
