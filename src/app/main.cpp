@@ -44,10 +44,9 @@ int main(int argc, char** argv) {
         }
         app = std::make_unique<QApplication>(argc, argv);
     } else if (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot) {
-            qputenv("QT_QPA_PLATFORM", "offscreen");
-            app = std::make_unique<QGuiApplication>(argc, argv);
-        }
-    else {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
     QCoreApplication::setApplicationName(QStringLiteral("Ombry Voice"));
