@@ -200,6 +200,37 @@ private Q_SLOTS:
         QVERIFY2(near(heard[2], energy(pcm2)), qPrintable(QString::number(heard[2])));
     }
 
+    void theCaptureFollowsTheApplicationToItsNextStream() {
+        // The first call ends (its stream goes), a second one begins in the same application.
+        const QString first = dir.filePath(QStringLiteral("first.wav"));
+        const QString second = dir.filePath(QStringLiteral("second.wav"));
+        auto write = [](const QString& path, const QByteArray& data) {
+            QFile f(path);
+            return f.open(QIODevice::WriteOnly) && f.write(AudioRecorder::wav(data)) > 0;
+        };
+        QVERIFY(write(first, silence(0.8) + pcm0 + silence(1.0)));
+        QVERIFY(write(second, silence(0.8) + pcm2 + silence(1.0)));
+        CallTranslator call;
+        call.setTargetBundleID(QStringLiteral("appel"));
+        heard.clear();
+        play(first, QStringLiteral("Appel"));
+        QTRY_VERIFY(playing(call, QStringLiteral("appel")));
+        call.start();
+        QVERIFY(call.running());
+        waitPlayers();
+        QTRY_VERIFY(!playing(call, QStringLiteral("appel")));
+        QTest::qWait(500);
+        play(second, QStringLiteral("Appel"));
+        waitPlayers();
+        QTest::qWait(300);
+        call.stop();
+        QTRY_VERIFY_WITH_TIMEOUT(call.lines().size() == 2 && call.lines()[1].done, 15000);
+        QCOMPARE(call.lines()[1].fr, french[1]);
+        QCOMPARE(heard.size(), 2);
+        QVERIFY2(near(heard[0], energy(pcm0)), qPrintable(QString::number(heard[0])));
+        QVERIFY2(near(heard[1], energy(pcm2)), qPrintable(QString::number(heard[1])));
+    }
+
     void aChosenApplicationThatIsSilentIsNamed() {
         CallTranslator call;
         call.setTargetBundleID(QStringLiteral("org.example.Visio"));
