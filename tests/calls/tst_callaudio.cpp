@@ -235,7 +235,7 @@ private Q_SLOTS:
         CallTranslator call;
         call.setTargetBundleID(QStringLiteral("org.example.Visio"));
         call.start();
-        QVERIFY(!call.running());
+        QTRY_VERIFY(!call.running());
         QCOMPARE(call.error(), QStringLiteral("Ouvre Visio d'abord, puis démarre les sous-titres"));
     }
 };

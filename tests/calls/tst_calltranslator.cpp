@@ -211,7 +211,7 @@ private Q_SLOTS:
             CallTranslator again;
             QCOMPARE(again.targetName(), QStringLiteral("Visio"));
             again.start();
-            QVERIFY(!again.running());
+            QTRY_VERIFY(!again.running());
             QCOMPARE(again.error(),
                      QStringLiteral("Ouvre Visio d'abord, puis démarre les sous-titres"));
             QCOMPARE(audio().capturingOutput(), false);

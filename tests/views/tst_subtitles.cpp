@@ -140,8 +140,8 @@ private Q_SLOTS:
         // Start with a chosen application that plays nothing: the panel says so.
         call.setTargetBundleID(QStringLiteral("org.example.Visio"));
         QTest::mouseClick(buttonWithText(view, QStringLiteral("Démarrer")), Qt::LeftButton);
-        QCOMPARE(view.content().main,
-                 QStringLiteral("Ouvre Visio d'abord, puis démarre les sous-titres"));
+        QTRY_COMPARE(view.content().main,
+                     QStringLiteral("Ouvre Visio d'abord, puis démarre les sous-titres"));
         call.setTargetBundleID(std::nullopt);
         view.setHover(false);
         QVERIFY(buttonWithText(view, QStringLiteral("Démarrer"))->isHidden());
