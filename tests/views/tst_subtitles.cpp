@@ -170,7 +170,8 @@ private Q_SLOTS:
             for (int k = 0; k < 20; ++k)
                 platform.audio().feedOutput(QByteArray(2048, '\0'));
         }
-        QTRY_COMPARE(view.content().main, QStringLiteral("Commençons par la feuille de route."));
+        QTRY_VERIFY(call.lines().size() == 2 && call.lines()[0].done && call.lines()[1].done);
+        QCOMPARE(view.content().main, QStringLiteral("Commençons par la feuille de route."));
         QCOMPARE(view.content().previous, QStringLiteral("Tout le monde m'entend ?"));
         QCOMPARE(view.content().english, QStringLiteral("Let's start with the roadmap."));
         QCOMPARE(view.content().source, QStringLiteral("Discord"));
