@@ -34,24 +34,33 @@ SubtitleContent subtitleContent(const SubtitleState& state, bool showEnglish) {
 }
 
 const QStringList& knownCallApps() {
-    // Desktop-file ids of the usual call programs on Linux, browsers last.
-    static const QStringList ids{QStringLiteral("discord"),
+    // The usual call programs, in the order of their tiles: each one's identifier on the
+    // original platform, then its desktop-file ids on Linux (native, Flatpak).
+    static const QStringList ids{QStringLiteral("com.hnc.Discord"),
+                                 QStringLiteral("discord"),
                                  QStringLiteral("com.discordapp.Discord"),
+                                 QStringLiteral("us.zoom.xos"),
                                  QStringLiteral("zoom"),
                                  QStringLiteral("us.zoom.Zoom"),
+                                 QStringLiteral("com.microsoft.teams2"),
                                  QStringLiteral("teams-for-linux"),
                                  QStringLiteral("com.github.IsmaelMartinez.teams_for_linux"),
-                                 QStringLiteral("skypeforlinux"),
-                                 QStringLiteral("com.skype.Client"),
+                                 QStringLiteral("com.apple.FaceTime"),
+                                 QStringLiteral("com.tinyspeck.slackmacgap"),
                                  QStringLiteral("slack"),
                                  QStringLiteral("com.slack.Slack"),
-                                 QStringLiteral("signal-desktop"),
-                                 QStringLiteral("org.signal.Signal"),
+                                 QStringLiteral("net.whatsapp.WhatsApp"),
+                                 QStringLiteral("whatsapp-for-linux"),
+                                 QStringLiteral("com.github.eneshecan.WhatsAppForLinux"),
+                                 QStringLiteral("com.google.Chrome"),
                                  QStringLiteral("google-chrome"),
                                  QStringLiteral("chromium"),
+                                 QStringLiteral("org.chromium.Chromium"),
+                                 QStringLiteral("com.apple.Safari"),
                                  QStringLiteral("firefox-esr"),
                                  QStringLiteral("firefox"),
-                                 QStringLiteral("org.mozilla.firefox")};
+                                 QStringLiteral("org.mozilla.firefox"),
+                                 QStringLiteral("company.thebrowser.Browser")};
     return ids;
 }
 
