@@ -89,7 +89,7 @@ DashboardSnapshot compute(const Store& store, int typingWPM, bool usesCredits,
     const QList<AppShare> shares = store.appShares();
     for (qsizetype i = 0; i < shares.size() && i < kAppLines; ++i) {
         const AppShare& a = shares.at(i);
-        s.apps.append({a.name, a.bundleID,
+        s.apps.append({a.name, a.bundleID, a.share,
                        QString::number(std::lround(a.share * 100)) + QStringLiteral(" %")});
     }
     return s;

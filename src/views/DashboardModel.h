@@ -40,6 +40,7 @@ struct StatCard {
 struct AppShareLine {
     QString name;
     std::optional<QString> bundleID;
+    double share = 0;
     QString percent; // "42 %"
 };
 

@@ -4,6 +4,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPalette>
+#include <QPixmap>
 #include <QtMath>
 
 namespace ombry {
@@ -166,6 +167,20 @@ void paintSymbol(QPainter& p, const QString& name, const QRectF& r, const QColor
         p.drawEllipse(b.center(), s * 0.15, s * 0.15);
     }
     p.restore();
+}
+
+QIcon symbolIcon(const QString& name, const QColor& color, int size) {
+    QIcon icon;
+    for (int scale : {1, 2}) {
+        QPixmap pm(size * scale, size * scale);
+        pm.setDevicePixelRatio(scale);
+        pm.fill(Qt::transparent);
+        QPainter p(&pm);
+        paintSymbol(p, name, QRectF(1, 1, size - 2, size - 2), color);
+        p.end();
+        icon.addPixmap(pm);
+    }
+    return icon;
 }
 
 void paintAppBadge(QPainter& p, const QRectF& r, const QString& appName) {

@@ -2,6 +2,7 @@
 
 #include <QColor>
 #include <QFrame>
+#include <QIcon>
 #include <QRectF>
 #include <QString>
 
@@ -33,6 +34,9 @@ PageColors pageColors(const QPalette& palette);
 // "copy", "play", "chevron-down", "chevron-up", "trash", "cross", "arrow", "search", "book",
 // "bolt", "wand". An unknown name draws a dot.
 void paintSymbol(QPainter& p, const QString& name, const QRectF& r, const QColor& color);
+
+// The symbol as an icon for buttons, at 1× and 2× scale.
+QIcon symbolIcon(const QString& name, const QColor& color, int size = 16);
 
 // A round badge with the initial of an application, in a colour of its own.
 void paintAppBadge(QPainter& p, const QRectF& r, const QString& appName);
