@@ -1,12 +1,17 @@
+#include "app/DesktopApp.h"
 #include "app/Modes.h"
 #include "app/Output.h"
 #include "app/Startup.h"
 #include "app/Switches.h"
+#include "data/Problems.h"
+#include "desktop/Log.h"
+#include "platform/Paths.h"
+#include "platform/SerialQueue.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QTimer>
-#include <cstdlib>
 #include <memory>
 
 using namespace ombry;
@@ -18,20 +23,42 @@ QCoro::Task<void> runAndExit(Switch sw) {
     // Work that the mode posted to the main thread (a cost to record) runs before the end.
     QCoreApplication::processEvents();
     finishHeadlessRun();
-    std::exit(0);
+    QCoreApplication::exit(0);
 }
+
+// Every way out of main passes here before static objects are destroyed: the worker threads
+// (list saves, journal) are stopped and joined while the clock and the platform they read
+// still exist.
+struct ThreadsStoppedAtExit {
+    ~ThreadsStoppedAtExit() { SerialQueue::stopAll(); }
+};
 
 } // namespace
 
 int main(int argc, char** argv) {
     QStringList arguments;
+    // File names are bytes: kept whole even when they are not valid in the locale's encoding.
     for (int i = 0; i < argc; ++i)
-        arguments << QString::fromLocal8Bit(argv[i]);
+        arguments << Paths::fromNative(QByteArray(argv[i]));
     const std::optional<Switch> sw = findSwitch(arguments);
 
     // The modes that draw need a GUI application but never a window or a display.
     std::unique_ptr<QCoreApplication> app;
-    if (sw && (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot)) {
+    if (!sw) {
+        // The desktop program draws on the user's screen.
+        if (!prepareDesktopSession()) {
+            printLine(QStringLiteral("Ombry Voice : aucun affichage (DISPLAY et WAYLAND_DISPLAY "
+                                     "sont vides). L'application de bureau a besoin d'une "
+                                     "session graphique ; les modes en ligne de commande sont "
+                                     "listés dans le README."));
+            return 1;
+        }
+        app = std::make_unique<QApplication>(argc, argv);
+    } else if (sw->mode == Mode::Snapshot) {
+        // Pictures of the window's widgets, drawn without any display.
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    } else if (sw->mode == Mode::Icon) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
         app = std::make_unique<QGuiApplication>(argc, argv);
     } else {
@@ -39,15 +66,15 @@ int main(int argc, char** argv) {
     }
     QCoreApplication::setApplicationName(QStringLiteral("Ombry Voice"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("quennard.com"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(OMBRY_VERSION));
+    // Destroyed before the application and before static objects.
+    const ThreadsStoppedAtExit threadsStopped;
 
+    // What the data layer cannot do with a file goes to the journal.
+    DataProblems::setReporter(&Log::write);
     runStartupHead();
 
-    if (!sw) {
-        printLine(QStringLiteral(
-            "Ombry Voice : l'application de bureau n'est pas encore disponible dans cette version."
-            " Les modes en ligne de commande sont listés dans le README."));
-        return 0;
-    }
+    if (!sw) return runDesktop(static_cast<QApplication&>(*app));
     QTimer::singleShot(0, app.get(), [s = *sw] { runAndExit(s); });
     app->exec();
     return 0;

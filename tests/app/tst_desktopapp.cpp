@@ -1,0 +1,171 @@
+// The start of the desktop program: one program per user, and what the user is told when the
+// dictation key cannot be heard.
+#include "app/DesktopApp.h"
+#include "app/SingleInstance.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace ombry;
+
+class TstDesktopApp : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void secondStartTellsTheFirstAndStepsAside() {
+        QTemporaryDir dir;
+        SingleInstance first(dir.path());
+        int told = 0;
+        first.onAnotherStart = [&told] { ++told; };
+        QVERIFY(first.claim());
+        QVERIFY(QFile::exists(first.socketPath()));
+
+        // Each later start finds the first, tells it and does not claim.
+        for (int i = 1; i <= 2; ++i) {
+            SingleInstance second(dir.path());
+            QVERIFY(!second.claim());
+            QTRY_COMPARE(told, i);
+        }
+        // A stranger on the socket that says something else is not a start.
+        QLocalSocket stranger;
+        stranger.connectToServer(first.socketPath());
+        QVERIFY(stranger.waitForConnected(1000));
+        stranger.write("bonjour\n");
+        stranger.flush();
+        QTest::qWait(100);
+        QCOMPARE(told, 2);
+    }
+
+    void programThatDiedLeavesNothingInTheWay() {
+        // A crash leaves the socket file and a lock whose process is gone.
+        QTemporaryDir dir;
+        QFile socket(dir.filePath(QStringLiteral("ombry-voice.sock")));
+        QVERIFY(socket.open(QIODevice::WriteOnly));
+        socket.close();
+        QFile lock(dir.filePath(QStringLiteral("ombry-voice.lock")));
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.write("999999\nombry-voice\n" + QSysInfo::machineHostName().toUtf8() + "\n");
+        lock.close();
+
+        SingleInstance next(dir.path());
+        QVERIFY(next.claim());
+        int told = 0;
+        next.onAnotherStart = [&told] { ++told; };
+        SingleInstance later(dir.path());
+        QVERIFY(!later.claim());
+        QTRY_COMPARE(told, 1);
+    }
+
+    // The real program, twice, on an invisible screen and without a keyboard hook: the second
+    // start tells the first and exits; the first says at start that the key is not heard, and
+    // ends cleanly on SIGTERM.
+    void secondProgramStepsAside() {
+        QTemporaryDir home;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
+        env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        env.remove(QStringLiteral("DISPLAY"));
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        // The warm-ups go to a closed local port, not to the network.
+        for (const char* var : {"OMBRY_OPENROUTER_URL", "OMBRY_LANGUAGETOOL_URL"})
+            env.insert(QLatin1String(var), QStringLiteral("http://127.0.0.1:9"));
+        QDir().mkpath(home.filePath(QStringLiteral("run")));
+        QFile::setPermissions(home.filePath(QStringLiteral("run")), QFileDevice::ReadOwner |
+                                                                        QFileDevice::WriteOwner |
+                                                                        QFileDevice::ExeOwner);
+        const QString binary = qEnvironmentVariable("OMBRY_BINARY");
+        const QString journal = home.filePath(QStringLiteral("data/Ombry Voice/journal.log"));
+        auto journalHas = [&](const QString& words) {
+            QFile f(journal);
+            return f.open(QIODevice::ReadOnly) && QString::fromUtf8(f.readAll()).contains(words);
+        };
+
+        QProcess first;
+        first.setProcessEnvironment(env);
+        first.start(binary, {});
+        QVERIFY(first.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(journalHas(QStringLiteral("ordinateur: ")), 20000);
+        QVERIFY(journalHas(QStringLiteral("erreur: Touche de dictée indisponible")));
+        QCOMPARE(first.state(), QProcess::Running);
+
+        QProcess second;
+        second.setProcessEnvironment(env);
+        second.start(binary, {});
+        QVERIFY(second.waitForFinished(20000));
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(QString::fromUtf8(second.readAllStandardOutput()).trimmed(),
+                 QStringLiteral("Ombry Voice est déjà lancé."));
+        QTRY_VERIFY_WITH_TIMEOUT(journalHas(QStringLiteral("second démarrage ignoré")), 5000);
+        QCOMPARE(first.state(), QProcess::Running);
+
+        first.terminate(); // SIGTERM
+        QVERIFY(first.waitForFinished(10000));
+        QCOMPARE(first.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(first.exitCode(), 0);
+    }
+
+    void keyboardWarning_data() {
+        QTest::addColumn<QString>("session");
+        QTest::addColumn<bool>("running");
+        QTest::addColumn<QString>("reason");
+        QTest::addColumn<QString>("expected"); // a word the warning holds; empty: no warning
+
+        QTest::newRow("x11, hook runs") << "x11" << true << ""
+                                        << "";
+        QTest::newRow("unknown session, hook runs") << "" << true << ""
+                                                    << "";
+        QTest::newRow("hook refused, its reason")
+            << "wayland" << false << "Session Wayland : pas de clavier global."
+            << "pas de clavier";
+        QTest::newRow("hook refused without a reason") << "x11" << false << ""
+                                                       << "n'est pas";
+        // XWayland hears only the keys typed into X11 windows.
+        QTest::newRow("wayland, hook runs") << "Wayland" << true << ""
+                                            << "X11";
+    }
+
+    void keyboardWarning() {
+        QFETCH(QString, session);
+        QFETCH(bool, running);
+        QFETCH(QString, reason);
+        QFETCH(QString, expected);
+        const std::optional<QString> warning = ombry::keyboardWarning(session, running, reason);
+        if (expected.isEmpty()) {
+            QVERIFY(!warning);
+        } else {
+            QVERIFY(warning);
+            QVERIFY2(warning->contains(expected), qPrintable(*warning));
+        }
+    }
+
+    void noDisplayNoDesktop() {
+        const QByteArray display = qgetenv("DISPLAY"), wayland = qgetenv("WAYLAND_DISPLAY"),
+                         qpa = qgetenv("QT_QPA_PLATFORM");
+        qunsetenv("DISPLAY");
+        qunsetenv("WAYLAND_DISPLAY");
+        qunsetenv("QT_QPA_PLATFORM");
+        QVERIFY(!prepareDesktopSession());
+        // On a Wayland session with XWayland, the windows go through X11.
+        qputenv("WAYLAND_DISPLAY", "wayland-0");
+        qputenv("DISPLAY", ":0");
+        QVERIFY(prepareDesktopSession());
+        QCOMPARE(qgetenv("QT_QPA_PLATFORM"), QByteArray("xcb"));
+        // A platform the user chose is kept.
+        qputenv("QT_QPA_PLATFORM", "wayland");
+        QVERIFY(prepareDesktopSession());
+        QCOMPARE(qgetenv("QT_QPA_PLATFORM"), QByteArray("wayland"));
+        qputenv("DISPLAY", display);
+        qputenv("WAYLAND_DISPLAY", wayland);
+        qputenv("QT_QPA_PLATFORM", qpa);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstDesktopApp)
+#include "tst_desktopapp.moc"
