@@ -1,33 +1,34 @@
 #include "views/DashboardPaint.h"
 
+#include "views/Components.h"
+#include "views/Pages.h"
+#include "views/ViewStyle.h"
+
 #include <QLabel>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPalette>
 #include <QPixmap>
 #include <QtMath>
+#include <cmath>
 
 namespace ombry {
 
 PageColors pageColors(const QPalette& palette) {
+    // The window's own colours, in the appearance the palette shows: light text means the dark
+    // appearance (the background may be transparent, the text colour never is).
+    const bool dark = palette.color(QPalette::WindowText).lightness() > 128;
+    const ViewStyle::Colors v = ViewStyle::colors(dark);
     PageColors c;
-    c.window = palette.color(QPalette::Window);
-    c.dark = c.window.lightness() < 128;
-    c.text = palette.color(QPalette::WindowText);
-    c.secondary = palette.color(QPalette::PlaceholderText);
-    if (c.dark) {
-        c.card = c.window.lighter(122);
-        c.border = QColor(255, 255, 255, 26);
-        c.accent = QColor(0, 184, 169);
-        c.accentSoft = QColor(0, 184, 169, 46);
-        c.control = QColor(255, 255, 255, 20);
-    } else {
-        c.card = QColor(255, 255, 255);
-        c.border = QColor(0, 0, 0, 24);
-        c.accent = QColor(0, 150, 138);
-        c.accentSoft = QColor(0, 160, 147, 30);
-        c.control = QColor(0, 0, 0, 12);
-    }
+    c.dark = dark;
+    c.window = v.window;
+    c.card = v.card;
+    c.border = v.border;
+    c.text = v.text;
+    c.secondary = v.secondary;
+    c.accent = v.accent;
+    c.accentSoft = v.accentSoft;
+    c.control = v.control;
     return c;
 }
 
@@ -65,7 +66,9 @@ void paintSymbol(QPainter& p, const QString& name, const QRectF& r, const QColor
         p.setPen(Qt::NoPen);
         p.setBrush(color);
         p.drawPath(star);
-        p.setPen(QPen(Qt::white, s / 9, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        // The mark in white on a coloured seal, in the accent on a white one.
+        const QColor mark = color.lightness() > 200 ? QColor(0, 150, 138) : QColor(Qt::white);
+        p.setPen(QPen(mark, s / 9, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         p.drawPolyline(QPolygonF{at(0.32, 0.52), at(0.45, 0.64), at(0.68, 0.38)});
     } else if (name == u"sparkles") {
         const auto sparkle = [&](QPointF c, qreal rr) {
@@ -183,6 +186,14 @@ QIcon symbolIcon(const QString& name, const QColor& color, int size) {
     return icon;
 }
 
+QFont scaledFont(QFont font, qreal factor) {
+    if (font.pixelSize() > 0)
+        font.setPixelSize(std::max(1, int(std::lround(font.pixelSize() * factor))));
+    else if (font.pointSizeF() > 0)
+        font.setPointSizeF(font.pointSizeF() * factor);
+    return font;
+}
+
 void paintAppBadge(QPainter& p, const QRectF& r, const QString& appName) {
     static const QColor colors[] = {QColor(0x3B, 0x82, 0xF6), QColor(0x8B, 0x5C, 0xF6),
                                     QColor(0xEC, 0x48, 0x99), QColor(0xF5, 0x9E, 0x0B),
@@ -238,26 +249,19 @@ void SymbolCircle::paintEvent(QPaintEvent*) {
     paintSymbol(p, symbol_, QRectF(rect()).adjusted(inset, inset, -inset, -inset), c.accent);
 }
 
-QLabel* makePageTitle(const QString& text, QWidget* parent) {
-    auto* l = new QLabel(text, parent);
-    QFont f = l->font();
-    f.setPointSizeF(f.pointSizeF() * 1.9);
-    f.setBold(true);
-    l->setFont(f);
-    return l;
+QWidget* makePageHeader(Page page) {
+    return Components::pageHeader(label(page), pageSubtitle(page));
 }
 
-QLabel* makeSectionTitle(const QString& text, QWidget* parent) {
-    auto* l = new QLabel(text, parent);
-    QFont f = l->font();
-    f.setPointSizeF(f.pointSizeF() * 1.15);
-    f.setBold(true);
-    l->setFont(f);
-    return l;
+QLabel* makeCardTitle(const QString& text, QWidget* parent) {
+    return Components::text(text, "cardTitle", parent);
 }
 
 void makeSecondary(QLabel* label) {
-    label->setForegroundRole(QPalette::PlaceholderText);
+    // The window's style sheet gives every widget the text colour: the quieter one is set on
+    // the label itself. A change of appearance builds the pages again.
+    label->setStyleSheet(
+        QStringLiteral("color: %1;").arg(ViewStyle::colors(ViewStyle::darkNow()).secondary.name()));
 }
 
 } // namespace ombry

@@ -6,14 +6,16 @@
 #include <QRectF>
 #include <QString>
 
+#include "views/Navigation.h"
+
 class QLabel;
 class QPainter;
 class QPalette;
 class QWidget;
 
-// The look shared by the dashboard, history and dictionary pages: colours taken from the
-// application's palette (so both themes follow), cards, the page title, the application badge
-// and the small symbols, drawn in code so that they need no icon theme.
+// The look shared by the dashboard, history and dictionary pages: the window's colours in the
+// appearance its palette shows, cards, page heads, the application badge and the small
+// symbols of these pages, drawn in code so that they need no icon theme.
 namespace ombry {
 
 struct PageColors {
@@ -37,6 +39,10 @@ void paintSymbol(QPainter& p, const QString& name, const QRectF& r, const QColor
 
 // The symbol as an icon for buttons, at 1× and 2× scale.
 QIcon symbolIcon(const QString& name, const QColor& color, int size = 16);
+
+// The font at `factor` times its size, whether it is set in points or (by a style sheet) in
+// pixels.
+QFont scaledFont(QFont font, qreal factor);
 
 // A round badge with the initial of an application, in a colour of its own.
 void paintAppBadge(QPainter& p, const QRectF& r, const QString& appName);
@@ -65,10 +71,10 @@ private:
     QString symbol_;
 };
 
-// The title of a page, in large bold type.
-QLabel* makePageTitle(const QString& text, QWidget* parent = nullptr);
-// A section title inside a page or a card.
-QLabel* makeSectionTitle(const QString& text, QWidget* parent = nullptr);
+// The head of a page as every page of the window has it: title and the line under it.
+QWidget* makePageHeader(Page page);
+// The title of a card.
+QLabel* makeCardTitle(const QString& text, QWidget* parent = nullptr);
 // Text in the secondary colour of the palette.
 void makeSecondary(QLabel* label);
 

@@ -32,11 +32,9 @@ QDate today() {
     return Platform::current().clock().now().toLocalTime().date();
 }
 
-QLabel* sized(QLabel* l, qreal scale, bool bold) {
-    QFont f = l->font();
-    f.setPointSizeF(f.pointSizeF() * scale);
-    f.setBold(bold);
-    l->setFont(f);
+// A label with its own type and colour (the window's style sheet sets those of every widget).
+QLabel* styled(QLabel* l, const QString& css) {
+    l->setStyleSheet(css);
     return l;
 }
 
@@ -181,8 +179,7 @@ void WordsChart::paintEvent(QPaintEvent*) {
     p.setRenderHint(QPainter::Antialiasing);
     const QRectF plot = plotRect();
     const int top = scaleTop();
-    QFont small = font();
-    small.setPointSizeF(small.pointSizeF() * 0.85);
+    const QFont small = scaledFont(font(), 0.88);
     p.setFont(small);
     const QFontMetrics fm(small);
 
@@ -217,11 +214,15 @@ void WordsChart::paintEvent(QPaintEvent*) {
             p.drawPath(path);
             p.restore();
         }
-        // Day of the month under each bar; today's in the text colour.
+        // Day of the month under each bar (with its month on the first of a month); today's
+        // in the text colour.
         p.setPen(day == now ? c.text : c.secondary);
-        p.drawText(QRectF(plot.left() + slot * i, plot.bottom() + 6, slot, fm.height()),
-                   Qt::AlignHCenter | Qt::AlignTop,
-                   QLocale(QLocale::French, QLocale::France).toString(day, QStringLiteral("d/MM")));
+        p.drawText(
+            QRectF(plot.left() + slot * i - slot / 2, plot.bottom() + 6, slot * 2, fm.height()),
+            Qt::AlignHCenter | Qt::AlignTop,
+            day.day() == 1
+                ? QLocale(QLocale::French, QLocale::France).toString(day, QStringLiteral("d MMM"))
+                : QString::number(day.day()));
     }
 }
 
@@ -256,19 +257,21 @@ DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* paren
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
     auto* scroll = new QScrollArea;
+    scroll->setObjectName(QStringLiteral("pageScroll"));
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setWidgetResizable(true);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     outer->addWidget(scroll);
     auto* content = new QWidget;
+    content->setObjectName(QStringLiteral("pageContent"));
     content->setAutoFillBackground(false);
     scroll->setWidget(content);
     scroll->viewport()->setAutoFillBackground(false);
     auto* root = new QVBoxLayout(content);
-    root->setContentsMargins(28, 24, 28, 24);
+    root->setContentsMargins(0, 0, 0, 8);
     root->setSpacing(16);
 
-    root->addWidget(makePageTitle(QStringLiteral("Tableau de bord")));
+    root->addWidget(makePageHeader(Page::Dashboard));
 
     // Top card.
     auto* hero = new HeroPanel;
@@ -277,15 +280,12 @@ DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* paren
         auto* l = new QVBoxLayout(hero);
         l->setContentsMargins(24, 18, 24, 18);
         l->setSpacing(4);
-        auto* caption = sized(new QLabel(QStringLiteral("Aujourd'hui")), 1.0, true);
-        today_ = sized(new QLabel, 2.6, true);
+        auto* caption = styled(new QLabel(QStringLiteral("Aujourd'hui")),
+                               QStringLiteral("font-size: 14px; font-weight: 600; "
+                                              "color: rgba(255,255,255,215);"));
+        today_ =
+            styled(new QLabel, QStringLiteral("font-size: 36px; font-weight: 800; color: white;"));
         today_->setObjectName(QStringLiteral("todayWords"));
-        for (QLabel* w : {caption, today_}) {
-            QPalette pal = w->palette();
-            pal.setColor(QPalette::WindowText, Qt::white);
-            w->setPalette(pal);
-        }
-        caption->setStyleSheet(QStringLiteral("color: rgba(255,255,255,210);"));
         l->addWidget(caption);
         l->addWidget(today_);
         l->addSpacing(6);
@@ -302,10 +302,9 @@ DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* paren
             pl->setContentsMargins(4, 3, 14, 3);
             pl->setSpacing(8);
             auto* icon = new PillIcon;
-            auto* value = sized(new QLabel, 1.05, true);
-            auto* text = new QLabel;
-            value->setStyleSheet(QStringLiteral("color: white;"));
-            text->setStyleSheet(QStringLiteral("color: rgba(255,255,255,220);"));
+            auto* value = styled(
+                new QLabel, QStringLiteral("font-size: 14px; font-weight: 700; color: white;"));
+            auto* text = styled(new QLabel, QStringLiteral("color: rgba(255,255,255,225);"));
             value->setObjectName(QStringLiteral("pillValue%1").arg(i));
             text->setObjectName(QStringLiteral("pillLabel%1").arg(i));
             pl->addWidget(icon);
@@ -343,7 +342,7 @@ DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* paren
         head->addWidget(title);
         head->addStretch();
         l->addLayout(head);
-        auto* value = sized(new QLabel, 1.7, true);
+        auto* value = styled(new QLabel, QStringLiteral("font-size: 24px; font-weight: 700;"));
         value->setObjectName(QStringLiteral("statValue%1").arg(i));
         auto* detail = new QLabel;
         detail->setObjectName(QStringLiteral("statDetail%1").arg(i));
@@ -364,7 +363,7 @@ DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* paren
         auto* l = new QVBoxLayout(chartCard);
         l->setContentsMargins(18, 16, 18, 12);
         l->setSpacing(10);
-        l->addWidget(makeSectionTitle(QStringLiteral("Mots dictés par jour")));
+        l->addWidget(makeCardTitle(QStringLiteral("Mots dictés par jour")));
         chart_ = new WordsChart;
         l->addWidget(chart_);
     }
@@ -375,7 +374,7 @@ DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* paren
         auto* l = new QVBoxLayout(appsCard);
         l->setContentsMargins(18, 16, 18, 12);
         l->setSpacing(10);
-        l->addWidget(makeSectionTitle(QStringLiteral("Où je dicte")));
+        l->addWidget(makeCardTitle(QStringLiteral("Où je dicte")));
         apps_ = new QWidget;
         apps_->setObjectName(QStringLiteral("appShares"));
         appsLayout_ = new QVBoxLayout(apps_);

@@ -2,6 +2,7 @@
 
 #include "data/Store.h"
 #include "views/DashboardPaint.h"
+#include "views/ViewStyle.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
@@ -95,9 +96,12 @@ QLineEdit* flatField(const QString& text, const QString& name) {
     auto* f = new QLineEdit(text);
     f->setObjectName(name);
     f->setFrame(false);
-    f->setStyleSheet(QStringLiteral("QLineEdit { background: transparent; padding: 3px 4px; "
-                                    "border-radius: 5px; }"
-                                    "QLineEdit:focus { background: palette(base); }"));
+    const ViewStyle::Colors c = ViewStyle::colors(ViewStyle::darkNow());
+    f->setStyleSheet(QStringLiteral("QLineEdit { background: transparent; padding: 3px 6px; "
+                                    "border: 1px solid transparent; border-radius: 6px; }"
+                                    "QLineEdit:hover { border-color: %1; }"
+                                    "QLineEdit:focus { background: %2; border-color: %3; }")
+                         .arg(c.border.name(), c.control.name(), c.accent.name()));
     f->setCursorPosition(0);
     return f;
 }
@@ -140,7 +144,7 @@ QWidget* cardHead(const QString& symbol, const QString& title, const QString& te
     l->addWidget(new SymbolCircle(symbol, 34), 0, Qt::AlignTop);
     auto* texts = new QVBoxLayout;
     texts->setSpacing(2);
-    texts->addWidget(makeSectionTitle(title));
+    texts->addWidget(makeCardTitle(title));
     texts->addWidget(hint(text));
     l->addLayout(texts, 1);
     return w;
@@ -176,17 +180,19 @@ DictionaryView::DictionaryView(Store& store, QWidget* parent)
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
     auto* scroll = new QScrollArea;
+    scroll->setObjectName(QStringLiteral("pageScroll"));
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setWidgetResizable(true);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->viewport()->setAutoFillBackground(false);
     outer->addWidget(scroll);
     auto* content = new QWidget;
+    content->setObjectName(QStringLiteral("pageContent"));
     scroll->setWidget(content);
     auto* root = new QVBoxLayout(content);
-    root->setContentsMargins(28, 24, 28, 24);
+    root->setContentsMargins(0, 0, 0, 8);
     root->setSpacing(16);
-    root->addWidget(makePageTitle(QStringLiteral("Dictionnaire")));
+    root->addWidget(makePageHeader(Page::Dictionary));
 
     // My words.
     {

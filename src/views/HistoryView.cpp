@@ -4,6 +4,7 @@
 #include "engines/WavReader.h"
 #include "platform/Platform.h"
 #include "views/DashboardPaint.h"
+#include "views/ViewStyle.h"
 
 #include <QButtonGroup>
 #include <QComboBox>
@@ -38,17 +39,20 @@ constexpr int kMaxLines = 3; // lines of text of a closed row
 constexpr int kButtonH = 24;
 constexpr int kSampleRate = 16000;
 
-QFont smallFont(QFont f) {
-    f.setPointSizeF(f.pointSizeF() * 0.9);
-    return f;
+QFont smallFont(const QFont& f) {
+    return scaledFont(f, 0.92);
 }
 
-// The lines a closed row gives its text, guessed from its length: cheap enough to ask for
-// every row of a long history, and the painting elides what does not fit.
-int guessedLines(const QString& text, int width, const QFontMetrics& fm) {
-    const int perLine = std::max(1, width / std::max(1, fm.averageCharWidth()));
-    const int lines = int((text.size() + perLine - 1) / perLine) + int(text.count(u'\n'));
-    return std::clamp(lines, 1, kMaxLines);
+// The lines a closed row gives its text: as many as it takes, up to kMaxLines (the painting
+// elides the rest). The list asks only for the rows in sight, so measuring stays cheap.
+int closedLines(const QString& text, int width, const QFontMetrics& fm) {
+    // A text far longer than three lines needs no measuring.
+    if (text.size() > qsizetype(kMaxLines) * 4 * width / std::max(1, fm.averageCharWidth()))
+        return kMaxLines;
+    const int h =
+        fm.boundingRect(QRect(0, 0, width, 1 << 20), Qt::TextWordWrap | Qt::TextWrapAnywhere, text)
+            .height();
+    return std::clamp((h + fm.lineSpacing() / 2) / fm.lineSpacing(), 1, kMaxLines);
 }
 
 // Draws `text` wrapped in `r`, at most `maxLines` lines, the last elided when more remains.
@@ -147,7 +151,7 @@ QSize HistoryDelegate::sizeHint(const QStyleOptionViewItem& option,
         h += measuredHeight(index.data(HistoryListModel::SecondTextRole).toString(), textWidth(),
                             option.font);
     } else {
-        h += guessedLines(text, textWidth(), fm) * fm.lineSpacing();
+        h += closedLines(text, textWidth(), fm) * fm.lineSpacing();
     }
     return {width_, h};
 }
@@ -305,7 +309,7 @@ void HistoryDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
         p->drawText(QRect(card.left() + kPad, y, width, measuredHeight(second, width, option.font)),
                     Qt::TextWordWrap | Qt::TextWrapAnywhere, second);
     } else {
-        const int lines = guessedLines(text, textWidth(), fm);
+        const int lines = closedLines(text, textWidth(), fm);
         drawWrapped(*p, QRect(card.left() + kPad, textTop, width, lines * fm.lineSpacing()), text,
                     lines);
     }
@@ -370,7 +374,8 @@ private:
 
 QPushButton* segment(const QString& text, const QString& name) {
     auto* b = new QPushButton(text);
-    b->setObjectName(name);
+    b->setObjectName(QStringLiteral("tab")); // the window's look of a segmented choice
+    b->setProperty("choice", name);
     b->setCheckable(true);
     b->setCursor(Qt::PointingHandCursor);
     return b;
@@ -388,14 +393,13 @@ HistoryView::HistoryView(Store& store, QWidget* parent) : QWidget(parent), store
     player_ = new HistoryPlayer(this);
 
     auto* root = new QVBoxLayout(this);
-    root->setContentsMargins(28, 24, 28, 16);
+    root->setContentsMargins(0, 0, 0, 0);
     root->setSpacing(14);
 
     auto* head = new QHBoxLayout;
-    head->addWidget(makePageTitle(QStringLiteral("Historique")));
-    head->addStretch();
+    head->addWidget(makePageHeader(Page::History), 1);
     clear_ = new QPushButton(QStringLiteral("Tout effacer"));
-    clear_->setObjectName(QStringLiteral("clearHistory"));
+    clear_->setObjectName(QStringLiteral("danger"));
     head->addWidget(clear_);
     root->addLayout(head);
 
@@ -453,9 +457,8 @@ HistoryView::HistoryView(Store& store, QWidget* parent) : QWidget(parent), store
         text->setWordWrap(true);
         l->addWidget(text, 1);
         auto* cancel = new QPushButton(QStringLiteral("Annuler"));
-        cancel->setObjectName(QStringLiteral("cancelClear"));
         auto* erase = new QPushButton(QStringLiteral("Effacer"));
-        erase->setObjectName(QStringLiteral("doClear"));
+        erase->setObjectName(QStringLiteral("danger"));
         l->addWidget(cancel);
         l->addWidget(erase);
         connect(cancel, &QPushButton::clicked, this, [this] { askClear(false); });
@@ -477,7 +480,19 @@ HistoryView::HistoryView(Store& store, QWidget* parent) : QWidget(parent), store
     list_->setMouseTracking(true);
     list_->viewport()->setAutoFillBackground(false);
     list_->setAttribute(Qt::WA_TranslucentBackground);
-    list_->setStyleSheet(QStringLiteral("QTreeView { background: transparent; }"));
+    {
+        const ViewStyle::Colors c = ViewStyle::colors(ViewStyle::darkNow());
+        list_->setStyleSheet(
+            QStringLiteral(
+                "QTreeView { background: transparent; border: none; }"
+                "QScrollBar:vertical { background: transparent; width: 10px; margin: 0; }"
+                "QScrollBar::handle:vertical { background: %1; border-radius: 4px; "
+                "min-height: 40px; margin: 0 2px; }"
+                "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
+                "QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: none; "
+                "}")
+                .arg(c.border.name()));
+    }
 
     empty_ = new QLabel;
     empty_->setObjectName(QStringLiteral("historyEmpty"));

@@ -39,9 +39,9 @@ private:
 };
 
 // Paints the rows of the history: day headers, dictations and corrections as cards with their
-// actions ("Copier", "Rejouer", the disclosure of the raw text). Heights come from the text
-// length without laying the text out, so a long history lays out quickly; only an opened row
-// is measured exactly.
+// actions ("Copier", "Rejouer", the disclosure of the raw text). A closed row shows at most
+// three lines of its text, an opened one all of it and the raw text under it. Heights are
+// asked only for the rows in sight (see the list in HistoryView.cpp).
 class HistoryDelegate : public QStyledItemDelegate {
     Q_OBJECT
 public:
