@@ -524,6 +524,9 @@ HistoryView::HistoryView(Store& store, QWidget* parent) : QWidget(parent), store
     connect(delegate_, &HistoryDelegate::actionTriggered, this, &HistoryView::trigger);
     connect(model_, &HistoryListModel::appNamesChanged, this, &HistoryView::syncAppMenu);
     connect(model_, &QAbstractItemModel::modelReset, this, &HistoryView::syncEmptyState);
+    // "Tout effacer" follows both lists, whichever kind is on show.
+    connect(&store_, &Store::dictationsChanged, this, &HistoryView::syncEmptyState);
+    connect(&store_, &Store::fixesChanged, this, &HistoryView::syncEmptyState);
 
     // Keyboard: Ctrl+C copies the chosen row, Return opens or closes it, Space plays it.
     auto* copy = new QShortcut(QKeySequence::Copy, list_, nullptr, nullptr, Qt::WidgetShortcut);
