@@ -145,7 +145,8 @@ int runDesktop(QApplication& app) {
     // A second start (the menu entry clicked again, a login item and a manual start) brings
     // the running program's window forward.
     instance.onAnotherStart = [&shell] {
-        Log::write(QStringLiteral("démarrage: déjà lancé, fenêtre affichée"));
+        Log::write(
+            QStringLiteral("démarrage: déjà lancé, second démarrage ignoré, fenêtre affichée"));
         shell.showWindow();
     };
     LoginItem::applyDefault();

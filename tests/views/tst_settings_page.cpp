@@ -192,6 +192,8 @@ private Q_SLOTS:
         // A plain letter is not taken; Ctrl+Alt+K is, and the hook takes it from now on.
         QTest::mouseClick(recorder, Qt::LeftButton);
         QCOMPARE(recorder->text(), QStringLiteral("Tape le raccourci…"));
+        // While it listens, the present shortcut reaches this window instead of the hook.
+        QVERIFY(!platform_.keyboard().swallows(keycode::C, modifier::Control | modifier::Option));
         QTest::keyClick(recorder, Qt::Key_K);
         QVERIFY(recorder->armed());
         QTest::keyClick(recorder, Qt::Key_K, Qt::ControlModifier | Qt::AltModifier);
