@@ -196,14 +196,45 @@ void HistoryListModel::rebuildAppNames() {
     std::sort(appNames_.begin(), appNames_.end(), collator);
 }
 
+bool HistoryListModel::holds(int record, const QString& search) const {
+    const auto in = [&search](const QString& a, const QString& b) {
+        return a.contains(search, Qt::CaseInsensitive) || b.contains(search, Qt::CaseInsensitive);
+    };
+    if (filter_.kind == 0) {
+        const Dictation& d = store_.dictations().at(record);
+        return in(d.finalText, d.rawText);
+    }
+    const CorrectionRecord& r = store_.fixes().at(record);
+    return in(r.result, r.original);
+}
+
+std::pair<QUuid, QUuid> HistoryListModel::endIds(qsizetype skip) const {
+    const auto ends = [skip](const auto& list) -> std::pair<QUuid, QUuid> {
+        if (list.size() <= skip) return {};
+        return {list.at(skip).id, list.last().id};
+    };
+    return filter_.kind == 0 ? ends(store_.dictations()) : ends(store_.fixes());
+}
+
 void HistoryListModel::rebuildIndex() {
     foundCache_.clear();
-    const quint64 generation = ++indexGeneration_;
     const int size =
         filter_.kind == 0 ? int(store_.dictations().size()) : int(store_.fixes().size());
+    // New records at the front of a list whose rest is as it was (a dictation landing; records
+    // already kept never change their texts): the index stays, and the few records before it
+    // are read one by one.
+    if (index_ && size > kSyncIndexLimit && size > index_->size() &&
+        size - index_->size() <= kUnindexedLimit && indexedEnds_.first.isNull() == false &&
+        endIds(size - index_->size()) == indexedEnds_) {
+        indexShift_ = size - index_->size();
+        return;
+    }
+    const quint64 generation = ++indexGeneration_;
+    indexShift_ = 0;
     if (size <= kSyncIndexLimit) {
         index_ = filter_.kind == 0 ? HistorySearchIndex::build(store_.dictations())
                                    : HistorySearchIndex::build(store_.fixes());
+        indexedEnds_ = endIds(0);
         return;
     }
     // A long history: the lists are shared with the worker, not copied (a later change in
@@ -212,12 +243,14 @@ void HistoryListModel::rebuildIndex() {
     index_.reset();
     if (ready) Q_EMIT searchReadyChanged();
     QPointer<HistoryListModel> self(this);
-    const auto finish = [self, generation](std::shared_ptr<const HistorySearchIndex> index) {
+    const auto finish = [self, generation,
+                         ends = endIds(0)](std::shared_ptr<const HistorySearchIndex> index) {
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
-            [self, generation, index = std::move(index)] {
+            [self, generation, ends, index = std::move(index)] {
                 if (!self || self->indexGeneration_ != generation) return;
                 self->index_ = index;
+                self->indexedEnds_ = ends;
                 Q_EMIT self->searchReadyChanged();
             },
             Qt::QueuedConnection);
@@ -274,19 +307,8 @@ const std::vector<int>* HistoryListModel::found(const QString& search) {
         // The index of a long history is still being built (a moment after the page opens or
         // a dictation lands): the texts are read one by one, and the result is not kept.
         direct_.clear();
-        const auto holds = [&search](const QString& a, const QString& b) {
-            return a.contains(search, Qt::CaseInsensitive) ||
-                   b.contains(search, Qt::CaseInsensitive);
-        };
-        if (filter_.kind == 0) {
-            for (int i : candidates_)
-                if (holds(store_.dictations().at(i).finalText, store_.dictations().at(i).rawText))
-                    direct_.push_back(i);
-        } else {
-            for (int i : candidates_)
-                if (holds(store_.fixes().at(i).result, store_.fixes().at(i).original))
-                    direct_.push_back(i);
-        }
+        for (int i : candidates_)
+            if (holds(i, search)) direct_.push_back(i);
         return &direct_;
     }
     const QByteArray key = HistorySearchIndex::key(search);
@@ -300,13 +322,22 @@ const std::vector<int>* HistoryListModel::found(const QString& search) {
             longest = earlier.size();
         }
     }
+    // Records [0, indexShift_) came after the index was built: they are read directly, and
+    // record i of the list is record i - indexShift_ of the index.
+    const int shift = indexShift_;
     std::vector<int> result;
     if (narrowFrom) {
         result.reserve(narrowFrom->size());
         for (int i : *narrowFrom)
-            if (index_->contains(i, key)) result.push_back(i);
+            if (i < shift ? holds(i, search) : index_->contains(i - shift, key))
+                result.push_back(i);
     } else {
-        result = index_->find(key);
+        for (int i = 0; i < shift; ++i)
+            if (holds(i, search)) result.push_back(i);
+        const std::vector<int> indexed = index_->find(key);
+        result.reserve(result.size() + indexed.size());
+        for (int i : indexed)
+            result.push_back(i + shift);
     }
     constexpr qsizetype kCached = 24;
     if (foundCache_.size() >= kCached) foundCache_.removeFirst();
@@ -364,6 +395,7 @@ void HistoryListModel::setFilter(const HistoryFilter& f) {
     beginResetModel();
     if (kindChanged) {
         rebuildDays();
+        index_.reset(); // the other kind's
         rebuildIndex();
     }
     if (baseChanged) rebuildCandidates();

@@ -127,6 +127,8 @@ public:
 
     // Histories up to this size have their search index built at once, on the main thread.
     static constexpr int kSyncIndexLimit = 5000;
+    // Records that may land at the front of a long history before its index is built again.
+    static constexpr int kUnindexedLimit = 64;
 
 Q_SIGNALS:
     void appNamesChanged();
@@ -139,6 +141,9 @@ private:
     };
     void rebuildDays();
     void rebuildIndex();
+    bool holds(int record, const QString& search) const;
+    // The ids of the record at `skip` and of the last record of the shown list.
+    std::pair<QUuid, QUuid> endIds(qsizetype skip) const;
     const std::vector<int>* found(const QString& search);
     void rebuildAppNames();
     void rebuildCandidates();
@@ -160,6 +165,8 @@ private:
     // before it, a letter erased finds its result again.
     std::shared_ptr<const HistorySearchIndex> index_;
     quint64 indexGeneration_ = 0;
+    int indexShift_ = 0;                  // records at the front that the index lacks
+    std::pair<QUuid, QUuid> indexedEnds_; // first and last ids of the indexed list
     QList<QPair<QString, std::vector<int>>> foundCache_;
     std::vector<int> direct_; // found without the index
     std::vector<Row> rows_;

@@ -211,6 +211,28 @@ private Q_SLOTS:
         QCOMPARE(m.recordCount(), before);
         m.setSearch(QStringLiteral("dictée 12"));
         QCOMPARE(m.recordCount(), 1 + 10 + 100); // 12, 120-129, 1200-1299
+        // Dictations landing while the index stands are found at once, before it is built
+        // again; past a few dozen it is built again, and searches stay right meanwhile.
+        m.setSearch(QStringLiteral("zÈbre"));
+        for (int i = 1; i <= 3; ++i)
+            store_->add(dictation(QStringLiteral("nouveau zèbre %1").arg(i), start.addSecs(i)));
+        QVERIFY(m.searchReady());
+        QCOMPARE(m.recordCount(), before + 3);
+        QCOMPARE(m.index(1).data(HistoryListModel::TextRole).toString(),
+                 QStringLiteral("nouveau zèbre 3"));
+        m.setSearch(QStringLiteral("zÈbre 2"));
+        QCOMPARE(m.recordCount(), 1);
+        for (int i = 4; i <= HistoryListModel::kUnindexedLimit + 4; ++i)
+            store_->add(dictation(QStringLiteral("autre %1").arg(i), start.addSecs(i)));
+        QVERIFY(!m.searchReady());
+        m.setSearch(QStringLiteral("zÈbre"));
+        QCOMPARE(m.recordCount(), before + 3);
+        QTRY_VERIFY(m.searchReady());
+        m.setSearch(QStringLiteral("zÈbr"));
+        QCOMPARE(m.recordCount(), before + 3);
+        store_->setDictations(list);
+        m.setSearch(QStringLiteral("dictée 12"));
+        QTRY_VERIFY(m.searchReady());
         m.setApp(QStringLiteral("Slack"));
         int slack = 0;
         for (int i = 0; i < list.size(); ++i)
