@@ -9,8 +9,10 @@
 #include <QLocale>
 #include <QPointer>
 #include <QThreadPool>
+#include <QTimer>
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <numeric>
 
 namespace ombry {
@@ -255,13 +257,17 @@ void HistoryListModel::rebuildIndex() {
             },
             Qt::QueuedConnection);
     };
+    // Started once the page has been drawn, so that the build does not take the processor from
+    // the opening of the page.
+    std::function<void()> build;
     if (filter_.kind == 0) {
-        QThreadPool::globalInstance()->start(
-            [list = store_.dictations(), finish] { finish(HistorySearchIndex::build(list)); });
+        build = [list = store_.dictations(), finish] { finish(HistorySearchIndex::build(list)); };
     } else {
-        QThreadPool::globalInstance()->start(
-            [list = store_.fixes(), finish] { finish(HistorySearchIndex::build(list)); });
+        build = [list = store_.fixes(), finish] { finish(HistorySearchIndex::build(list)); };
     }
+    QTimer::singleShot(kIndexDelayMs, this, [this, generation, build = std::move(build)] {
+        if (indexGeneration_ == generation) QThreadPool::globalInstance()->start(build);
+    });
 }
 
 bool HistoryListModel::passesRange(qint64 dateMs, const QDate& day) const {

@@ -129,6 +129,8 @@ public:
     static constexpr int kSyncIndexLimit = 5000;
     // Records that may land at the front of a long history before its index is built again.
     static constexpr int kUnindexedLimit = 64;
+    // How long after a change the index of a long history starts being built.
+    static constexpr int kIndexDelayMs = 150;
 
 Q_SIGNALS:
     void appNamesChanged();
