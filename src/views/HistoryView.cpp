@@ -106,7 +106,9 @@ bool HistoryPlayer::playing() const {
 }
 
 void HistoryPlayer::play(const QString& path) {
-    if (playing()) return;
+    // What plays stops at once; the new recording follows when it has been read.
+    Platform::current().audio().stopPlaying();
+    lengthMs_ = 0;
     const quint64 request = ++request_;
     QPointer<HistoryPlayer> self(this);
     QThreadPool::globalInstance()->start([self, path, request] {
@@ -119,6 +121,7 @@ void HistoryPlayer::play(const QString& path) {
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
             [self, path, request, pcm = std::move(pcm)] {
+                // A later press wins over a recording still being read.
                 if (!self || self->request_ != request) return;
                 self->since_.start();
                 self->lengthMs_ = pcm.size() * 1000 / (2 * kSampleRate);

@@ -19,9 +19,9 @@ namespace ombry {
 
 class Store;
 
-// Plays a kept recording through the platform's audio: the file is read and converted off the
-// main thread, then played. A file that cannot be read plays nothing and says nothing. The
-// platform plays sounds side by side, so a press while a recording still plays is ignored.
+// Plays a kept recording through the platform's audio: what plays stops, the file is read and
+// converted off the main thread, then played. A file that cannot be read plays nothing and
+// says nothing.
 class HistoryPlayer : public QObject {
     Q_OBJECT
 public:

@@ -300,6 +300,11 @@ private Q_SLOTS:
         QTRY_COMPARE(platform_.audio().played.size(), 1);
         QCOMPARE(platform_.audio().played.first().second, 16000);
         QCOMPARE(platform_.audio().played.first().first.size(), 32000);
+        // Played again: what plays stops first, then it starts over.
+        QCOMPARE(platform_.audio().stops, 1);
+        QVERIFY(click(1, HistoryDelegate::Play));
+        QCOMPARE(platform_.audio().stops, 2);
+        QTRY_COMPARE(platform_.audio().played.size(), 2);
         // Once the recording is pruned, the button is gone.
         QFile::remove(*store_->audioURL(kept));
         QVERIFY(!click(1, HistoryDelegate::Play));
