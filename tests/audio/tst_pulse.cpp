@@ -14,8 +14,8 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <cmath>
 #include <QtEndian>
+#include <cmath>
 #include <atomic>
 #include <mutex>
 
