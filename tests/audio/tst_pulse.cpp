@@ -15,8 +15,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtEndian>
-#include <cmath>
 #include <atomic>
+#include <cmath>
 #include <mutex>
 
 using namespace ombry;
