@@ -184,6 +184,9 @@ public:
     virtual void watchMicrophones(std::function<void()> handler) = 0;
     // Whether the server accepts a record stream now.
     virtual bool microphoneAvailable() = 0;
+    // Stops every sound that play() started and that is still playing (a recording played
+    // again is cut when another is asked for). Does nothing where nothing can play.
+    virtual void stopPlaying() {}
     // Plays PCM (S16LE mono, the given rate) without waiting; a new call does not cut the last.
     virtual void play(const QByteArray& pcm, int sampleRate) = 0;
 

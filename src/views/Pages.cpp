@@ -1,6 +1,10 @@
 #include "views/Pages.h"
 
+#include "data/Store.h"
 #include "views/Components.h"
+#include "views/DashboardView.h"
+#include "views/DictionaryView.h"
+#include "views/HistoryView.h"
 #include "views/SettingsPage.h"
 #include "views/Symbols.h"
 #include "views/ViewStyle.h"
@@ -62,7 +66,18 @@ QWidget* placeholder(Page page) {
 } // namespace
 
 QWidget* makePage(Page page, AppSettings& settings, DictationController& controller) {
-    if (page == Page::Settings) return new SettingsPage(settings, controller);
+    switch (page) {
+    case Page::Settings: return new SettingsPage(settings, controller);
+    case Page::Dashboard: {
+        auto* dashboard = new DashboardView(Store::shared(), settings);
+        QObject::connect(dashboard, &DashboardView::showHistory, dashboard,
+                         [] { Navigation::shared().setPage(Page::History); });
+        return dashboard;
+    }
+    case Page::History: return new HistoryView(Store::shared());
+    case Page::Dictionary: return new DictionaryView(Store::shared());
+    default: break;
+    }
     return placeholder(page);
 }
 

@@ -17,6 +17,7 @@
 #include <QThread>
 #include <QtEndian>
 #include <atomic>
+#include <cmath>
 #include <mutex>
 
 using namespace ombry;
@@ -277,6 +278,25 @@ private Q_SLOTS:
         QTest::qWait(500);
         QVERIFY(AudioRecorder::peak(after.pcm()) < 50);
         QVERIFY(!voice.speaking());
+    }
+
+    void playbackIsCutWhenStopped() {
+        // Four seconds of a tone, cut after a moment: nothing more reaches the speakers.
+        QByteArray tone(4 * 32000, Qt::Uninitialized);
+        for (int i = 0; i < tone.size() / 2; ++i)
+            qToLittleEndian<qint16>(qint16(9000 * std::sin(i * 2 * M_PI * 330 / 16000)),
+                                    tone.data() + 2 * i);
+        {
+            Tap speakers(audio(), QStringLiteral("speakers.monitor"));
+            QTest::qWait(100);
+            audio().play(tone, 16000);
+            QTRY_VERIFY(AudioRecorder::peak(speakers.pcm()) > 3000);
+        }
+        audio().stopPlaying();
+        QTest::qWait(200);
+        Tap after(audio(), QStringLiteral("speakers.monitor"));
+        QTest::qWait(600);
+        QVERIFY(AudioRecorder::peak(after.pcm()) < 50);
     }
 
     void serverRestart() {

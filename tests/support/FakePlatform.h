@@ -133,6 +133,8 @@ public:
     void watchMicrophones(std::function<void()> handler) override { micsChanged = handler; }
     bool microphoneAvailable() override { return available; }
     void play(const QByteArray& pcm, int rate) override;
+    int stops = 0; // calls of stopPlaying
+    void stopPlaying() override { ++stops; }
     // Feeds PCM to the running capture, as the capture thread would.
     void feed(const QByteArray& pcm);
     // Ends the running capture as a vanished source would.

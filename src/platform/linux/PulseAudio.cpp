@@ -287,6 +287,16 @@ public:
         return c->finish(op) && query.hasDefault;
     }
 
+    void stopPlaying() override {
+        try {
+            std::shared_ptr<PulseConnection> c = client_.connection();
+            PulseConnection::Lock lock(*c);
+            c->stopPlaying();
+        } catch (const std::runtime_error&) {
+            // No sound server: nothing plays.
+        }
+    }
+
     void play(const QByteArray& pcm, int sampleRate) override {
         try {
             std::shared_ptr<PulseConnection> c = client_.connection();

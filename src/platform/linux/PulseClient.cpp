@@ -154,6 +154,22 @@ void PulseConnection::play(const QByteArray& pcm, int sampleRate) {
     }
 }
 
+void PulseConnection::stopPlaying() {
+    // Streams end the way they always do (their drain or their first state callback), so no
+    // callback ever meets a job that is gone: a playing stream drops what it holds, one still
+    // connecting gets nothing to play.
+    for (Job* job : jobs_) {
+        job->pcm.clear();
+        if (pa_stream_get_state(job->stream) == PA_STREAM_READY) {
+            if (pa_operation* op = pa_stream_flush(job->stream, nullptr, nullptr))
+                pa_operation_unref(op);
+        }
+    }
+    for (Job* job : waiting_)
+        delete job;
+    waiting_.clear();
+}
+
 void PulseConnection::startJob(Job* job) {
     const pa_sample_spec spec{PA_SAMPLE_S16LE, uint32_t(job->rate), 1};
     job->stream = pa_stream_new(context_, "Son", &spec, nullptr);
@@ -168,6 +184,10 @@ void PulseConnection::startJob(Job* job) {
             auto* job = static_cast<Job*>(data);
             switch (pa_stream_get_state(s)) {
             case PA_STREAM_READY: {
+                if (job->pcm.size() < 2) { // stopped before it could start
+                    job->owner->endJob(job);
+                    break;
+                }
                 // The whole sound at once, then a drain, which also starts playback at once
                 // even though less than the prebuffer was written.
                 pa_stream_write(s, job->pcm.constData(), size_t(job->pcm.size() & ~1), nullptr, 0,

@@ -55,6 +55,8 @@ public:
     // Plays PCM (S16LE mono) on the default output without waiting: now when the context is
     // ready, else as soon as it is. With the lock held.
     void play(const QByteArray& pcm, int sampleRate);
+    // Ends every sound playing or waiting. Under the lock.
+    void stopPlaying();
 
 private:
     struct Job;
