@@ -1,8 +1,10 @@
+#include "app/DesktopApp.h"
 #include "app/Modes.h"
 #include "app/Output.h"
 #include "app/Startup.h"
 #include "app/Switches.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QTimer>
@@ -31,10 +33,21 @@ int main(int argc, char** argv) {
 
     // The modes that draw need a GUI application but never a window or a display.
     std::unique_ptr<QCoreApplication> app;
-    if (sw && (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot)) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        app = std::make_unique<QGuiApplication>(argc, argv);
-    } else {
+    if (!sw) {
+        // The desktop program draws on the user's screen.
+        if (!prepareDesktopSession()) {
+            printLine(QStringLiteral("Ombry Voice : aucun affichage (DISPLAY et WAYLAND_DISPLAY "
+                                     "sont vides). L'application de bureau a besoin d'une "
+                                     "session graphique ; les modes en ligne de commande sont "
+                                     "listés dans le README."));
+            return 1;
+        }
+        app = std::make_unique<QApplication>(argc, argv);
+    } else if (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot) {
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+            app = std::make_unique<QGuiApplication>(argc, argv);
+        }
+    else {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
     QCoreApplication::setApplicationName(QStringLiteral("Ombry Voice"));
@@ -42,12 +55,7 @@ int main(int argc, char** argv) {
 
     runStartupHead();
 
-    if (!sw) {
-        printLine(QStringLiteral(
-            "Ombry Voice : l'application de bureau n'est pas encore disponible dans cette version."
-            " Les modes en ligne de commande sont listés dans le README."));
-        return 0;
-    }
+    if (!sw) return runDesktop(static_cast<QApplication&>(*app));
     QTimer::singleShot(0, app.get(), [s = *sw] { runAndExit(s); });
     app->exec();
     return 0;

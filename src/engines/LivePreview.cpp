@@ -117,7 +117,8 @@ void LivePreview::run() {
             const auto model = OfflineSpeech::modelFor(request.language, Paths::dataFolder());
             if (model && !loaded.serves(*model, request.grammar)) {
                 loaded.decoder.reset();
-                loaded.decoder = OfflineSpeech::Decoder::open(*model, request.grammar);
+                loaded.decoder =
+                    OfflineSpeech::Decoder::open(*model, request.grammar, nullptr, true);
                 loaded.model = *model;
                 loaded.grammar = request.grammar;
             }

@@ -93,7 +93,8 @@ Decoder::~Decoder() {
     if (open_) ps_end_utt(handles_->decoder);
 }
 
-std::unique_ptr<Decoder> Decoder::open(const Model& model, const QString& grammar, QString* error) {
+std::unique_ptr<Decoder> Decoder::open(const Model& model, const QString& grammar, QString* error,
+                                       bool streaming) {
     silenceLibraryLog();
     const auto fail = [&](const char* why) {
         if (error) *error = QString::fromUtf8(why);
@@ -117,6 +118,13 @@ std::unique_ptr<Decoder> Decoder::open(const Model& model, const QString& gramma
         return fail("modèle de langue absent");
     }
     if (!handles->config) return fail("configuration du modèle refusée");
+    if (streaming) {
+        cmd_ln_set_int_r(handles->config, "-maxhmmpf", 3000);
+        cmd_ln_set_int_r(handles->config, "-maxwpf", 10);
+        cmd_ln_set_int_r(handles->config, "-pl_window", 5);
+        cmd_ln_set_boolean_r(handles->config, "-fwdflat", false);
+        cmd_ln_set_boolean_r(handles->config, "-bestpath", false);
+    }
     handles->decoder = ps_init(handles->config);
     if (!handles->decoder) return fail("modèle illisible");
     return std::unique_ptr<Decoder>(new Decoder(std::move(handles)));

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 
 // The desktop services of the operating system: the global keyboard, posted keys, the
 // clipboard and the selection, the window in front, audio capture and playback, speech
@@ -149,6 +150,15 @@ struct AudioSource {
     bool operator==(const AudioSource&) const = default;
 };
 
+// An application that plays sound, as the sound server knows it.
+struct PlayingApp {
+    QString id;     // desktop-file id when one is found, else the server's application name in
+                    // lower case (the same kind of id as AppWindow::appId)
+    QString name;   // for people: the desktop file's name, else the server's application name
+    QString binary; // the executable's file name; may be empty
+    bool operator==(const PlayingApp&) const = default;
+};
+
 // One running capture of PCM (S16LE mono 16 kHz).
 class CaptureStream {
 public:
@@ -176,6 +186,21 @@ public:
     virtual bool microphoneAvailable() = 0;
     // Plays PCM (S16LE mono, the given rate) without waiting; a new call does not cut the last.
     virtual void play(const QByteArray& pcm, int sampleRate) = 0;
+
+    // What the computer plays, never a microphone: with an empty appId all of it (the monitor
+    // of the default output), otherwise only the streams of that application (an id as
+    // PlayingApp gives it). One application's capture follows it: when its stream ends and it
+    // opens another (a new call), the capture goes on from the new one; while it plays nothing,
+    // nothing comes. onEnd is called only when the sound server goes away. Throws
+    // std::runtime_error (French) when the capture cannot start. May block: off the main thread.
+    virtual std::unique_ptr<CaptureStream> captureOutput(const QString& appId, PcmHandler onPcm,
+                                                         EndHandler onEnd) {
+        (void)appId, (void)onPcm, (void)onEnd;
+        throw std::runtime_error("son de l'ordinateur indisponible");
+    }
+    // The applications that play sound now (this program left out), one entry per
+    // application, sorted by name. Empty without a sound server.
+    virtual QList<PlayingApp> playingApps() { return {}; }
 };
 
 // Reading text aloud.

@@ -13,6 +13,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <atomic>
+#include <chrono>
 #include <thread>
 
 using namespace ombry;
@@ -102,6 +104,35 @@ private Q_SLOTS:
         feedFromAudioThread(second, speech("open the window"));
         QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("open the window"), 20000);
         qunsetenv("OMBRY_POCKETSPHINX_JSGF");
+    }
+
+    void textGrowsWhileSpeaking() {
+        // Fed at the pace of speech (a little faster), the words show up before the end. A first
+        // dictation loads the model; the second one finds it ready.
+        const QByteArray door = speech("close the door");
+        LivePreview preview;
+        preview.setGrammar(grammar_);
+        Seen seen;
+        seen.attach(preview);
+        preview.start("en", false, false);
+        feedFromAudioThread(preview, speech("hello world"));
+        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("hello world"), 20000);
+        preview.stop();
+        seen.texts.clear();
+        preview.start("en", false, false);
+        std::atomic<bool> done = false;
+        std::thread audio([&] {
+            for (qsizetype at = 0; at < door.size(); at += 2048) {
+                preview.feed(door.mid(at, 2048));
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            }
+            done = true;
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(done, 20000);
+        audio.join();
+        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("close the door"), 20000);
+        QVERIFY2(seen.texts.size() > 1 && seen.texts.first().size() < seen.last().size(),
+                 qPrintable(seen.texts.join(" | ")));
     }
 
     void longFormKeepsEachPhrase() {

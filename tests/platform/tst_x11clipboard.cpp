@@ -82,6 +82,12 @@ private Q_SLOTS:
         QTest::qWait(100);
         QCOMPARE(fetched, 0);
 
+        // A clipboard manager copies every new content at once: that is no paste.
+        QCOMPARE(desktop().readClipboardAsManager().value_or(""),
+                 QStringLiteral("Bonjour à tous").toUtf8());
+        QTest::qWait(100);
+        QCOMPARE(fetched, 0);
+
         QCOMPARE(desktop().readClipboard().value_or(""), QStringLiteral("Bonjour à tous").toUtf8());
         QTRY_COMPARE(fetched, 1);
         // The selection holds the same text; any further read is no new fetch.

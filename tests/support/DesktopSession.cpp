@@ -385,4 +385,34 @@ std::optional<QByteArray> DesktopSession::readClipboard(const QString& target,
     return r.out;
 }
 
+std::optional<QByteArray> DesktopSession::readClipboardAsManager(int timeoutMs) {
+    if (!connection_) return std::nullopt;
+    Display* display = dpy(connection_);
+    if (!managerWindow_)
+        managerWindow_ =
+            XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0);
+    const Window window = Window(managerWindow_);
+    XSetSelectionOwner(display, XInternAtom(display, "CLIPBOARD_MANAGER", False), window,
+                       CurrentTime);
+    const Atom property = XInternAtom(display, "OMBRY_COPY", False);
+    XConvertSelection(display, XInternAtom(display, "CLIPBOARD", False),
+                      XInternAtom(display, "UTF8_STRING", False), property, window, CurrentTime);
+    XFlush(display);
+    XEvent event;
+    if (!waitUntil([&] { return XCheckTypedWindowEvent(display, window, SelectionNotify, &event); },
+                   timeoutMs))
+        return std::nullopt;
+    if (event.xselection.property == None) return std::nullopt;
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0, after = 0;
+    unsigned char* data = nullptr;
+    if (XGetWindowProperty(display, window, property, 0, 1 << 20, True, AnyPropertyType, &type,
+                           &format, &count, &after, &data) != Success)
+        return std::nullopt;
+    QByteArray bytes(reinterpret_cast<const char*>(data), qsizetype(count));
+    if (data) XFree(data);
+    return bytes;
+}
+
 } // namespace ombry::test

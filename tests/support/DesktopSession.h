@@ -80,6 +80,10 @@ public:
                                             const QString& selection = QStringLiteral("clipboard"),
                                             int timeoutMs = 5000);
 
+    // Copies the clipboard's text as a clipboard manager does: from a client that owns the
+    // CLIPBOARD_MANAGER selection.
+    std::optional<QByteArray> readClipboardAsManager(int timeoutMs = 5000);
+
     // Turns the event loop until the condition holds or the time is out.
     static bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 5000);
 
@@ -96,6 +100,7 @@ private:
     QList<QProcess*> children_;
     QProcess* target_ = nullptr;
     qulonglong targetWindow_ = 0;
+    qulonglong managerWindow_ = 0;
 };
 
 } // namespace ombry::test

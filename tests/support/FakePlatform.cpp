@@ -130,6 +130,54 @@ bool FakeAudio::capturing() const {
     return bool(onPcm_);
 }
 
+class FakeOutputCapture final : public CaptureStream {
+public:
+    explicit FakeOutputCapture(FakeAudio& audio) : audio_(audio) {}
+    void stop() override {
+        std::lock_guard lock(audio_.mutex_);
+        audio_.onOutputPcm_ = {};
+        audio_.onOutputEnd_ = {};
+    }
+
+private:
+    FakeAudio& audio_;
+};
+
+std::unique_ptr<CaptureStream> FakeAudio::captureOutput(const QString& appId, PcmHandler onPcm,
+                                                        EndHandler onEnd) {
+    if (!available || outputFails) throw std::runtime_error("son de l'ordinateur indisponible");
+    std::lock_guard lock(mutex_);
+    outputFor = appId;
+    ++outputCaptures;
+    onOutputPcm_ = std::move(onPcm);
+    onOutputEnd_ = std::move(onEnd);
+    return std::make_unique<FakeOutputCapture>(*this);
+}
+
+void FakeAudio::feedOutput(const QByteArray& pcm) {
+    PcmHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        handler = onOutputPcm_;
+    }
+    if (handler) handler(pcm);
+}
+
+void FakeAudio::endOutput(const QString& reason) {
+    EndHandler handler;
+    {
+        std::lock_guard lock(mutex_);
+        handler = std::exchange(onOutputEnd_, {});
+        onOutputPcm_ = {};
+    }
+    if (handler) handler(reason);
+}
+
+bool FakeAudio::capturingOutput() const {
+    std::lock_guard lock(mutex_);
+    return bool(onOutputPcm_);
+}
+
 FakePlatform::FakePlatform() {
     auto clock = std::make_unique<ManualClock>();
     auto keychain = std::make_unique<FakeKeychain>();

@@ -141,11 +141,27 @@ public:
 
     std::function<void()> micsChanged;
 
+    // What the computer plays: the applications listed, and one capture of the output at a
+    // time, beside the microphone's.
+    QList<PlayingApp> apps;
+    bool outputFails = false;
+    QString outputFor; // the application of the last output capture (empty: all of it)
+    int outputCaptures = 0;
+    std::unique_ptr<CaptureStream> captureOutput(const QString& appId, PcmHandler onPcm,
+                                                 EndHandler onEnd) override;
+    QList<PlayingApp> playingApps() override { return apps; }
+    void feedOutput(const QByteArray& pcm);
+    void endOutput(const QString& reason);
+    bool capturingOutput() const;
+
 private:
     mutable std::mutex mutex_;
     PcmHandler onPcm_;
     EndHandler onEnd_;
+    PcmHandler onOutputPcm_;
+    EndHandler onOutputEnd_;
     friend class FakeCapture;
+    friend class FakeOutputCapture;
 };
 
 class FakeSpeech final : public SpeechOutput {

@@ -1,4 +1,5 @@
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/PulseCalls.h"
 #include "platform/linux/PulseClient.h"
 
 #include <QCoreApplication>
@@ -295,6 +296,13 @@ public:
             // No sound server: sounds are a courtesy, their absence is not an error.
         }
     }
+
+    std::unique_ptr<CaptureStream> captureOutput(const QString& appId, PcmHandler onPcm,
+                                                 EndHandler onEnd) override {
+        return linux_platform::captureOutput(appId, std::move(onPcm), std::move(onEnd));
+    }
+
+    QList<PlayingApp> playingApps() override { return linux_platform::playingApps(client_); }
 
 private:
     std::shared_ptr<Watchers> watchers_;

@@ -1,9 +1,12 @@
 #include "platform/linux/X11Clipboard.h"
 
+#include <QAbstractNativeEventFilter>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QSet>
 #include <QTimer>
+#include <cstring>
+#include <xcb/xcb.h>
 
 namespace ombry::linux_platform {
 
@@ -13,7 +16,7 @@ WatchedText::WatchedText(const QString& text, std::shared_ptr<Watch> watch)
 }
 
 QVariant WatchedText::retrieveData(const QString& mimeType, QMetaType type) const {
-    if (depth == 0 && watch_ && !watch_->fetched) {
+    if (depth == 0 && watch_ && !watch_->fetched && !(watch_->ignore && watch_->ignore())) {
         watch_->fetched = true;
         if (watch_->onFetched) {
             // Qt is in the middle of answering the request: the callback runs once it is done.
@@ -25,6 +28,60 @@ QVariant WatchedText::retrieveData(const QString& mimeType, QMetaType type) cons
 }
 
 namespace {
+
+// Sees each selection request on Qt's connection just before Qt answers it, to know who asks.
+// A clipboard manager owns the CLIPBOARD_MANAGER selection; its requests come from a window of
+// the same client (X resource ids carry their client in the bits above the id mask).
+class RequestWatcher final : public QAbstractNativeEventFilter {
+public:
+    static RequestWatcher& shared() {
+        static RequestWatcher watcher;
+        return watcher;
+    }
+
+    void install() {
+        if (installed_ || !QGuiApplication::instance()) return;
+        if (!qGuiApp->nativeInterface<QNativeInterface::QX11Application>()) return;
+        QCoreApplication::instance()->installNativeEventFilter(this);
+        installed_ = true;
+    }
+
+    bool nativeEventFilter(const QByteArray& type, void* message, qintptr*) override {
+        if (type != "xcb_generic_event_t") return false;
+        const auto* event = static_cast<const xcb_generic_event_t*>(message);
+        if ((event->response_type & 0x7f) == XCB_SELECTION_REQUEST)
+            requestor_ = reinterpret_cast<const xcb_selection_request_event_t*>(event)->requestor;
+        return false;
+    }
+
+    bool requestFromClipboardManager() {
+        auto* x11 =
+            qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+        if (!x11 || !requestor_) return false;
+        xcb_connection_t* c = x11->connection();
+        if (!managerAtom_) {
+            const char* name = "CLIPBOARD_MANAGER";
+            xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(
+                c, xcb_intern_atom(c, 0, uint16_t(std::strlen(name)), name), nullptr);
+            if (!reply) return false;
+            managerAtom_ = reply->atom;
+            free(reply);
+        }
+        xcb_get_selection_owner_reply_t* reply =
+            xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, managerAtom_), nullptr);
+        if (!reply) return false;
+        const xcb_window_t manager = reply->owner;
+        free(reply);
+        if (manager == XCB_NONE) return false;
+        const uint32_t clientBits = ~xcb_get_setup(c)->resource_id_mask;
+        return (manager & clientBits) == (requestor_ & clientBits);
+    }
+
+private:
+    bool installed_ = false;
+    xcb_window_t requestor_ = XCB_NONE;
+    xcb_atom_t managerAtom_ = XCB_NONE;
+};
 
 // Targets of the selection protocol itself, not formats of the content.
 const QSet<QString>& protocolTargets() {
@@ -95,6 +152,8 @@ void X11Clipboard::setText(const QString& text, bool alsoPrimary, std::function<
     if (!clipboard) return;
     auto watch = std::make_shared<WatchedText::Watch>();
     watch->onFetched = std::move(onFetched);
+    RequestWatcher::shared().install();
+    watch->ignore = [] { return RequestWatcher::shared().requestFromClipboardManager(); };
     clipboard->setMimeData(new WatchedText(text, watch), QClipboard::Clipboard);
     if (alsoPrimary && clipboard->supportsSelection())
         clipboard->setMimeData(new WatchedText(text, watch), QClipboard::Selection);

@@ -13,13 +13,16 @@ namespace ombry::linux_platform {
 // A text put on the clipboard by the program, which tells when another client fetches it: Qt
 // asks the data object for its bytes once for each request of another client (the target's
 // paste, an `xclip -o`), and never when the content is only announced. Reads made by this
-// process go through a LocalRead guard and do not count.
+// process go through a LocalRead guard and do not count, nor do those of a clipboard manager,
+// which copies each new content at once, long before the target pastes.
 class WatchedText final : public QMimeData {
 public:
     // Shared by the CLIPBOARD and PRIMARY copies of one text: the first fetch of either counts.
     struct Watch {
         std::function<void()> onFetched;
         bool fetched = false;
+        // True when the request being answered does not count (a clipboard manager's copy).
+        std::function<bool()> ignore;
     };
     WatchedText(const QString& text, std::shared_ptr<Watch> watch);
 

@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QSet>
+#include <algorithm>
 
 namespace ombry::linux_platform {
 
@@ -74,8 +75,15 @@ void DesktopFiles::refresh() {
         const QFileInfo info(dir);
         stamps << (info.exists() ? info.lastModified() : QDateTime());
     }
-    if (loaded_ && dirs == dirs_ && stamps == stamps_) return;
+    // File times have the grain of the kernel's clock tick: a folder changed twice within one
+    // tick keeps its time. A folder changed shortly before the last reading is read again.
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const bool settled = std::all_of(stamps.begin(), stamps.end(), [&](const QDateTime& t) {
+        return !t.isValid() || t.secsTo(readAt_) > 2;
+    });
+    if (loaded_ && dirs == dirs_ && stamps == stamps_ && settled) return;
     loaded_ = true;
+    readAt_ = now;
     dirs_ = dirs;
     stamps_ = stamps;
     entries_.clear();

@@ -36,6 +36,7 @@ private:
     QList<DesktopEntry> entries_;
     QStringList dirs_;
     QList<QDateTime> stamps_; // of each folder, to read them again when one changed
+    QDateTime readAt_;
     bool loaded_ = false;
 };
 

@@ -1,0 +1,169 @@
+#include "app/DesktopApp.h"
+
+#include "app/Output.h"
+#include "app/SingleInstance.h"
+#include "data/Store.h"
+#include "desktop/DeviceProfile.h"
+#include "desktop/Log.h"
+#include "desktop/Notify.h"
+#include "dictation/DictationController.h"
+#include "engines/client/Net.h"
+#include "online/Credits.h"
+#include "platform/Platform.h"
+#include "platform/linux/X11InputWatch.h"
+#include "views/BubbleController.h"
+#include "views/OverlayBinding.h"
+#include "views/OverlayController.h"
+#include "views/OverlayView.h"
+
+#include <QApplication>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <csignal>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace ombry {
+
+namespace {
+
+const QString kAppName = QStringLiteral("Ombry Voice");
+constexpr int kWarmUpEveryMs = 240 * 1000;
+
+// SIGTERM and SIGINT end the program through the event loop, so that the store is written:
+// the handler only writes a byte into a pipe that the main thread watches.
+int signalPipe[2] = {-1, -1};
+
+void onSignal(int) {
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t n = ::write(signalPipe[1], &byte, 1);
+}
+
+void quitOnSignals(QApplication& app) {
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0) return;
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &app);
+    QObject::connect(notifier, &QSocketNotifier::activated, &app, [&app, notifier] {
+        char byte = 0;
+        [[maybe_unused]] const ssize_t n = ::read(signalPipe[0], &byte, 1);
+        notifier->setEnabled(false);
+        app.quit();
+    });
+    struct sigaction action {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
+}
+
+bool isWayland(const QString& sessionType) {
+    return sessionType.compare(QStringLiteral("wayland"), Qt::CaseInsensitive) == 0;
+}
+
+// Says clearly that the dictation key is not heard, instead of a program that silently hears
+// nothing: the journal, a desktop notification that stays in the list, and a flash with the
+// error sound.
+void warnAboutKeyboard(DictationController& controller) {
+    KeyboardHook& keyboard = Platform::current().keyboard();
+    const QString session = qEnvironmentVariable("XDG_SESSION_TYPE");
+    const std::optional<QString> warning =
+        keyboardWarning(session, keyboard.running(), keyboard.reason());
+    if (!warning) return;
+    // A hook that did not start has already written its reason to the journal.
+    if (keyboard.running()) Log::write(QStringLiteral("hotkey: %1").arg(*warning));
+    Notify::post(QStringLiteral("Ombry Voice : touche de dictée indisponible"), *warning);
+    if (!keyboard.running()) controller.fail(QStringLiteral("Touche de dictée indisponible"));
+}
+
+} // namespace
+
+bool prepareDesktopSession() {
+    const bool x11 = !qEnvironmentVariableIsEmpty("DISPLAY");
+    const bool wayland = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        // Windows of a Wayland client cannot place themselves on the screen; through XWayland
+        // the strip stands where it should.
+        if (x11)
+            qputenv("QT_QPA_PLATFORM", "xcb");
+        else if (!wayland)
+            return false;
+    }
+    return true;
+}
+
+std::optional<QString> keyboardWarning(const QString& sessionType, bool hookRunning,
+                                       const QString& reason) {
+    if (!hookRunning) {
+        if (!reason.isEmpty()) return reason;
+        return QStringLiteral("Le clavier global n'est pas disponible : la touche de dictée "
+                              "n'est pas entendue.");
+    }
+    if (isWayland(sessionType))
+        return QStringLiteral("Session Wayland : la touche de dictée n'est entendue que dans "
+                              "les fenêtres X11 (XWayland). Ouvre une session X11 pour dicter "
+                              "partout.");
+    return std::nullopt;
+}
+
+int runDesktop(QApplication& app) {
+    app.setQuitOnLastWindowClosed(false);
+    app.setApplicationDisplayName(kAppName);
+    app.setDesktopFileName(QStringLiteral("ombry-voice"));
+
+    SingleInstance instance;
+    if (!instance.claim()) {
+        printLine(QStringLiteral("Ombry Voice est déjà lancé."));
+        return 0;
+    }
+
+    DictationController& controller = DictationController::shared();
+    controller.onNeedsAttention = [&controller] {
+        // The settings page is where the user acts; until it opens from here, the desktop
+        // notification keeps the reason in sight after the flash is gone.
+        if (const std::optional<QString> error = controller.lastError())
+            Notify::post(kAppName, *error);
+    };
+    BubbleController::shared().setInputWatch(linux_platform::makeInputWatch());
+    controller.onBubble = [](const QString& title, const QString& original, const QString& text) {
+        BubbleController::shared().show(title, original, text);
+    };
+    controller.onRecordingBegins = [] { OverlayController::shared().position(); };
+    controller.start();
+
+    // The strip, bound to the controller, at the bottom of the screen under the pointer.
+    auto* overlay = new OverlayView;
+    new OverlayBinding(controller, *overlay);
+    OverlayController::shared().setPanel(overlay);
+    OverlayController::shared().position();
+
+    instance.onAnotherStart = [&controller] {
+        Log::write(QStringLiteral("démarrage: déjà lancé, second démarrage ignoré"));
+        OverlayController::shared().position();
+        controller.show(QStringLiteral("Ombry Voice est déjà lancé"), false);
+    };
+
+    warnAboutKeyboard(controller);
+
+    Store::shared().pruneAudio();
+    controller.warmUpAudio();
+    Log::write(DeviceProfile::launchLine());
+    Net::warmUp();
+    QTimer::singleShot(0, &app, [] { Credits::shared().refresh(); });
+
+    // Connections to the services go stale when idle; keep them warm for the next dictation.
+    auto* warmUp = new QTimer(&app);
+    warmUp->setInterval(kWarmUpEveryMs);
+    QObject::connect(warmUp, &QTimer::timeout, [] { Net::warmUp(); });
+    warmUp->start();
+
+    quitOnSignals(app);
+    const int status = app.exec();
+    BubbleController::shared().close();
+    BubbleController::shared().setInputWatch(nullptr);
+    Store::shared().flush();
+    OverlayController::shared().setPanel(nullptr);
+    delete overlay;
+    return status;
+}
+
+} // namespace ombry

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "platform/Desktop.h"
+#include "platform/linux/PulseClient.h"
+
+// What the computer plays, for the subtitles of a call: the monitor of the default output, or
+// the streams of one application only, found by their sink inputs.
+namespace ombry::linux_platform {
+
+// The identity of an application from the properties of its stream: the desktop-file id when
+// a desktop file matches (the application.id property, then the executable, then the
+// application's name as a window class), else the application's name in lower case, else the
+// executable's.
+PlayingApp identifyStream(const QString& applicationId, const QString& applicationName,
+                          const QString& binary);
+
+QList<PlayingApp> playingApps(PulseClient& client);
+
+std::unique_ptr<CaptureStream> captureOutput(const QString& appId, AudioSystem::PcmHandler onPcm,
+                                             AudioSystem::EndHandler onEnd);
+
+} // namespace ombry::linux_platform
