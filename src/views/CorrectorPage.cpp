@@ -217,6 +217,14 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
 
 CorrectorPage::~CorrectorPage() = default;
 
+void CorrectorPage::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        const QString sheet = PageLook::styleSheet(this);
+        if (sheet != styleSheet()) setStyleSheet(sheet);
+    }
+}
+
 void CorrectorPage::refresh() {
     const CorrectorModel& m = *model_;
     if (editor_->toPlainText() != m.text()) editor_->setPlainText(m.text());
@@ -277,7 +285,11 @@ void CorrectorPage::rebuildFixes() {
     if (key == shownFixes_) return;
     shownFixes_ = key;
     while (QLayoutItem* item = fixLayout_->takeAt(0)) {
-        delete item->widget();
+        // Later: the click that asked for the rebuild may come from inside the old widgets.
+        if (QWidget* w = item->widget()) {
+            w->hide();
+            w->deleteLater();
+        }
         delete item;
     }
     if (!model_->analysis()) return;
@@ -314,7 +326,11 @@ void CorrectorPage::rebuildFixes() {
 
 void CorrectorPage::rebuildMistakes() {
     while (QLayoutItem* item = mistakesLayout_->takeAt(0)) {
-        delete item->widget();
+        // Later: the click that asked for the rebuild may come from inside the old widgets.
+        if (QWidget* w = item->widget()) {
+            w->hide();
+            w->deleteLater();
+        }
         delete item;
     }
     mistakesLayout_->addWidget(PageLook::sectionTitle(QStringLiteral("Qualité de ton texte")));

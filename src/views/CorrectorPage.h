@@ -25,6 +25,9 @@ public:
 
     CorrectorModel& model() { return *model_; }
 
+protected:
+    void changeEvent(QEvent* event) override;
+
 private:
     void refresh();
     void rebuildFixes();

@@ -16,7 +16,8 @@ Debounce::Debounce(QObject* parent) : QObject(parent) {
 void Debounce::schedule(int64_t delayMs, std::function<void()> action) {
     deadline_ = Platform::current().clock().elapsedMs() + std::max<int64_t>(delayMs, 0);
     action_ = std::move(action);
-    timer_.start(int(std::max<int64_t>(delayMs, 0)));
+    // A real clock sleeps the whole delay; a manual one is looked at again as it moves.
+    timer_.start(int(Platform::current().clock().maxSleepMs(std::max<int64_t>(delayMs, 0))));
 }
 
 void Debounce::cancel() {

@@ -1,0 +1,307 @@
+#include "views/TranslatorPage.h"
+
+#include "calls/CallTranslator.h"
+#include "data/Settings.h"
+#include "data/Store.h"
+#include "data/UserDefaults.h"
+#include "views/PageLook.h"
+#include "views/TranslatorLogic.h"
+
+#include <QButtonGroup>
+#include <QComboBox>
+#include <QEvent>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QStackedWidget>
+#include <QTextBrowser>
+#include <QVBoxLayout>
+
+namespace ombry {
+
+CallSubtitlesTab::CallSubtitlesTab(CallTranslator& call, QWidget* parent)
+    : QWidget(parent), call_(call) {
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(16);
+
+    QFrame* controls = PageLook::card();
+    auto* cl = static_cast<QVBoxLayout*>(controls->layout());
+    auto* row = new QHBoxLayout;
+    auto* titles = new QVBoxLayout;
+    titles->addWidget(PageLook::sectionTitle(QStringLiteral("Sous-titres d'appel")));
+    source_ = PageLook::note(QString());
+    titles->addWidget(source_);
+    row->addLayout(titles, 1);
+    floating_ = PageLook::button(QStringLiteral("Fenêtre flottante"));
+    floating_->setObjectName(QStringLiteral("floating"));
+    toggle_ = PageLook::primaryButton(QString());
+    toggle_->setObjectName(QStringLiteral("callToggle"));
+    row->addWidget(floating_);
+    row->addWidget(toggle_);
+    cl->addLayout(row);
+    error_ = new QLabel;
+    error_->setObjectName(QStringLiteral("error"));
+    error_->setWordWrap(true);
+    cl->addWidget(error_);
+    layout->addWidget(controls);
+
+    QFrame* talk = PageLook::card();
+    auto* tl = static_cast<QVBoxLayout*>(talk->layout());
+    head_ = PageLook::sectionTitle(QString());
+    head_->setObjectName(QStringLiteral("conversationHead"));
+    tl->addWidget(head_);
+    conversation_ = new QTextBrowser;
+    conversation_->setObjectName(QStringLiteral("conversation"));
+    conversation_->setMinimumHeight(320);
+    tl->addWidget(conversation_, 1);
+    layout->addWidget(talk, 1);
+
+    connect(toggle_, &QPushButton::clicked, this, [this] {
+        if (call_.running())
+            call_.stop();
+        else
+            call_.start();
+    });
+    connect(floating_, &QPushButton::clicked, this, [this] {
+        if (call_.onShowWindow) call_.onShowWindow();
+    });
+    for (auto signal : {&CallTranslator::runningChanged, &CallTranslator::linesChanged,
+                        &CallTranslator::liveChanged, &CallTranslator::errorChanged,
+                        &CallTranslator::targetChanged})
+        connect(&call_, signal, this, &CallSubtitlesTab::refresh);
+    refresh();
+}
+
+void CallSubtitlesTab::refresh() {
+    const bool running = call_.running();
+    const std::optional<QString> name = call_.targetName();
+    toggle_->setText(running ? QStringLiteral("Arrêter") : QStringLiteral("Démarrer"));
+    source_->setText(QStringLiteral("Anglais → français · ") +
+                     name.value_or(QStringLiteral("Tout l'ordinateur")));
+    head_->setText(running ? QStringLiteral("En direct · ") +
+                                 name.value_or(QStringLiteral("tout l'ordinateur"))
+                           : QStringLiteral("Sous-titres"));
+    error_->setText(call_.error().value_or(QString()));
+    error_->setVisible(call_.error().has_value());
+
+    const QList<CallTranslator::Line>& lines = call_.lines();
+    if (lines.isEmpty() && call_.live().isEmpty()) {
+        conversation_->setPlainText(
+            running ? QStringLiteral("J'écoute… les phrases traduites apparaîtront ici.")
+                    : QStringLiteral("Choisis l'appli de ton appel, puis Démarrer. Les "
+                                     "sous-titres apparaissent aussi dans une fenêtre flottante."));
+        return;
+    }
+    QString html;
+    for (const CallTranslator::Line& line : lines) {
+        html +=
+            QStringLiteral("<p style=\"margin:0 0 10px 0\"><span style=\"color:gray\">%1</span><br>"
+                           "<span style=\"font-size:13pt\">%2</span></p>")
+                .arg(line.en.toHtmlEscaped(),
+                     line.done ? line.fr.toHtmlEscaped() : QStringLiteral("…"));
+    }
+    if (!call_.live().isEmpty())
+        html += QStringLiteral("<p style=\"color:gray\"><i>%1</i></p>")
+                    .arg(call_.live().toHtmlEscaped());
+    conversation_->setHtml(html);
+}
+
+TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* parent)
+    : QWidget(parent), store_(store), model_(new TranslatorModel(store, this)) {
+    setObjectName(QStringLiteral("translatorPage"));
+    auto* outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    auto* scroll = new QScrollArea(this);
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    outer->addWidget(scroll);
+    auto* content = new QWidget;
+    scroll->setWidget(content);
+    auto* page = new QVBoxLayout(content);
+    page->setContentsMargins(32, 28, 32, 28);
+    page->setSpacing(16);
+
+    auto* headRow = new QHBoxLayout;
+    headRow->addWidget(
+        PageLook::header(QStringLiteral("Traduction"),
+                         QStringLiteral("Traduis en tapant, ou sous-titre un appel en direct.")),
+        1);
+    tabs_ = new QButtonGroup(this);
+    QPushButton* textTab = PageLook::button(QStringLiteral("Texte"), true);
+    QPushButton* callsTab = PageLook::button(QStringLiteral("Appels"), true);
+    textTab->setObjectName(QStringLiteral("tabText"));
+    callsTab->setObjectName(QStringLiteral("tabCalls"));
+    tabs_->addButton(textTab, int(TranslationTab::Text));
+    tabs_->addButton(callsTab, int(TranslationTab::Calls));
+    headRow->addWidget(textTab, 0, Qt::AlignBottom);
+    headRow->addWidget(callsTab, 0, Qt::AlignBottom);
+    page->addLayout(headRow);
+
+    stack_ = new QStackedWidget;
+    page->addWidget(stack_, 1);
+
+    // The text translator.
+    auto* textPage = new QWidget;
+    auto* tp = new QVBoxLayout(textPage);
+    tp->setContentsMargins(0, 0, 0, 0);
+    tp->setSpacing(16);
+    QFrame* card = PageLook::card();
+    auto* cl = static_cast<QVBoxLayout*>(card->layout());
+    auto* languages = new QHBoxLayout;
+    detected_ = PageLook::note(QString());
+    detected_->setObjectName(QStringLiteral("detected"));
+    detected_->setWordWrap(false);
+    swap_ = PageLook::button(QStringLiteral("Inverser"));
+    swap_->setObjectName(QStringLiteral("swap"));
+    target_ = new QComboBox;
+    target_->setObjectName(QStringLiteral("target"));
+    target_->addItems(TranslatorRules::targets());
+    target_->setMinimumWidth(150);
+    languages->addWidget(detected_, 1);
+    languages->addWidget(swap_);
+    languages->addWidget(new QLabel(QStringLiteral("Vers")));
+    languages->addWidget(target_);
+    cl->addLayout(languages);
+
+    auto* panes = new QHBoxLayout;
+    panes->setSpacing(12);
+    auto* leftPane = new QVBoxLayout;
+    source_ = new QPlainTextEdit;
+    source_->setObjectName(QStringLiteral("source"));
+    source_->setPlaceholderText(
+        QStringLiteral("Écris ou colle ton texte, dans n'importe quelle langue"));
+    source_->setMinimumHeight(240);
+    leftPane->addWidget(source_, 1);
+    auto* leftFoot = new QHBoxLayout;
+    characters_ = PageLook::note(QString());
+    characters_->setObjectName(QStringLiteral("characters"));
+    speakSource_ = PageLook::button(QStringLiteral("Lire à voix haute"));
+    speakSource_->setObjectName(QStringLiteral("speakSource"));
+    leftFoot->addWidget(characters_, 1);
+    leftFoot->addWidget(speakSource_);
+    leftPane->addLayout(leftFoot);
+    auto* rightPane = new QVBoxLayout;
+    result_ = new QPlainTextEdit;
+    result_->setObjectName(QStringLiteral("result"));
+    result_->setReadOnly(true);
+    result_->setPlaceholderText(QStringLiteral("Traduction"));
+    rightPane->addWidget(result_, 1);
+    auto* rightFoot = new QHBoxLayout;
+    status_ = PageLook::note(QString());
+    status_->setObjectName(QStringLiteral("status"));
+    speakResult_ = PageLook::button(QStringLiteral("Lire à voix haute"));
+    speakResult_->setObjectName(QStringLiteral("speakResult"));
+    copy_ = PageLook::button(QStringLiteral("Copier"));
+    copy_->setObjectName(QStringLiteral("copy"));
+    rightFoot->addWidget(status_, 1);
+    rightFoot->addWidget(speakResult_);
+    rightFoot->addWidget(copy_);
+    rightPane->addLayout(rightFoot);
+    panes->addLayout(leftPane, 1);
+    panes->addLayout(rightPane, 1);
+    cl->addLayout(panes, 1);
+    error_ = new QLabel;
+    error_->setObjectName(QStringLiteral("error"));
+    error_->setWordWrap(true);
+    cl->addWidget(error_);
+    tp->addWidget(card, 1);
+
+    QFrame* recent = PageLook::card();
+    recentCard_ = recent;
+    recentLayout_ = static_cast<QVBoxLayout*>(recent->layout());
+    tp->addWidget(recent);
+    stack_->addWidget(textPage);
+    stack_->addWidget(new CallSubtitlesTab(call));
+
+    connect(source_, &QPlainTextEdit::textChanged, this,
+            [this] { model_->setSource(source_->toPlainText()); });
+    connect(target_, &QComboBox::currentTextChanged, model_, &TranslatorModel::setTarget);
+    connect(swap_, &QPushButton::clicked, model_, &TranslatorModel::swap);
+    connect(copy_, &QPushButton::clicked, model_, &TranslatorModel::copy);
+    connect(speakSource_, &QPushButton::clicked, this, [this] { model_->speak(model_->source()); });
+    connect(speakResult_, &QPushButton::clicked, this, [this] { model_->speak(model_->result()); });
+    connect(tabs_, &QButtonGroup::idClicked, this, [this](int id) {
+        TranslatorRules::setTab(AppSettings::shared().defaults(), TranslationTab(id));
+        showTab(id);
+    });
+    connect(model_, &TranslatorModel::changed, this, &TranslatorPage::refresh);
+    connect(&store_, &Store::fixesChanged, this, &TranslatorPage::rebuildRecent);
+
+    setStyleSheet(PageLook::styleSheet(this));
+    showTab(int(TranslatorRules::tab(AppSettings::shared().defaults())));
+    rebuildRecent();
+    refresh();
+}
+
+TranslatorPage::~TranslatorPage() = default;
+
+void TranslatorPage::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) {
+        const QString sheet = PageLook::styleSheet(this);
+        if (sheet != styleSheet()) setStyleSheet(sheet);
+    }
+}
+
+void TranslatorPage::showTab(int tab) {
+    tabs_->button(tab)->setChecked(true);
+    stack_->setCurrentIndex(tab);
+}
+
+void TranslatorPage::refresh() {
+    const TranslatorModel& m = *model_;
+    if (source_->toPlainText() != m.source()) source_->setPlainText(m.source());
+    if (result_->toPlainText() != m.result()) result_->setPlainText(m.result());
+    if (target_->currentText() != m.target()) {
+        const QSignalBlocker block(target_);
+        target_->setCurrentText(m.target());
+    }
+    detected_->setText(m.detected() ? QStringLiteral("Détecté : ") + *m.detected() : QString());
+    characters_->setText(TranslatorRules::charactersLabel(m.source()));
+    status_->setText(m.working() ? QStringLiteral("Traduction…") : QString());
+    error_->setText(m.error().value_or(QString()));
+    error_->setVisible(m.error().has_value());
+    copy_->setText(m.copied() ? QStringLiteral("Copié") : QStringLiteral("Copier"));
+    copy_->setEnabled(!m.result().isEmpty());
+    swap_->setEnabled(!m.result().isEmpty());
+    speakResult_->setEnabled(!m.result().isEmpty());
+}
+
+void TranslatorPage::rebuildRecent() {
+    while (QLayoutItem* item = recentLayout_->takeAt(0)) {
+        // Later: the click that asked for the rebuild may come from inside the old widgets.
+        if (QWidget* w = item->widget()) {
+            w->hide();
+            w->deleteLater();
+        }
+        delete item;
+    }
+    const QList<CorrectionRecord> list = TranslatorRules::recent(store_.fixes());
+    recentCard_->setVisible(!list.isEmpty());
+    if (list.isEmpty()) return;
+    recentLayout_->addWidget(PageLook::sectionTitle(QStringLiteral("Dernières traductions")));
+    for (const CorrectionRecord& r : list) {
+        auto* row = new QWidget;
+        row->setObjectName(QStringLiteral("recent"));
+        auto* v = new QVBoxLayout(row);
+        v->setContentsMargins(0, 4, 0, 4);
+        v->setSpacing(2);
+        QLabel* original = PageLook::note(r.original);
+        original->setTextFormat(Qt::PlainText);
+        auto* result = new QLabel(r.result);
+        result->setTextFormat(Qt::PlainText);
+        result->setWordWrap(true);
+        result->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        QLabel* action = PageLook::note(r.action);
+        v->addWidget(action);
+        v->addWidget(original);
+        v->addWidget(result);
+        recentLayout_->addWidget(row);
+    }
+}
+
+} // namespace ombry
