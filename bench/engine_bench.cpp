@@ -1,7 +1,8 @@
 // What the program adds around one remote speech call: building the request of a 60-second
 // recording (base64 in JSON), sending it through the shared session to a loopback server,
 // decoding typical answers, and the clean-up rules applied to the transcript. Prints the
-// median of each step in milliseconds.
+// median of each step in milliseconds, and the memory that the request of a 30-minute
+// recording takes, written directly and, for comparison, through a JSON document.
 #include "TestHttpServer.h"
 
 #include "audio/AudioRecorder.h"
@@ -13,6 +14,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTemporaryDir>
@@ -40,6 +42,45 @@ double medianMs(int runs, const std::function<void()>& step) {
 
 void report(const char* what, double ms) {
     std::printf("%-58s %9.3f ms\n", what, ms);
+}
+
+// A line "Name:   N kB" of /proc/self/status, in bytes.
+qint64 statusBytes(const QByteArray& name) {
+    QFile f("/proc/self/status");
+    if (!f.open(QIODevice::ReadOnly)) return 0;
+    for (const QByteArray& line : f.readAll().split('\n'))
+        if (line.startsWith(name + ':'))
+            return line.mid(name.size() + 1).trimmed().split(' ')[0].toLongLong() * 1024;
+    return 0;
+}
+
+// How much the resident memory grows at its peak while `step` runs (the kernel's high-water
+// mark is reset first).
+qint64 peakGrowth(const std::function<void()>& step) {
+    QFile reset("/proc/self/clear_refs");
+    if (reset.open(QIODevice::WriteOnly)) reset.write("5");
+    reset.close();
+    const qint64 before = statusBytes("VmRSS");
+    step();
+    return statusBytes("VmHWM") - before;
+}
+
+// The request as a JSON document holding the base64 as a string, serialised: the way the body
+// was made before it was written directly. Kept here as the reference of the comparison.
+QByteArray throughDocument(const Http::JsonBody& body) {
+    QJsonObject object = body.object;
+    QJsonArray messages = object.value("messages").toArray();
+    QJsonObject user = messages[1].toObject();
+    QJsonArray content = user.value("content").toArray();
+    QJsonObject audio = content[0].toObject();
+    QJsonObject input = audio.value("input_audio").toObject();
+    input.insert("data", QString::fromLatin1(body.binary.toBase64()));
+    audio.insert("input_audio", input);
+    content[0] = audio;
+    user.insert("content", content);
+    messages[1] = user;
+    object.insert("messages", messages);
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
 QByteArray speechLikeWav(int seconds) {
@@ -98,13 +139,27 @@ int main(int argc, char** argv) {
     QByteArray wire;
     std::printf("60-second WAV: %lld bytes\n", qlonglong(wav.size()));
 
-    report("request body of a 60 s WAV (base64 + JSON object)",
-           medianMs(20, [&] { GeminiSpeech::requestBody(prompt, wav, true); }));
-    report("request body built and serialised to compact JSON", medianMs(20, [&] {
-               wire = QJsonDocument(GeminiSpeech::requestBody(prompt, wav, true))
-                          .toJson(QJsonDocument::Compact);
-           }));
+    report("request body of a 60 s WAV, written directly (JSON around base64)",
+           medianMs(20, [&] { wire = GeminiSpeech::requestBody(prompt, wav, true).serialized(); }));
+    report("the same through a JSON document holding the base64 (former way)",
+           medianMs(20, [&] { throughDocument(GeminiSpeech::requestBody(prompt, wav, true)); }));
     std::printf("  bytes on the wire: %lld\n", qlonglong(wire.size()));
+    if (throughDocument(GeminiSpeech::requestBody(prompt, wav, true)) != wire)
+        std::printf("  MISMATCH: the two ways give different bodies\n");
+
+    {
+        const QByteArray longWav = speechLikeWav(30 * 60);
+        const double file = double(longWav.size());
+        const qint64 direct =
+            peakGrowth([&] { GeminiSpeech::requestBody(prompt, longWav, true).serialized(); });
+        const qint64 document =
+            peakGrowth([&] { throughDocument(GeminiSpeech::requestBody(prompt, longWav, true)); });
+        std::printf("30-minute WAV: %.1f MB; memory beside it to build its request:\n", file / 1e6);
+        std::printf("  written directly %8.1f MB (%.1f x the file, %.1f x with the file)\n",
+                    direct / 1e6, direct / file, 1 + direct / file);
+        std::printf("  former way       %8.1f MB (%.1f x the file, %.1f x with the file)\n",
+                    document / 1e6, document / file, 1 + document / file);
+    }
 
     {
         ombry::test::TestHttpServer server;

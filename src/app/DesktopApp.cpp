@@ -1,10 +1,12 @@
 #include "app/DesktopApp.h"
 
+#include "app/AppShell.h"
 #include "app/Output.h"
 #include "app/SingleInstance.h"
 #include "data/Store.h"
 #include "desktop/DeviceProfile.h"
 #include "desktop/Log.h"
+#include "desktop/LoginItem.h"
 #include "desktop/Notify.h"
 #include "dictation/DictationController.h"
 #include "engines/client/Net.h"
@@ -117,11 +119,15 @@ int runDesktop(QApplication& app) {
     }
 
     DictationController& controller = DictationController::shared();
-    controller.onNeedsAttention = [&controller] {
-        // The settings page is where the user acts; until it opens from here, the desktop
-        // notification keeps the reason in sight after the flash is gone.
+    // The tray icon and its menu; the main window with its menu bar is made when first shown.
+    AppShell shell(controller);
+    shell.setUpTray();
+    controller.onNeedsAttention = [&controller, &shell] {
+        // The settings page is where the user acts; the desktop notification keeps the reason
+        // in sight after the flash is gone, also when the window is behind others.
         if (const std::optional<QString> error = controller.lastError())
             Notify::post(kAppName, *error);
+        shell.needsAttention();
     };
     BubbleController::shared().setInputWatch(linux_platform::makeInputWatch());
     controller.onBubble = [](const QString& title, const QString& original, const QString& text) {
@@ -136,11 +142,14 @@ int runDesktop(QApplication& app) {
     OverlayController::shared().setPanel(overlay);
     OverlayController::shared().position();
 
-    instance.onAnotherStart = [&controller] {
-        Log::write(QStringLiteral("démarrage: déjà lancé, second démarrage ignoré"));
-        OverlayController::shared().position();
-        controller.show(QStringLiteral("Ombry Voice est déjà lancé"), false);
+    // A second start (the menu entry clicked again, a login item and a manual start) brings
+    // the running program's window forward.
+    instance.onAnotherStart = [&shell] {
+        Log::write(
+            QStringLiteral("démarrage: déjà lancé, second démarrage ignoré, fenêtre affichée"));
+        shell.showWindow();
     };
+    LoginItem::applyDefault();
 
     warnAboutKeyboard(controller);
 
@@ -156,8 +165,12 @@ int runDesktop(QApplication& app) {
     QObject::connect(warmUp, &QTimer::timeout, [] { Net::warmUp(); });
     warmUp->start();
 
+    // The main window at every normal start.
+    shell.showWindow();
+
     quitOnSignals(app);
     const int status = app.exec();
+    controller.onNeedsAttention = nullptr; // it reaches the shell, which goes with this function
     BubbleController::shared().close();
     BubbleController::shared().setInputWatch(nullptr);
     Store::shared().flush();

@@ -5,6 +5,7 @@
 #include "app/LocalModes.h"
 #include "app/OmbryIcon.h"
 #include "app/Output.h"
+#include "app/Snapshot.h"
 #include "app/SpeechModes.h"
 
 #include <exception>
@@ -13,17 +14,27 @@ namespace ombry {
 namespace {
 
 QCoro::Task<void> notAvailable(Mode mode) {
-    printLine(QStringLiteral("erreur: le mode %1 n'est pas disponible dans cette version")
-                  .arg(QLatin1String(switchName(mode))));
+    printError(QStringLiteral("le mode %1 n'est pas disponible dans cette version")
+                   .arg(QLatin1String(switchName(mode))));
     co_return;
 }
 
 // --icon: the icon set in the accent colour.
 void runIcon(const QString& folder) {
+    // An empty argument would put the icons at the root of the file system.
+    if (folder.trimmed().isEmpty()) {
+        printError(QStringLiteral("--icon demande un dossier"));
+        return;
+    }
     QString error;
     const QColor accent = QColor::fromRgbF(0.0f, 184 / 255.0f, 169 / 255.0f, 1.0f);
-    if (!OmbryIcon::writeIconset(folder, accent, 0, &error))
-        printLine(QStringLiteral("erreur: ") + error);
+    if (!OmbryIcon::writeIconset(folder, accent, 0, &error)) printError(error);
+}
+
+// --snapshot: pictures of every page of the main window.
+void runSnapshot(const QString& folder) {
+    QString error;
+    if (!Snapshot::render(folder, &error)) printLine(QStringLiteral("erreur: ") + error);
 }
 
 } // namespace
@@ -54,6 +65,9 @@ QCoro::Task<void> runMode(Switch sw) {
             break;
         case Mode::Icon:
             runIcon(sw.args.value(0));
+            break;
+        case Mode::Snapshot:
+            runSnapshot(sw.args.value(0));
             break;
         default:
             co_await notAvailable(sw.mode);

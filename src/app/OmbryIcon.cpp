@@ -213,7 +213,8 @@ QImage render(int size, const QColor& accent, int glyph) {
 
 bool writeIconset(const QString& folder, const QColor& accent, int glyph, QString* error) {
     for (int n : kSizes) {
-        const QString dir = QStringLiteral("%1/hicolor/%2x%2/apps").arg(folder).arg(n);
+        // The folder is taken literally: a "%2" in its name stays as it is.
+        const QString dir = folder + QStringLiteral("/hicolor/%1x%1/apps").arg(n);
         const QString file = dir + QStringLiteral("/ombry-voice.png");
         if (!QDir().mkpath(dir) || !render(n, accent, glyph).save(file, "PNG")) {
             if (error) *error = QStringLiteral("impossible d'écrire l'icône dans %1").arg(dir);

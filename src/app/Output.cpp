@@ -1,6 +1,8 @@
 #include "app/Output.h"
 
-#include <QFile>
+#include "platform/Paths.h"
+
+#include <QRegularExpression>
 #include <cstdio>
 
 namespace ombry {
@@ -11,17 +13,41 @@ void printLine(const QString& line) {
     std::fflush(stdout);
 }
 
+QString oneLine(const QString& text) {
+    // Every kind of line end (CR LF, CR, LF, the Unicode separators, vertical tab, form feed)
+    // with the blanks around it becomes one space.
+    static const QRegularExpression lineBreaks(
+        QStringLiteral("\\s*[\\r\\n\\x{0B}\\x{0C}\\x{85}\\x{2028}\\x{2029}]+\\s*"));
+    return text.trimmed().replace(lineBreaks, QStringLiteral(" "));
+}
+
+void printError(const QString& description) {
+    printLine(QStringLiteral("erreur: ") + oneLine(description));
+}
+
 void printError(const std::exception& e) {
-    printLine(QStringLiteral("erreur: ") + QString::fromUtf8(e.what()));
+    printError(QString::fromUtf8(e.what()));
 }
 
 std::optional<QByteArray> readInputFile(const QString& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        printLine(QStringLiteral("erreur: impossible de lire le fichier ") + path);
-        return std::nullopt;
+    using Status = Paths::ReadResult::Status;
+    const Paths::ReadResult read = Paths::readRegularFile(path, kMaxInputFileBytes);
+    switch (read.status) {
+    case Status::Ok:
+        return read.bytes;
+    case Status::NotRegular:
+        printError(QStringLiteral("%1 n'est pas un fichier ordinaire").arg(path));
+        break;
+    case Status::TooLarge:
+        printError(
+            QStringLiteral("le fichier %1 dépasse %2 Mo").arg(path).arg(kMaxInputFileBytes >> 20));
+        break;
+    case Status::Missing:
+    case Status::Unreadable:
+        printError(QStringLiteral("impossible de lire le fichier ") + path);
+        break;
     }
-    return file.readAll();
+    return std::nullopt;
 }
 
 QString secondsSince(const QElapsedTimer& timer) {

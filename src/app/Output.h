@@ -12,11 +12,21 @@ namespace ombry {
 // while they run.
 void printLine(const QString& line);
 
-// The one failure line of a headless mode: "erreur: " and the error's description.
-void printError(const std::exception& e);
+// The text on one line: line breaks, with the blanks around them, become one space.
+QString oneLine(const QString& text);
 
-// A mode's input file read whole; when it cannot be read, the failure line is printed and
-// nothing is returned.
+// The one failure line of a headless mode: "erreur: " and the error's description, whose line
+// breaks (an HTML page of an error, say) are folded into that one line.
+void printError(const std::exception& e);
+void printError(const QString& description);
+
+// The largest input file a mode reads (about two hours of 16 kHz audio).
+inline constexpr qint64 kMaxInputFileBytes = qint64(256) << 20;
+
+// A mode's input file read whole. Only a regular file of at most kMaxInputFileBytes is read (a
+// pipe or a device is refused without waiting on it); the path is taken as given, bytes that
+// are not UTF-8 included (see Paths::fromNative). When it cannot be read, the failure line is
+// printed and nothing is returned.
 std::optional<QByteArray> readInputFile(const QString& path);
 
 // Seconds since the timer started, as the modes print them ("%.1f").

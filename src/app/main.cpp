@@ -3,12 +3,15 @@
 #include "app/Output.h"
 #include "app/Startup.h"
 #include "app/Switches.h"
+#include "data/Problems.h"
+#include "desktop/Log.h"
+#include "platform/Paths.h"
+#include "platform/SerialQueue.h"
 
 #include <QApplication>
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QTimer>
-#include <cstdlib>
 #include <memory>
 
 using namespace ombry;
@@ -20,15 +23,23 @@ QCoro::Task<void> runAndExit(Switch sw) {
     // Work that the mode posted to the main thread (a cost to record) runs before the end.
     QCoreApplication::processEvents();
     finishHeadlessRun();
-    std::exit(0);
+    QCoreApplication::exit(0);
 }
+
+// Every way out of main passes here before static objects are destroyed: the worker threads
+// (list saves, journal) are stopped and joined while the clock and the platform they read
+// still exist.
+struct ThreadsStoppedAtExit {
+    ~ThreadsStoppedAtExit() { SerialQueue::stopAll(); }
+};
 
 } // namespace
 
 int main(int argc, char** argv) {
     QStringList arguments;
+    // File names are bytes: kept whole even when they are not valid in the locale's encoding.
     for (int i = 0; i < argc; ++i)
-        arguments << QString::fromLocal8Bit(argv[i]);
+        arguments << Paths::fromNative(QByteArray(argv[i]));
     const std::optional<Switch> sw = findSwitch(arguments);
 
     // The modes that draw need a GUI application but never a window or a display.
@@ -43,16 +54,24 @@ int main(int argc, char** argv) {
             return 1;
         }
         app = std::make_unique<QApplication>(argc, argv);
-    } else if (sw->mode == Mode::Icon || sw->mode == Mode::Snapshot) {
-            qputenv("QT_QPA_PLATFORM", "offscreen");
-            app = std::make_unique<QGuiApplication>(argc, argv);
-        }
-    else {
+    } else if (sw->mode == Mode::Snapshot) {
+        // Pictures of the window's widgets, drawn without any display.
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    } else if (sw->mode == Mode::Icon) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
         app = std::make_unique<QCoreApplication>(argc, argv);
     }
     QCoreApplication::setApplicationName(QStringLiteral("Ombry Voice"));
     QCoreApplication::setOrganizationDomain(QStringLiteral("quennard.com"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(OMBRY_VERSION));
+    // Destroyed before the application and before static objects.
+    const ThreadsStoppedAtExit threadsStopped;
 
+    // What the data layer cannot do with a file goes to the journal.
+    DataProblems::setReporter(&Log::write);
     runStartupHead();
 
     if (!sw) return runDesktop(static_cast<QApplication&>(*app));

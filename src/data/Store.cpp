@@ -1,6 +1,7 @@
 #include "data/Store.h"
 
 #include "data/IdentityMigration.h"
+#include "data/Problems.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Platform.h"
@@ -30,22 +31,104 @@ const QString kMeetings = QStringLiteral("meetings.json");
 
 std::atomic<Store*> sharedInstance{nullptr};
 
-// The list in a file, or nothing when it cannot be read or decoded. A file that exists but
-// does not decode is copied beside itself as "{name}.damaged" on the queue, ahead of the empty
-// list that is saved over it soon after, so that its content is not lost for good.
+const QString kLockFile = QStringLiteral(".lock");
+
+// The largest list file read; a bigger one is left alone like an unreadable one.
+constexpr qint64 kMaxListFileBytes = qint64(1) << 30;
+
+template <class T> QByteArray encodeOf(const QList<T>& list) {
+    if constexpr (std::is_same_v<T, QString>)
+        return encodeWords(list);
+    else
+        return encodeList(list);
+}
+
+template <class T> std::optional<QList<T>> decodeOf(const QByteArray& bytes) {
+    if constexpr (std::is_same_v<T, QString>)
+        return decodeWords(bytes);
+    else
+        return decodeList<T>(bytes);
+}
+
+// A copy of a file that does not decode, kept beside it under a name of its own
+// ("history.json.damaged", then ".damaged.2"...), so that no earlier copy is replaced.
+void keepDamagedCopy(const QString& path, const QByteArray& bytes) {
+    const QString copy = Paths::writeNewFile(path + QStringLiteral(".damaged"), bytes);
+    DataProblems::report(copy.isEmpty()
+                             ? QStringLiteral("%1 illisible, copie impossible").arg(path)
+                             : QStringLiteral("%1 illisible, copie gardée : %2").arg(path, copy));
+}
+
+void reportUnreadable(const QString& path, const Paths::ReadResult& r) {
+    DataProblems::report(
+        QStringLiteral("%1 ne peut pas être lu (%2) : il est laissé tel quel")
+            .arg(path, r.error.isEmpty() ? QStringLiteral("trop grand ou spécial") : r.error));
+}
+
+// What can be in the way of reading a list file: the file is missing (an empty list), fine,
+// or there but not readable, in which case it is never written over during this run.
+bool isUnreadable(const Paths::ReadResult& r) {
+    return r.status != Paths::ReadResult::Status::Ok &&
+           r.status != Paths::ReadResult::Status::Missing;
+}
+
+// Three-way merge of a list: what this process removed from `base` (the list as it last had
+// it on disk) is removed from `disk`, and what it added is put in, each added element after
+// the one before it in `ours` (at the front when it is first). What others wrote stays.
+// Elements are told apart by their encoding.
 template <class T>
-T loadFile(const QString& folder, const QString& name, SerialQueue& queue,
-           const std::function<std::optional<T>(const QByteArray&)>& decode) {
-    QFile file(folder + QLatin1Char('/') + name);
-    if (!file.open(QIODevice::ReadOnly)) return T();
-    const QByteArray bytes = file.readAll();
-    file.close();
-    if (auto list = decode(bytes)) return std::move(*list);
-    if (!bytes.trimmed().isEmpty())
-        queue.async([path = folder + QLatin1Char('/') + name + QStringLiteral(".damaged"), bytes] {
-            Paths::writeFileAtomically(path, bytes);
-        });
-    return T();
+QList<T> mergedAtFront(const QList<T>& ours, const QList<T>& base, const QList<T>& disk) {
+    const auto key = [](const T& value) { return encodeOf(QList<T>{value}); };
+    QHash<QByteArray, int> baseCount;
+    for (const T& v : base)
+        ++baseCount[key(v)];
+    QHash<QByteArray, int> removed = baseCount;
+    QList<bool> isAdded;
+    QList<QByteArray> oursKeys;
+    for (const T& v : ours) {
+        QByteArray k = key(v);
+        int& left = removed[k];
+        isAdded.append(left == 0);
+        if (left > 0) --left;
+        oursKeys.append(std::move(k));
+    }
+    QList<T> result;
+    QList<QByteArray> resultKeys;
+    for (const T& v : disk) {
+        QByteArray k = key(v);
+        if (int& left = removed[k]; left > 0) {
+            --left;
+            continue;
+        }
+        result.append(v);
+        resultKeys.append(std::move(k));
+    }
+    qsizetype previous = -1; // where ours[i - 1] stands in the result
+    for (qsizetype i = 0; i < ours.size(); ++i) {
+        if (isAdded[i]) {
+            result.insert(previous + 1, ours[i]);
+            resultKeys.insert(previous + 1, oursKeys[i]);
+            ++previous;
+        } else {
+            const qsizetype at = resultKeys.indexOf(oursKeys[i]);
+            if (at >= 0) previous = at;
+        }
+    }
+    return result;
+}
+
+template <class T> QList<T> reversed(QList<T> list) {
+    std::reverse(list.begin(), list.end());
+    return list;
+}
+
+// The merge of a list kept newest first (history, fixes) anchors new elements at the front;
+// the others grow at their end, so an element added there is anchored on the one after it.
+template <class T>
+QList<T> merged(const QList<T>& ours, const QList<T>& base, const QList<T>& disk,
+                bool newestFirst) {
+    if (newestFirst) return mergedAtFront(ours, base, disk);
+    return reversed(mergedAtFront(reversed(ours), reversed(base), reversed(disk)));
 }
 
 bool isBlankOrTab(QChar c) {
@@ -95,19 +178,44 @@ Store* Store::sharedIfCreated() {
 Store::Store(const QString& folder, QObject* parent)
     : QObject(parent), folder_(folder), audioFolder_(folder + QStringLiteral("/Audio")),
       ioQueue_(std::make_unique<SerialQueue>(QStringLiteral("verlo.store.io"))) {
-    QDir().mkpath(folder_);
-    QDir().mkpath(audioFolder_);
+    // The history and the journal hold the user's words: only the user may enter the folder.
+    Paths::makePrivateFolder(folder_);
+    Paths::makePrivateFolder(audioFolder_);
 
     // Each list goes through its setter, which schedules its save: every file is rewritten
     // shortly after start, and made if it was missing.
-    SerialQueue& q = *ioQueue_;
-    setDictations(loadFile<QList<Dictation>>(folder_, kHistory, q, decodeList<Dictation>));
-    setWords(loadFile<QStringList>(folder_, kWords, q, decodeWords));
-    setCorrections(loadFile<QList<Correction>>(folder_, kCorrections, q, decodeList<Correction>));
-    setFixes(loadFile<QList<CorrectionRecord>>(folder_, kFixes, q, decodeList<CorrectionRecord>));
-    setSnippets(loadFile<QList<Snippet>>(folder_, kSnippets, q, decodeList<Snippet>));
-    setCosts(loadFile<QList<CostEntry>>(folder_, kCosts, q, decodeList<CostEntry>));
-    setMeetings(loadFile<QList<Meeting>>(folder_, kMeetings, q, decodeList<Meeting>));
+    setDictations(load<Dictation>(kHistory));
+    setWords(load<QString>(kWords));
+    setCorrections(load<Correction>(kCorrections));
+    setFixes(load<CorrectionRecord>(kFixes));
+    setSnippets(load<Snippet>(kSnippets));
+    setCosts(load<CostEntry>(kCosts));
+    setMeetings(load<Meeting>(kMeetings));
+}
+
+// The list in a file; empty when it is missing, cannot be read or does not decode. A file that
+// does not decode is copied beside itself first (on the queue, ahead of any save); a file that
+// cannot be read is left alone for the whole run.
+template <class T> QList<T> Store::load(const QString& name) {
+    const QString path = folder_ + QLatin1Char('/') + name;
+    auto state = std::make_shared<FileState>();
+    fileStates_.insert(name, state);
+    const Paths::ReadResult read = Paths::readRegularFile(path, kMaxListFileBytes);
+    if (isUnreadable(read)) {
+        state->blocked = true;
+        ioQueue_->async([path, read] { reportUnreadable(path, read); });
+        return {};
+    }
+    if (!read.ok()) return {}; // missing
+    state->stamp = Paths::stamp(path);
+    if (auto list = decodeOf<T>(read.bytes)) {
+        state->base = read.bytes;
+        return std::move(*list);
+    }
+    state->othersInFile = true; // damaged bytes: not a list this process can take as its own
+    if (!read.bytes.trimmed().isEmpty())
+        ioQueue_->async([path, bytes = read.bytes] { keepDamagedCopy(path, bytes); });
+    return {};
 }
 
 Store::~Store() {
@@ -124,14 +232,14 @@ Store::~Store() {
 // than being copied whole at the next change.
 struct Store::SaveJob {
     std::mutex mutex;
-    std::function<QByteArray()> encode;
+    std::function<SaveFn> encode;
 
-    std::function<QByteArray()> take() {
+    std::function<SaveFn> take() {
         std::lock_guard lock(mutex);
         return encode;
     }
     void release() {
-        std::function<QByteArray()> dropped;
+        std::function<SaveFn> dropped;
         std::lock_guard lock(mutex);
         dropped.swap(encode);
     }
@@ -144,23 +252,64 @@ void Store::releasePending(const QString& name) {
     }
 }
 
-void Store::schedule(const QString& name, std::function<QByteArray()> encode) {
+// Writers of the data folder take turns under one lock file. Under it, a save reads the file
+// again: when it still holds what this process last wrote, the list is written as it is;
+// when another process wrote it meanwhile, the other's changes are merged with this process's
+// changes before the write. So no process drops what another one wrote.
+void Store::schedule(const QString& name, std::function<SaveFn> encode) {
     releasePending(name);
     auto job = std::make_shared<SaveJob>();
     job->encode = std::move(encode);
     // The encoding runs inside the item, on the queue.
-    auto item = std::make_shared<WorkItem>([path = folder_ + QLatin1Char('/') + name, job] {
-        if (const auto encode = job->take()) Paths::writeFileAtomically(path, encode());
-    });
+    auto item =
+        std::make_shared<WorkItem>([folder = folder_, name, job, state = fileStates_.value(name)] {
+            const auto encode = job->take();
+            if (!encode || !state || state->blocked) return;
+            const QString path = folder + QLatin1Char('/') + name;
+            const Paths::FileLock lock(folder + QLatin1Char('/') + kLockFile);
+            // Unchanged since this process wrote it alone: nothing to read again.
+            const std::optional<Paths::FileStamp> now = Paths::stamp(path);
+            const bool known = now && state->stamp && *now == *state->stamp;
+            std::optional<QByteArray> disk;
+            if (now && !(known && !state->othersInFile)) {
+                Paths::ReadResult read = Paths::readRegularFile(path, kMaxListFileBytes);
+                if (isUnreadable(read)) {
+                    state->blocked = true;
+                    reportUnreadable(path, read);
+                    return;
+                }
+                if (read.ok()) disk = std::move(read.bytes);
+            }
+            const SaveOutput out = encode(*state, disk, known, path);
+            if (!Paths::writeFileAtomically(path, out.written)) return;
+            state->base = out.ours;
+            state->stamp = Paths::stamp(path);
+            state->othersInFile = out.merged;
+        });
     pending_.insert(name, {item, job});
     ioQueue_->asyncAfter(kSaveDelayMs, item);
 }
 
 template <class T> void Store::save(const QList<T>& list, const QString& name) {
-    if constexpr (std::is_same_v<T, QString>)
-        schedule(name, [list] { return encodeWords(list); });
-    else
-        schedule(name, [list] { return encodeList(list); });
+    const bool newestFirst = name == kHistory || name == kFixes;
+    schedule(name,
+             [list, newestFirst](const FileState& state, const std::optional<QByteArray>& disk,
+                                 bool known, const QString& path) -> SaveOutput {
+                 QByteArray ours = encodeOf(list);
+                 // Missing, or holding only what this process wrote: ours as it is.
+                 if (!disk) return {ours, ours, false};
+                 std::optional<QList<T>> onDisk = decodeOf<T>(*disk);
+                 if (!onDisk) {
+                     // Damaged by someone else since this process read it: kept aside, then
+                     // replaced.
+                     if (!known && !disk->trimmed().isEmpty()) keepDamagedCopy(path, *disk);
+                     return {ours, ours, false};
+                 }
+                 const QList<T> base = decodeOf<T>(state.base).value_or(QList<T>());
+                 QByteArray written = encodeOf(merged(list, base, *onDisk, newestFirst));
+                 const bool others = written != ours;
+                 return {std::move(ours), std::move(written), others};
+             });
 }
 
 void Store::flush() {
@@ -519,11 +668,13 @@ void Store::eraseEverything() {
                                 kMeetings,
                                 QStringLiteral("keys.json"),
                                 QStringLiteral("journal.log")};
-        for (const QString& f : files) {
+        for (const QString& f : files)
             QFile::remove(folder + QLatin1Char('/') + f);
-            // Copies kept of damaged files are the user's data too.
-            QFile::remove(folder + QLatin1Char('/') + f + QStringLiteral(".damaged"));
-        }
+        // Copies kept of damaged files are the user's data too: "name.damaged", "name.damaged.2"...
+        const QStringList damaged =
+            QDir(folder).entryList({QStringLiteral("*.json.damaged*")}, QDir::Files | QDir::Hidden);
+        for (const QString& f : damaged)
+            QFile::remove(folder + QLatin1Char('/') + f);
     });
 }
 

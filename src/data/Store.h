@@ -1,6 +1,7 @@
 #pragma once
 
 #include "data/Records.h"
+#include "platform/Paths.h"
 
 #include <QDate>
 #include <QDateTime>
@@ -37,6 +38,10 @@ struct AppShare {
 // The user's data: seven lists held in memory, each written to its own JSON file 0.4 s after
 // its last change, on the serial queue "verlo.store.io", plus the statistics of the history.
 // Lists and statistics belong to the main thread.
+//
+// Several processes may write the folder at once (a command-line run beside the desktop
+// program): writes take turns under the folder's lock file, and each merges what others wrote
+// since (see schedule()). A list file that exists but cannot be read is never written over.
 class Store : public QObject {
     Q_OBJECT
 public:
@@ -125,10 +130,28 @@ Q_SIGNALS:
     void statsChanged();
 
 private:
+    // What the save of one file knows of it; touched on the queue once the store is made.
+    struct FileState {
+        QByteArray base; // this process's list as last read or written (what it changed from)
+        std::optional<Paths::FileStamp> stamp; // the file as this process last read or wrote it
+        bool othersInFile = false; // that file held entries of other runs besides `base`
+        bool blocked = false;      // there but unreadable: never written during this run
+    };
+    struct SaveOutput {
+        QByteArray ours;    // the encoding of this process's list
+        QByteArray written; // what goes to the file: ours, merged with what others wrote
+        bool merged = false;
+    };
+    // disk: the file's bytes, read again; nothing when it is missing or known to hold only what
+    // this process wrote. known: the file is the one this process last read or wrote.
+    using SaveFn = SaveOutput(const FileState&, const std::optional<QByteArray>& disk, bool known,
+                              const QString& path);
+
+    template <class T> QList<T> load(const QString& name);
     template <class T> void save(const QList<T>& list, const QString& name);
     template <class L>
     void assign(L& member, L value, const QString& name, void (Store::*changed)());
-    void schedule(const QString& name, std::function<QByteArray()> encode);
+    void schedule(const QString& name, std::function<SaveFn> encode);
     void releasePending(const QString& name);
     QDate localDay(const QDateTime& utc) const;
 
@@ -154,6 +177,7 @@ private:
         std::shared_ptr<SaveJob> job;
     };
     QMap<QString, Pending> pending_;
+    QHash<QString, std::shared_ptr<FileState>> fileStates_;
 
     // What the statistics know of each dictation, in the order of dictations_: a rebuild
     // reuses the word count and the day of a record whose text and date are unchanged, so that

@@ -31,7 +31,7 @@ bool isConstrained(bool lowPower, int thermalState) {
     return lowPower || thermalState >= 2;
 }
 
-bool lightVisuals(PerformanceMode mode, int memoryGB, int cores, const QString& chip,
+bool lightVisuals(PerformanceMode mode, int memoryGB, int cores,
                   const std::function<bool()>& constrained) {
     switch (mode) {
     case PerformanceMode::Light:
@@ -43,7 +43,6 @@ bool lightVisuals(PerformanceMode mode, int memoryGB, int cores, const QString& 
     }
     if (memoryGB < 9) return true;
     if (cores < 5) return true;
-    if (chip.contains(QLatin1String("Intel"))) return true;
     return constrained();
 }
 
@@ -68,7 +67,7 @@ bool isConstrained() {
 }
 
 bool lightVisuals() {
-    return lightVisuals(AppSettings::shared().performanceMode(), memoryGB(), cores(), chip(),
+    return lightVisuals(AppSettings::shared().performanceMode(), memoryGB(), cores(),
                         [] { return isConstrained(); });
 }
 

@@ -30,9 +30,10 @@ QString launchLine();
 // The rules above as functions of their inputs.
 int roundedGB(uint64_t bytes);
 bool isConstrained(bool lowPower, int thermalState);
-// auto: memory under 9, cores under 5, an Intel chip, then constrained, tested in that order;
-// constrained is asked only when nothing before it decided.
-bool lightVisuals(PerformanceMode mode, int memoryGB, int cores, const QString& chip,
+// auto, judged by what the machine is: memory under 9, cores under 5, then constrained (power
+// saving or heat), tested in that order; constrained is asked only when nothing before it
+// decided. The make of the processor plays no part.
+bool lightVisuals(PerformanceMode mode, int memoryGB, int cores,
                   const std::function<bool()>& constrained);
 QString summary(const QString& chip, int memoryGB, int cores);
 

@@ -2,6 +2,7 @@
 
 #include "data/Store.h"
 #include "platform/Clock.h"
+#include "platform/Paths.h"
 #include "platform/Platform.h"
 #include "platform/SerialQueue.h"
 
@@ -48,12 +49,17 @@ void open(Journal& j) {
     j.opened = true;
     const QString path = url();
     const QFileInfo info(path);
-    QDir().mkpath(info.absolutePath());
+    // The journal holds the user's words: the folder and the file are the user's only.
+    Paths::makePrivateFolder(info.absolutePath());
     if (info.exists() && info.size() >= kDeleteFromBytes) QFile::remove(path);
     auto file = std::make_unique<QFile>(path);
-    // Unbuffered: each line is one write to the file, nothing held back in memory.
-    if (file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+    // Unbuffered: each line is one write to the file, nothing held back in memory. A new file is
+    // made 0600; one that exists is set to it.
+    if (file->open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered,
+                   QFileDevice::ReadOwner | QFileDevice::WriteOwner)) {
+        file->setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         j.handle = std::move(file);
+    }
 }
 
 } // namespace

@@ -79,8 +79,10 @@ QCoro::Task<QString> transcribe(QByteArray wav, QString model, QString language,
     if (!key) throw EngineError::missingKey(kService);
     const Http::Headers headers = {{"Authorization", "Token " + key->toUtf8()},
                                    {"Content-Type", "audio/wav"}};
-    const Http::Reply reply =
-        co_await Http::post(listenURL(model, language, keyterms), wav, headers, kTimeoutSeconds);
+    // Word timings of a long recording make a large answer: a cap of its own.
+    const Http::Limits limits{.maxReplyBytes = qint64(64) << 20};
+    const Http::Reply reply = co_await Http::post(listenURL(model, language, keyterms), wav,
+                                                  headers, kTimeoutSeconds, limits);
     if (reply.status != 200) throw EngineError::http(kService, reply.status, reply.bodyText());
     co_return decodeTranscript(reply.body);
 }

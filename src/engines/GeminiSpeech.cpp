@@ -97,11 +97,11 @@ QString translatePrompt(const QString& context) {
                           "\"fr\": \"...\"}");
 }
 
-QJsonObject requestBody(const QString& prompt, const QByteArray& wav, bool json) {
+Http::JsonBody requestBody(const QString& prompt, const QByteArray& wav, bool json) {
     const QJsonObject audio{
         {QStringLiteral("type"), QStringLiteral("input_audio")},
         {QStringLiteral("input_audio"),
-         QJsonObject{{QStringLiteral("data"), QString::fromLatin1(wav.toBase64())},
+         QJsonObject{{QStringLiteral("data"), Http::JsonBody::binaryPlaceholder()},
                      {QStringLiteral("format"), QStringLiteral("wav")}}},
     };
     QJsonObject body{
@@ -116,7 +116,7 @@ QJsonObject requestBody(const QString& prompt, const QByteArray& wav, bool json)
     if (json)
         body.insert(QStringLiteral("response_format"),
                     QJsonObject{{QStringLiteral("type"), QStringLiteral("json_object")}});
-    return body;
+    return Http::JsonBody(std::move(body), wav);
 }
 
 QString jsonCut(const QString& content) {

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include "engines/client/Http.h"
+
 // The speech engine of the default configuration: the WAV file travels in a chat message to a
 // multimodal model, through OmbryAI::chat like every other text call, and the transcript is
 // read out of the model's reply. No retry: callers fall back on another engine.
@@ -47,8 +49,9 @@ QString cleanPrompt(const QString& language, const QStringList& words, const QSt
 QString translatePrompt(const QString& context);
 
 // The request body: the fixed model, temperature 0, the system prompt, and the audio as one
-// base64 `input_audio` part; with `json`, a response_format of type json_object.
-QJsonObject requestBody(const QString& prompt, const QByteArray& wav, bool json);
+// base64 `input_audio` part; with `json`, a response_format of type json_object. The audio
+// stays bytes until the body is written (Http::JsonBody::serialized).
+Http::JsonBody requestBody(const QString& prompt, const QByteArray& wav, bool json);
 
 // From the first "{" to the last "}", both kept; the text whole when either is missing.
 QString jsonCut(const QString& content);

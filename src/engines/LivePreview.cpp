@@ -155,6 +155,11 @@ void LivePreview::run() {
         OfflineSpeech::Decoder& decoder = *loaded.decoder;
         QString text;
         for (const QByteArray& pcm : pending) {
+            // A backlog is dropped as soon as the preview is stopped, restarted or destroyed.
+            {
+                std::lock_guard<std::mutex> check(mutex_);
+                if (quit_ || request_ || session_ != session) break;
+            }
             decoder.process(pcm);
             if (!longForm) continue;
             // Long recordings are cut at each pause: the words so far become final and the

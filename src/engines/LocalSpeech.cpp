@@ -14,10 +14,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPromise>
+#include <QThreadPool>
 #include <QUrl>
 #include <QUuid>
 
-#include <thread>
+#include <memory>
 
 namespace ombry {
 
@@ -152,13 +153,15 @@ QCoro::Task<QString> transcribeOffline(QByteArray wav, QString language, QString
 
     // Decoding takes about a tenth of the audio's length: a worker thread keeps the main loop
     // turning; the awaiting coroutine resumes on its own thread once the future is done.
-    QPromise<OfflineSpeech::Result> promise;
-    QFuture<OfflineSpeech::Result> future = promise.future();
-    promise.start();
-    std::thread([promise = std::move(promise), pcm = *pcm, model = *model, grammar]() mutable {
-        promise.addResult(OfflineSpeech::decode(pcm, model, grammar));
-        promise.finish();
-    }).detach();
+    // The application's thread pool is waited for when the application ends, so no decoding
+    // outlives the objects it may touch.
+    auto promise = std::make_shared<QPromise<OfflineSpeech::Result>>();
+    QFuture<OfflineSpeech::Result> future = promise->future();
+    promise->start();
+    QThreadPool::globalInstance()->start([promise, pcm = *pcm, model = *model, grammar] {
+        promise->addResult(OfflineSpeech::decode(pcm, model, grammar));
+        promise->finish();
+    });
 
     const OfflineSpeech::Result result = co_await future;
     if (!result.ok) throw failure(0, result.error);
@@ -175,10 +178,14 @@ QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList co
             Log::write(QStringLiteral("transcription locale: serveur ") + server);
             co_return text;
         } catch (const TransportError& e) {
-            Log::write(QStringLiteral("transcription locale: serveur %1 injoignable (%2), "
-                                      "pocketsphinx prend le relais")
+            Log::write(QStringLiteral("transcription locale: serveur %1 injoignable (%2)")
                            .arg(server, QString::fromUtf8(e.what())));
         }
+        // Without a model for the language the user's real problem is the server, not a model
+        // they never meant to install.
+        if (!OfflineSpeech::modelFor(language, Paths::dataFolder()))
+            throw failure(0,
+                          QStringLiteral("serveur de transcription injoignable (%1)").arg(server));
     }
     const QString text = co_await transcribeOffline(std::move(wav), language, std::move(grammar));
     Log::write(QStringLiteral("transcription locale: pocketsphinx"));

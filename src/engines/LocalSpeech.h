@@ -40,7 +40,8 @@ inline constexpr const char* kService = "Local";
 // writes them (pocketsphinx has no way to favour them). With a speech server set, the
 // recording goes there first; when none is set or it does not answer, pocketsphinx decodes it
 // (see transcribeOffline). A server that answers with an error is not retried elsewhere: its
-// words are the failure.
+// words are the failure. A server that does not answer, with no pocketsphinx model for the
+// language either, fails with "serveur de transcription injoignable ({server})".
 QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList contextualWords,
                                 QString grammar = QString());
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 namespace ombry::WavReader {
 namespace {
@@ -96,7 +97,6 @@ std::optional<Audio> parse(const QByteArray& wav, QString* error) {
 
 std::vector<float> resample(const std::vector<float>& mono, int from, int to) {
     if (from == to || mono.empty() || from <= 0 || to <= 0) return mono;
-    const double step = double(from) / to; // input samples per output sample
     // The low-pass cut-off relative to the input's own Nyquist frequency: a little under the
     // lower of the two rates' limits, so the transition band ends before anything folds back.
     const double cutoff = 0.9 * std::min(1.0, double(to) / from);
@@ -116,25 +116,58 @@ std::vector<float> resample(const std::vector<float>& mono, int from, int to) {
         return t;
     }();
     const double halfWidth = kZeros / cutoff;
+    const auto kernel = [&](double distance) {
+        const double x = std::abs(distance) * cutoff * kSteps;
+        if (x >= double(kZeros * kSteps)) return 0.0;
+        const size_t at = size_t(x);
+        return table[at] + (table[at + 1] - table[at]) * (x - double(at));
+    };
 
-    const size_t count = size_t(std::floor(double(mono.size()) / step));
+    // Output sample i sits at input position i·from/to: a whole part q and a phase r/to. The
+    // phases repeat every to/gcd outputs, so the weights of each are computed once.
+    const int64_t g = std::gcd(int64_t(from), int64_t(to));
+    const int64_t phases = to / g;
+    const long reach = long(std::ceil(halfWidth)) + 1;
+    const size_t taps = size_t(2 * reach + 1);
+    std::vector<float> weights;
+    if (phases <= 4096) {
+        weights.resize(size_t(phases) * taps);
+        for (int64_t p = 0; p < phases; ++p) {
+            const double frac = double(p * g) / to;
+            float* w = weights.data() + size_t(p) * taps;
+            double sum = 0.0;
+            for (long j = -reach; j <= reach; ++j)
+                sum += (w[j + reach] = float(kernel(frac - double(j))));
+            for (size_t t = 0; t < taps; ++t)
+                w[t] = float(w[t] / sum);
+        }
+    }
+
+    const size_t count = size_t((int64_t(mono.size()) * to) / from);
     const long last = long(mono.size()) - 1;
     std::vector<float> out(count);
     for (size_t i = 0; i < count; ++i) {
-        const double centre = double(i) * step;
-        const long first = std::max(0L, long(std::ceil(centre - halfWidth)));
-        const long end = std::min(last, long(std::floor(centre + halfWidth)));
-        double total = 0.0, weights = 0.0;
-        for (long k = first; k <= end; ++k) {
-            const double x = std::abs(centre - double(k)) * cutoff * kSteps;
-            const size_t at = size_t(x);
-            const double frac = x - double(at);
-            const double h = table[at] + (table[at + 1] - table[at]) * frac;
-            total += h * mono[size_t(k)];
-            weights += h;
+        const int64_t position = int64_t(i) * from;
+        const long q = long(position / to);
+        const int64_t r = position % to;
+        if (!weights.empty() && q - reach >= 0 && q + reach <= last) {
+            const float* w = weights.data() + size_t(r / g) * taps;
+            const float* x = mono.data() + (q - reach);
+            float total = 0.0f;
+            for (size_t t = 0; t < taps; ++t)
+                total += w[t] * x[t];
+            out[i] = total;
+            continue;
         }
-        // Dividing by the weights keeps the level right at the edges, where the kernel is cut.
-        out[i] = weights != 0.0 ? float(total / weights) : 0.0f;
+        // Near the ends the kernel is cut: dividing by the weights that remain keeps the level.
+        const double centre = double(q) + double(r) / to;
+        double total = 0.0, sum = 0.0;
+        for (long k = std::max(0L, q - reach); k <= std::min(last, q + reach); ++k) {
+            const double h = kernel(centre - double(k));
+            total += h * mono[size_t(k)];
+            sum += h;
+        }
+        out[i] = sum != 0.0 ? float(total / sum) : 0.0f;
     }
     return out;
 }

@@ -24,27 +24,29 @@ std::optional<QString> ownKey() {
     return KeyStore::shared().key(APIService::OpenRouter);
 }
 
-QCoro::Task<QByteArray> direct(QJsonObject body, double timeoutSeconds, QString label,
+QCoro::Task<QByteArray> direct(Http::JsonBody body, double timeoutSeconds, QString label,
                                QString key) {
-    body.insert(QStringLiteral("usage"), QJsonObject{{QStringLiteral("include"), true}});
+    body.object.insert(QStringLiteral("usage"), QJsonObject{{QStringLiteral("include"), true}});
     // Braced lists stay out of co_await expressions: GCC 12 miscompiles them there.
     const Http::Headers headers = {{"Authorization", "Bearer " + key.toUtf8()},
                                    {"X-Title", "Ombry Voice"}};
     const QUrl url(Endpoints::openRouter() + QLatin1String(OpenRouter::kChatPath));
-    const Http::Reply reply = co_await Http::postJson(url, body, headers, timeoutSeconds);
+    const Http::Reply reply =
+        co_await Http::postJson(url, std::move(body), headers, timeoutSeconds);
     if (reply.status != 200) throw EngineError::http(label, reply.status, reply.bodyText());
     Spending::record(reply.body);
     co_return reply.body;
 }
 
-QCoro::Task<QByteArray> hosted(QJsonObject body, double timeoutSeconds) {
+QCoro::Task<QByteArray> hosted(Http::JsonBody body, double timeoutSeconds) {
     if (!Endpoints::siteIsValid()) throw EngineError::missingKey(QStringLiteral("OpenRouter"));
     if (Credits::shared().exhausted()) throw EngineError::noCredits();
-    body.remove(QStringLiteral("usage"));
+    body.object.remove(QStringLiteral("usage"));
+    body.object = CreditsConfig::withIdentity(std::move(body.object));
     const Http::Headers none;
-    const Http::Reply reply = co_await Http::postJson(
-        Endpoints::siteURL(QStringLiteral("api/voice")),
-        CreditsConfig::withIdentity(std::move(body)), none, timeoutSeconds + kHostedExtraSeconds);
+    const Http::Reply reply =
+        co_await Http::postJson(Endpoints::siteURL(QStringLiteral("api/voice")), std::move(body),
+                                none, timeoutSeconds + kHostedExtraSeconds);
     const QJsonObject answer = QJsonDocument::fromJson(reply.body).object();
     if (reply.status == 200) {
         Credits::shared().update(Json::integer(
@@ -76,7 +78,7 @@ bool canReachRemote() {
     return usesOwnKey() || (usesCredits() && !Credits::shared().exhausted());
 }
 
-QCoro::Task<QByteArray> chat(QJsonObject body, double timeoutSeconds, QString label) {
+QCoro::Task<QByteArray> chat(Http::JsonBody body, double timeoutSeconds, QString label) {
     if (usesOwnKey()) {
         if (const std::optional<QString> key = ownKey())
             co_return co_await direct(std::move(body), timeoutSeconds, std::move(label), *key);

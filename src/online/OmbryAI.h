@@ -5,6 +5,8 @@
 #include <QJsonObject>
 #include <QString>
 
+#include "engines/client/Http.h"
+
 // The one door of every chat request: straight to OpenRouter with the user's own key, or
 // through the product site's hosted service, paid in credits.
 namespace ombry::OmbryAI {
@@ -26,6 +28,7 @@ bool canReachRemote();
 //   another status http("Ombry", status, the answer's `error`). With no site, missingKey; with
 //   credits run out, noCredits before sending anything.
 // Transport errors pass through as TransportError.
-QCoro::Task<QByteArray> chat(QJsonObject body, double timeoutSeconds, QString label);
+// The body may carry a recording as a binary member (Http::JsonBody); a plain object converts.
+QCoro::Task<QByteArray> chat(Http::JsonBody body, double timeoutSeconds, QString label);
 
 } // namespace ombry::OmbryAI

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 namespace ombry {
@@ -34,10 +35,18 @@ class SerialQueue {
 public:
     // clock: the time source for delayed items; nullptr means the platform's clock at each use.
     explicit SerialQueue(QString label, Clock* clock = nullptr);
-    ~SerialQueue(); // runs what is already due, drops what is delayed, joins the thread
+    ~SerialQueue(); // stop()
     SerialQueue(const SerialQueue&) = delete;
     SerialQueue& operator=(const SerialQueue&) = delete;
 
+    // Runs what is already due, drops what is delayed and joins the thread. Work handed over
+    // afterwards runs at once on the caller's thread (delayed work is dropped), so that late
+    // writes are not lost and waiting callers do not hang.
+    void stop();
+    bool stopped() const;
+    // Stops every queue of the process. The end of the program calls it before static objects
+    // are destroyed: no worker thread may then still be reading the clock or the platform.
+    static void stopAll();
     const QString& label() const { return label_; }
     void async(std::function<void()> fn);
     void asyncAfter(int64_t delayMs, const WorkItemPtr& item);
@@ -49,17 +58,20 @@ private:
     struct Entry {
         WorkItemPtr item;
     };
-    void enqueue(int64_t dueMs, WorkItemPtr item);
+    // False when the queue is stopping: the item was not taken.
+    bool enqueue(std::optional<int64_t> delayMs, WorkItemPtr item);
     void run();
     Clock& clock() const;
 
     QString label_;
     Clock* clock_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     std::condition_variable cv_;
     std::multimap<int64_t, Entry> entries_;
     bool stopping_ = false;
+    bool stopped_ = false; // the thread has been joined
     std::thread thread_;
+    std::mutex stopMutex_;
 };
 
 } // namespace ombry

@@ -60,6 +60,10 @@ OverlayView::OverlayView(QWidget* parent) : QWidget(parent, surfaceFlags()) {
     setAttribute(Qt::WA_X11DoNotAcceptFocus);
     setFocusPolicy(Qt::NoFocus);
     setWindowTitle(QStringLiteral("Ombry Voice"));
+    resize_.setDuration(260);
+    resize_.setEasingCurve(QEasingCurve(QEasingCurve::OutBack));
+    connect(&resize_, &QVariantAnimation::valueChanged, this,
+            [this](const QVariant& v) { applySize(v.toSize()); });
     frame_.setInterval(33);
     frame_.setTimerType(Qt::CoarseTimer);
     connect(&frame_, &QTimer::timeout, this, qOverload<>(&QWidget::update));
@@ -135,27 +139,45 @@ void OverlayView::refresh() {
     const bool moving = !frozenAt_ && (look == Look::Recording || look == Look::Working);
     if (moving && !frame_.isActive()) frame_.start();
     if (!moving) frame_.stop();
+    const QString phase = OverlayModel::phase(input_);
+    const bool newFace = phase != phase_;
+    phase_ = phase;
     if (look == Look::Empty) {
+        resize_.stop();
         hide();
         return;
     }
-    // The level changes many times a second while recording: the window and its shape are
-    // touched only when they change.
-    const QSize size = sizeHint();
-    const QRect target =
-        anchor_.isNull() ? QRect(pos(), size) : Placement::overlayRect(anchor_, size);
-    if (target != geometry()) setGeometry(target);
-    if (size != maskSize_) {
-        setMask(roundedRegion(QRect(QPoint(0, 0), size), radius()));
-        maskSize_ = size;
+    const QSize target = sizeHint();
+    if (newFace && isVisible() && !frozenAt_ && size() != target) {
+        // From one face to the next the strip springs to its new size.
+        resize_.stop();
+        resize_.setStartValue(size());
+        resize_.setEndValue(target);
+        resize_.start();
+    } else if (resize_.state() == QAbstractAnimation::Running) {
+        resize_.setEndValue(target); // the words grew while it springs
+    } else {
+        applySize(target);
     }
     if (!isVisible()) show();
     update();
 }
 
-qreal OverlayView::radius() const {
+void OverlayView::applySize(const QSize& size) {
+    // The level changes many times a second while recording: the window and its shape are
+    // touched only when they change.
+    const QRect target =
+        anchor_.isNull() ? QRect(pos(), size) : Placement::overlayRect(anchor_, size);
+    if (target != geometry()) setGeometry(target);
+    if (size != maskSize_) {
+        setMask(roundedRegion(QRect(QPoint(0, 0), size), radius(size)));
+        maskSize_ = size;
+    }
+}
+
+qreal OverlayView::radius(const QSize& size) {
     // A pill of one row; a taller strip keeps the same corners.
-    return std::min<qreal>(stripSize().height() / 2.0, kRowHeight / 2.0);
+    return std::min<qreal>(size.height() / 2.0, kRowHeight / 2.0);
 }
 
 QIcon OverlayView::appIcon() const {
@@ -177,11 +199,15 @@ void OverlayView::paintEvent(QPaintEvent*) {
     p.setRenderHint(QPainter::Antialiasing);
     p.setRenderHint(QPainter::TextAntialiasing);
 
-    const QSize size = stripSize();
-    const QRectF strip(0, 0, size.width(), size.height());
     p.setPen(QPen(style.border, 1));
     p.setBrush(style.background);
-    p.drawRoundedRect(strip.adjusted(0.5, 0.5, -0.5, -0.5), radius(), radius());
+    const qreal r = radius(size());
+    p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), r, r);
+    // The content of the present face, centred and standing on the bottom edge while the
+    // window springs to its size.
+    const QSize size = stripSize();
+    const QRectF strip((width() - size.width()) / 2.0, height() - size.height(), size.width(),
+                       size.height());
 
     const QRectF row(strip.left() + kPadX, strip.top(), strip.width() - 2 * kPadX, kRowHeight);
     const double t = animationTime();

@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QIcon>
 #include <QTimer>
+#include <QVariantAnimation>
 #include <QWidget>
 #include <optional>
 
@@ -49,13 +50,16 @@ private:
     double animationTime() const;
     QIcon appIcon() const;
     QSize stripSize() const;
-    qreal radius() const;
+    void applySize(const QSize& size);
+    static qreal radius(const QSize& size);
 
     OverlayInput input_;
     QPoint anchor_;
     QSize maskSize_;
     bool dark_ = true;
     bool lightVisuals_ = false;
+    QString phase_;
+    QVariantAnimation resize_;
     QTimer frame_;
     QElapsedTimer clock_;
     std::optional<double> frozenAt_;

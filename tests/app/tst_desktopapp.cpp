@@ -3,8 +3,10 @@
 #include "app/DesktopApp.h"
 #include "app/SingleInstance.h"
 
+#include <QDir>
 #include <QFile>
 #include <QLocalSocket>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -57,6 +59,56 @@ private Q_SLOTS:
         SingleInstance later(dir.path());
         QVERIFY(!later.claim());
         QTRY_COMPARE(told, 1);
+    }
+
+    // The real program, twice, on an invisible screen and without a keyboard hook: the second
+    // start tells the first and exits; the first says at start that the key is not heard, and
+    // ends cleanly on SIGTERM.
+    void secondProgramStepsAside() {
+        QTemporaryDir home;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.filePath(QStringLiteral("run")));
+        env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        env.remove(QStringLiteral("DISPLAY"));
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        // The warm-ups go to a closed local port, not to the network.
+        for (const char* var : {"OMBRY_OPENROUTER_URL", "OMBRY_LANGUAGETOOL_URL"})
+            env.insert(QLatin1String(var), QStringLiteral("http://127.0.0.1:9"));
+        QDir().mkpath(home.filePath(QStringLiteral("run")));
+        QFile::setPermissions(home.filePath(QStringLiteral("run")), QFileDevice::ReadOwner |
+                                                                        QFileDevice::WriteOwner |
+                                                                        QFileDevice::ExeOwner);
+        const QString binary = qEnvironmentVariable("OMBRY_BINARY");
+        const QString journal = home.filePath(QStringLiteral("data/Ombry Voice/journal.log"));
+        auto journalHas = [&](const QString& words) {
+            QFile f(journal);
+            return f.open(QIODevice::ReadOnly) && QString::fromUtf8(f.readAll()).contains(words);
+        };
+
+        QProcess first;
+        first.setProcessEnvironment(env);
+        first.start(binary, {});
+        QVERIFY(first.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(journalHas(QStringLiteral("ordinateur: ")), 20000);
+        QVERIFY(journalHas(QStringLiteral("erreur: Touche de dictée indisponible")));
+        QCOMPARE(first.state(), QProcess::Running);
+
+        QProcess second;
+        second.setProcessEnvironment(env);
+        second.start(binary, {});
+        QVERIFY(second.waitForFinished(20000));
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(QString::fromUtf8(second.readAllStandardOutput()).trimmed(),
+                 QStringLiteral("Ombry Voice est déjà lancé."));
+        QTRY_VERIFY_WITH_TIMEOUT(journalHas(QStringLiteral("second démarrage ignoré")), 5000);
+        QCOMPARE(first.state(), QProcess::Running);
+
+        first.terminate(); // SIGTERM
+        QVERIFY(first.waitForFinished(10000));
+        QCOMPARE(first.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(first.exitCode(), 0);
     }
 
     void keyboardWarning_data() {

@@ -91,10 +91,10 @@ private Q_SLOTS:
             Store store(folder);
             settle(store);
             QVERIFY2(readAll(path(name)) == "[]", variant);
-            // The newest damaged bytes win; an empty file holds nothing worth keeping.
-            QVERIFY2(readAll(path(name + ".damaged")) ==
-                         (bytes.isEmpty() ? "an older copy" : bytes),
-                     variant);
+            // An earlier copy stays; the new one takes the next free name. An empty file holds
+            // nothing worth keeping.
+            QVERIFY2(readAll(path(name + ".damaged")) == "an older copy", variant);
+            QVERIFY2(readAll(path(name + ".damaged.2")) == bytes, variant);
         }
     }
 

@@ -10,6 +10,9 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+#include <atomic>
+#include <mutex>
+#include <thread>
 
 using namespace ombry;
 using namespace ombry::linux_platform;
@@ -86,17 +89,41 @@ private Q_SLOTS:
             {Auto, 8, 32, amd, false, true, false},
             {Auto, 9, 4, amd, false, true, false},
             {Auto, 9, 5, amd, false, false, true},
-            {Auto, 32, 16, "Intel(R) Core(TM) i9", false, true, false},
+            {Auto, 32, 16, "Intel(R) Core(TM) i9", false, false, true}, // the make does not count
             {Auto, 16, 8, amd, true, true, true},
         };
         for (const auto& r : rows) {
             bool asked = false;
             const auto power = [&] { return asked = true, r.constrained; };
-            const bool light = DeviceProfile::lightVisuals(r.mode, r.memory, r.cores,
-                                                           QString::fromUtf8(r.chip), power);
+            const bool light = DeviceProfile::lightVisuals(r.mode, r.memory, r.cores, power);
             QVERIFY2(light == r.light && asked == r.asked,
-                     qPrintable(QStringLiteral("%1 GB, %2 cores").arg(r.memory).arg(r.cores)));
+                     qPrintable(QStringLiteral("%1 GB, %2 cores, %3")
+                                    .arg(r.memory)
+                                    .arg(r.cores)
+                                    .arg(QString::fromUtf8(r.chip))));
         }
+    }
+
+    void powerProfileIsReadOffTheAskingThread() {
+        std::atomic<int> reads{0};
+        std::atomic<bool> onAsker{false};
+        const auto asker = std::this_thread::get_id();
+        std::mutex gate;
+        gate.lock(); // the bus "hangs" until the test lets it answer
+        machine::BackgroundValue profile(
+            [&] {
+                ++reads;
+                onAsker = std::this_thread::get_id() == asker;
+                std::lock_guard wait(gate);
+                return QStringLiteral("power-saver");
+            },
+            60000);
+        QCOMPARE(profile.get(), QString()); // answered at once, while the read hangs
+        QCOMPARE(profile.get(), QString());
+        gate.unlock();
+        QTRY_COMPARE(profile.get(), QStringLiteral("power-saver"));
+        QCOMPARE(reads.load(), 1); // one read at a time, then kept while fresh
+        QVERIFY(!onAsker);
     }
 
     void hardwareReadOncePowerStateEachTime() {

@@ -91,35 +91,23 @@ private Q_SLOTS:
         feedFromAudioThread(preview, speech("hello world"));
         QTest::qWait(500);
         QVERIFY(seen.texts.isEmpty());
-
-        // A new start begins a new text, with the decoder already loaded; the environment's
-        // grammar serves when none is set.
-        LivePreview second;
-        qputenv("OMBRY_POCKETSPHINX_JSGF", grammar_.toUtf8());
-        seen.attach(second);
-        second.start("en-US", false, false);
-        feedFromAudioThread(second, speech("hello world"));
-        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("hello world"), 20000);
-        second.start("en", false, false);
-        feedFromAudioThread(second, speech("open the window"));
-        QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("open the window"), 20000);
-        qunsetenv("OMBRY_POCKETSPHINX_JSGF");
     }
 
     void textGrowsWhileSpeaking() {
         // Fed at the pace of speech (a little faster), the words show up before the end. A first
-        // dictation loads the model; the second one finds it ready.
+        // dictation loads the model; the second one (a new text) finds it ready. The
+        // environment's grammar serves when none is set.
         const QByteArray door = speech("close the door");
+        qputenv("OMBRY_POCKETSPHINX_JSGF", grammar_.toUtf8());
         LivePreview preview;
-        preview.setGrammar(grammar_);
         Seen seen;
         seen.attach(preview);
-        preview.start("en", false, false);
+        preview.start("en-US", false, false);
         feedFromAudioThread(preview, speech("hello world"));
         QTRY_COMPARE_WITH_TIMEOUT(seen.last(), QStringLiteral("hello world"), 20000);
-        preview.stop();
         seen.texts.clear();
         preview.start("en", false, false);
+        qunsetenv("OMBRY_POCKETSPHINX_JSGF");
         std::atomic<bool> done = false;
         std::thread audio([&] {
             for (qsizetype at = 0; at < door.size(); at += 2048) {

@@ -190,7 +190,8 @@ private Q_SLOTS:
         const QByteArray silence = AudioRecorder::wav(QByteArray(3200, '\0'));
         const QString dead = deadAddress();
         qputenv("OMBRY_LOCAL_STT_URL", dead.toUtf8());
-        QCOMPARE(failure(silence, "fr"), "Local : erreur 0 langue non disponible");
+        QCOMPARE(failure(silence, "fr"),
+                 "Local : erreur 0 serveur de transcription injoignable (" + dead + ")");
         Log::sync();
         QVERIFY(read("journal.log")
                     .contains("transcription locale: serveur " + dead.toUtf8() + " injoignable"));

@@ -96,7 +96,8 @@ private Q_SLOTS:
               Case{"32-bit", 1, 32, 1, 16000, false}, Case{"float", 3, 32, 1, 16000, false},
               Case{"float extensible", 3, 32, 2, 16000, true},
               Case{"48 kHz stereo", 1, 16, 2, 48000, false},
-              Case{"44.1 kHz", 1, 16, 1, 44100, false}, Case{"8 kHz", 1, 16, 1, 8000, false}}) {
+              Case{"44.1 kHz", 1, 16, 1, 44100, false}, Case{"8 kHz", 1, 16, 1, 8000, false},
+              Case{"11,111 Hz", 1, 16, 1, 11111, false}}) {
             const int frames = c.rate / 10;
             const QByteArray file = makeWav(
                 c.encoding, c.bits, c.channels, c.rate, frames,
@@ -137,7 +138,7 @@ private Q_SLOTS:
             return rms(samplesOf(WavReader::toSpeechPcm(*WavReader::parse(file))), 64);
         };
         const double full = 0.5 / std::sqrt(2.0);
-        for (int rate : {48000, 44100, 22050}) {
+        for (int rate : {48000, 44100, 22050, 44111}) {
             QVERIFY(std::abs(level(rate, 300) - full) < 0.01 * full);
             QVERIFY(std::abs(level(rate, 3000) - full) < 0.02 * full);
             QVERIFY2(level(rate, 10000) < 0.01 * full, qPrintable(QString::number(rate)));

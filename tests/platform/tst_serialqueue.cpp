@@ -62,6 +62,19 @@ private Q_SLOTS:
         QCOMPARE(f.readAll(), QByteArray("[]"));
         QVERIFY(!Paths::writeFileAtomically(dir.filePath(QStringLiteral("missing/a.json")), "x"));
     }
+
+    void stoppedQueuesRunLateWorkInPlace() {
+        SerialQueue q(QStringLiteral("verlo.test"));
+        std::atomic<int> delayed{0}, late{0};
+        q.asyncAfter(100, std::make_shared<WorkItem>([&] { ++delayed; }));
+        SerialQueue::stopAll(); // as the end of the program does
+        QVERIFY(q.stopped());
+        q.async([&] { ++late; });
+        q.sync([&] { ++late; }); // does not wait for a thread that is gone
+        platform.clock().advance(200);
+        QCOMPARE(late.load(), 2);
+        QCOMPARE(delayed.load(), 0);
+    }
 };
 
 QTEST_GUILESS_MAIN(TstSerialQueue)

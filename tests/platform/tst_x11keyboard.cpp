@@ -20,7 +20,7 @@ struct Heard {
         return [this](const KeyEvent& e) { events << e; };
     }
     // The next event of this key (earlier events of other keys are passed over), or nothing
-    // within two seconds.
+    // within five seconds.
     std::optional<KeyEvent> next(uint16_t code, Type type) {
         std::optional<KeyEvent> found;
         DesktopSession::waitUntil(
@@ -33,7 +33,7 @@ struct Heard {
                 }
                 return false;
             },
-            2000);
+            5000);
         return found;
     }
     int count(uint16_t code, Type type) const {
@@ -45,7 +45,7 @@ struct Heard {
 
 constexpr uint64_t LeftOptionDown = 0x20;
 constexpr uint64_t LeftControlDown = 0x1;
-constexpr uint16_t B = 11, X = 7, A = 0;
+constexpr uint16_t B = 11, X = 7, A = 0, Q = 12;
 
 } // namespace
 
@@ -285,6 +285,45 @@ private Q_SLOTS:
         QCOMPARE(codes, (QList<uint16_t>{A, 1, 2, 3, keycode::Escape}));
     }
 
+    void aChangeOfLayoutIsFollowed() {
+        // Letters go by their symbol, keys without a letter by their place; the hook and the
+        // poster both follow a layout changed while they run.
+        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
+        auto hook = linux_platform::makeKeyboardHook();
+        auto poster = linux_platform::makeKeyPoster();
+        Heard heard;
+        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(poster->post(Q, 0));
+        QVERIFY(desktop().keyboardChord({24})); // the key right of Tab: Q in QWERTY
+        auto e = heard.next(Q, Type::KeyDown);
+        QVERIFY(e && e->postedBySelf);
+        e = heard.next(Q, Type::KeyDown);
+        QVERIFY(e && !e->postedBySelf);
+
+        const auto layout = desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("fr")});
+        QVERIFY2(layout.exitCode == 0, layout.err.constData());
+        QTest::qWait(200);
+        QVERIFY(desktop().keyboardChord({24})); // A in AZERTY
+        e = heard.next(A, Type::KeyDown);
+        QVERIFY(e && !e->postedBySelf);
+        QVERIFY(desktop().keyboardChord({10})); // "&" in AZERTY, 1 in QWERTY: by place
+        QVERIFY(heard.next(18, Type::KeyDown));
+        QVERIFY(desktop().keyboardPress(kc("ISO_Level3_Shift"))); // AltGr
+        e = heard.next(keycode::RightOption, Type::FlagsChanged);
+        QVERIFY(e);
+        QCOMPARE(e->flags, modifier::Option | modifier::RightOptionDown);
+        QVERIFY(desktop().keyboardRelease(kc("ISO_Level3_Shift")));
+        QVERIFY(poster->post(Q, 0));
+        QVERIFY(poster->post(A, 0));
+        QVERIFY(heard.next(A, Type::KeyDown));
+
+        const auto typed = desktop().closeTarget();
+        desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("us")});
+        QVERIFY(typed);
+        QCOMPARE(*typed, QStringLiteral("qqa&qa"));
+        hook->stop();
+    }
+
     void startFailsWithAReason() {
         auto hook = linux_platform::makeKeyboardHook();
         const QByteArray display = qgetenv("DISPLAY");
@@ -310,5 +349,17 @@ private Q_SLOTS:
     }
 };
 
-OMBRY_DESKTOP_TEST_MAIN(TstX11Keyboard)
+// The platform's hook still running when the process ends, after the application is gone:
+// its stop must neither crash nor lose the connection (the platform lives to the end).
+class TstX11KeyboardEnd : public TstX11Keyboard {
+    Q_OBJECT
+private Q_SLOTS:
+    void aHookLivesToTheEnd() {
+        KeyboardHook& hook = Platform::current().keyboard();
+        QVERIFY(hook.start([](const KeyEvent&) {}));
+        hook.setSwallowed({{keycode::R, modifier::Control | modifier::Option}});
+    }
+};
+
+OMBRY_DESKTOP_TEST_MAIN(TstX11KeyboardEnd)
 #include "tst_x11keyboard.moc"

@@ -17,11 +17,9 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace ombry::test {
 
@@ -34,21 +32,27 @@ Display* dpy(void* connection) {
 }
 
 // Starts a program with its output to /dev/null. Descriptors without close-on-exec (the pipe
-// of -displayfd) stay open in it.
+// of -displayfd) stay open in it. It is killed if this process dies first, so that a crashed
+// test leaves no X server behind (the programs of the server then lose it and end too).
 pid_t spawn(const QList<QByteArray>& argv) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     std::vector<char*> args;
     for (const QByteArray& a : argv)
         args.push_back(const_cast<char*>(a.constData()));
     args.push_back(nullptr);
-    pid_t pid = 0;
-    const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return rc == 0 ? pid : 0;
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid < 0) return 0;
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(127);
+        const int null = open("/dev/null", O_RDWR);
+        dup2(null, 0);
+        dup2(null, 1);
+        dup2(null, 2);
+        execvp(args[0], args.data());
+        _exit(127);
+    }
+    return pid;
 }
 
 // Ends a child: SIGTERM, then SIGKILL if it is still there after a second.
@@ -166,7 +170,7 @@ bool DesktopSession::start(bool windowManager) {
     return true;
 }
 
-void DesktopSession::endChildren() {
+void DesktopSession::endPrograms() {
     for (QProcess* child : std::as_const(children_)) {
         if (child->state() != QProcess::NotRunning) {
             child->kill();
@@ -180,7 +184,7 @@ void DesktopSession::endChildren() {
 }
 
 void DesktopSession::stop() {
-    endChildren();
+    endPrograms();
     if (keyboard_) {
         XCloseDevice(dpy(connection_), static_cast<XDevice*>(keyboard_));
         keyboard_ = nullptr;

@@ -37,6 +37,8 @@ public:
     // Starts Xvfb and, when asked, openbox. Needs no Qt event loop.
     bool start(bool windowManager = true);
     void stop();
+    // Ends the programs started through Qt (the target, xclip), while the application lives.
+    void endPrograms();
     bool running() const { return xvfb_ > 0; }
     QString display() const { return display_; }
     QString error() const { return error_; }
@@ -89,7 +91,6 @@ public:
 
 private:
     bool openKeyboardDevice();
-    void endChildren();
 
     pid_t xvfb_ = 0;
     pid_t windowManager_ = 0;
@@ -115,10 +116,11 @@ private:
 
 // The main() of a desktop test: the X server first, then the application on it (on the
 // offscreen platform when no server could start: the test's initTestCase then skips or fails
-// through OMBRY_REQUIRE_DESKTOP), the server last.
+// through OMBRY_REQUIRE_DESKTOP). The server ends last, at the exit of the process, after the
+// objects that live to its end (the platform's services) have closed their connections.
 #define OMBRY_DESKTOP_TEST_MAIN(TestObject)                                                        \
     int main(int argc, char** argv) {                                                              \
-        ombry::test::DesktopSession session;                                                       \
+        static ombry::test::DesktopSession session;                                                \
         const bool up = session.start();                                                           \
         qputenv("QT_QPA_PLATFORM", up ? "xcb" : "offscreen");                                      \
         int status = 0;                                                                            \
@@ -127,8 +129,8 @@ private:
             TestObject test;                                                                       \
             QTEST_SET_MAIN_SOURCE_PATH                                                             \
             status = QTest::qExec(&test, argc, argv);                                              \
+            session.endPrograms();                                                                 \
         }                                                                                          \
-        session.stop();                                                                            \
         return status;                                                                             \
     }
 

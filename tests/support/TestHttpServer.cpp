@@ -130,6 +130,13 @@ Reply Reply::garbage(const QByteArray& bytes) {
     return r;
 }
 
+Reply Reply::stalled(const QByteArray& bytes) {
+    Reply r;
+    r.raw = bytes;
+    r.keepOpen = true;
+    return r;
+}
+
 Reply chatCompletion(const QString& content, std::optional<double> cost, const QJsonObject& extra) {
     QJsonObject answer = extra;
     answer.insert(QStringLiteral("id"), QStringLiteral("gen-test"));
@@ -366,7 +373,7 @@ void TestHttpServer::send(QTcpSocket* socket, const Reply& reply, bool close) {
     }
     if (!reply.raw.isEmpty()) {
         socket->write(reply.raw);
-        socket->disconnectFromHost();
+        if (!reply.keepOpen) socket->disconnectFromHost();
         return;
     }
     QByteArray out =
@@ -379,6 +386,11 @@ void TestHttpServer::send(QTcpSocket* socket, const Reply& reply, bool close) {
     if (!hasLength) out += "Content-Length: " + QByteArray::number(reply.body.size()) + "\r\n";
     out += close ? "Connection: close\r\n" : "Connection: keep-alive\r\n";
     out += "\r\n";
+    if (reply.trickleMs > 0) {
+        socket->write(out);
+        trickle(socket, reply.body, reply.trickleMs, close);
+        return;
+    }
     out += reply.body;
     socket->write(out);
     if (close) {
@@ -389,6 +401,26 @@ void TestHttpServer::send(QTcpSocket* socket, const Reply& reply, bool close) {
         c->busy = false;
         process(socket); // a pipelined request may already be waiting
     }
+}
+
+void TestHttpServer::trickle(QTcpSocket* socket, QByteArray rest, int intervalMs, bool close) {
+    QPointer<QTcpSocket> guard(socket);
+    QTimer::singleShot(intervalMs, this, [this, guard, rest, intervalMs, close] {
+        if (!guard || !connections_.contains(guard.data())) return; // the client gave up
+        if (!rest.isEmpty()) {
+            guard->write(rest.left(1));
+            trickle(guard.data(), rest.mid(1), intervalMs, close);
+            return;
+        }
+        if (close) {
+            guard->disconnectFromHost();
+            return;
+        }
+        if (Connection* c = connections_.value(guard.data())) {
+            c->busy = false;
+            process(guard.data());
+        }
+    });
 }
 
 } // namespace ombry::test

@@ -45,16 +45,20 @@ struct Reply {
     int status = 200;
     QList<QPair<QByteArray, QByteArray>> headers; // Content-Length is added unless given
     QByteArray body;
-    int delayMs = 0;    // wait this long (on the event loop) before answering or dropping
-    bool drop = false;  // close the connection without answering
-    bool close = false; // answer with "Connection: close" and close afterwards
-    QByteArray raw;     // when set, written as is instead of an HTTP response, then closed
+    int delayMs = 0;       // wait this long (on the event loop) before answering or dropping
+    bool drop = false;     // close the connection without answering
+    bool close = false;    // answer with "Connection: close" and close afterwards
+    QByteArray raw;        // when set, written as is instead of an HTTP response, then closed
+    bool keepOpen = false; // with raw: the connection then stays open, silent (a stalled answer)
+    int trickleMs = 0;     // the body goes out one byte at a time, one every trickleMs
 
     static Reply json(const QJsonObject& object, int status = 200);
     static Reply json(const QByteArray& body, int status = 200); // body sent as JSON as is
     static Reply text(const QByteArray& body, int status = 200);
     static Reply dropped(int delayMs = 0);
     static Reply garbage(const QByteArray& bytes); // a reply that is not HTTP
+    // Writes these bytes (a status line, headers, part of a body) and then says nothing more.
+    static Reply stalled(const QByteArray& bytes);
     Reply& after(int ms) {
         delayMs = ms;
         return *this;
@@ -130,6 +134,7 @@ private:
     void process(QTcpSocket* socket);
     void answer(QTcpSocket* socket, const RecordedRequest& request, bool clientWantsClose);
     void send(QTcpSocket* socket, const Reply& reply, bool close);
+    void trickle(QTcpSocket* socket, QByteArray rest, int intervalMs, bool close);
     Reply replyFor(const RecordedRequest& request);
 
     QTcpServer* server_;

@@ -238,10 +238,14 @@ private Q_SLOTS:
 
         view.setInput(recording());
         QVERIFY(view.animating());
+        QTRY_COMPARE(view.size(), view.sizeHint());
         const QSize oneRow = view.size();
         view.setInput(recording(QStringLiteral("alors je voulais te dire que demain on pourrait")));
+        // A new face: the strip springs to its size, centred on the anchor all along.
+        QTRY_COMPARE(view.size(), view.sizeHint());
         QVERIFY(view.height() > oneRow.height());
         QVERIFY(qAbs(view.geometry().center().x() - anchor.x()) <= 1);
+        QCOMPARE(view.geometry().y() + view.height(), anchor.y());
 
         OverlayInput working;
         working.stage = OverlayStage::Processing;

@@ -18,11 +18,27 @@
 // is not HTTP comes back with status 0 and whatever bytes came. At most
 // Net::kConnectionsPerHost requests run at once on one host; the others wait their turn.
 //
-// The time-out is the longest silence allowed while the answer is awaited (in seconds). Must be
-// awaited on the main thread, where the session lives.
+// The time-out is the longest silence allowed while the answer is awaited (in seconds); see
+// Limits for the size and overall time bounds. Must be awaited on the main thread, where the
+// session lives.
 namespace ombry::Http {
 
 using Headers = QList<QPair<QByteArray, QByteArray>>;
+
+// The largest answer read from a service that does not say otherwise: chat completions,
+// LanguageTool matches and credits are far below it. A larger answer (announced or received)
+// ends the request with a TransportError.
+inline constexpr qint64 kDefaultMaxReplyBytes = qint64(8) << 20;
+
+// What bounds one request besides the silence time-out: the size of its answer, and the time it
+// may take as a whole (an answer trickling in one byte at a time is never silent for long). A
+// deadline of 0 means four times the silence time-out, at least 60 seconds, plus one second
+// for every 125 kB sent (1 Mbit/s).
+struct Limits {
+    qint64 maxReplyBytes = kDefaultMaxReplyBytes;
+    double deadlineSeconds = 0;
+    double deadlineFor(double timeoutSeconds, qint64 uploadBytes) const;
+};
 
 struct Reply {
     int status = 0; // the HTTP status; 0 for an answer that is not HTTP
@@ -31,10 +47,32 @@ struct Reply {
     QString bodyText() const;
 };
 
+// A JSON request body that may carry one large binary member (a recording) as base64. The
+// object holds binaryPlaceholder() where the base64 text goes; serialized() writes the JSON text
+// around the base64 stream directly, in one pass over the bytes, instead of building a
+// document that holds the base64 as a string. Implicitly made from a plain object.
+struct JsonBody {
+    QJsonObject object;
+    QByteArray binary;
+
+    JsonBody(QJsonObject o = {}, QByteArray b = {}) : object(std::move(o)), binary(std::move(b)) {}
+    // The string value that stands for `binary` in `object` (unique to the process).
+    static QString binaryPlaceholder();
+    // Compact JSON; the placeholder, if present, replaced by the base64 of `binary`.
+    QByteArray serialized() const;
+};
+
+// Redirects are followed only within the origin of the request (scheme, host and port): the
+// headers (a key) and the body never go to another host. A redirect elsewhere fails the request
+// with a TransportError that says so. A header value holding a control character is never sent
+// (TransportError). A transport failure after the status line (a connection closed before the
+// whole body came, a stall) is a TransportError like one before it.
 QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers headers,
-                        double timeoutSeconds);
-QCoro::Task<Reply> post(QUrl url, QByteArray body, Headers headers, double timeoutSeconds);
-// POSTs the object as compact JSON, with Content-Type application/json added to the headers.
-QCoro::Task<Reply> postJson(QUrl url, QJsonObject body, Headers headers, double timeoutSeconds);
+                        double timeoutSeconds, Limits limits = {});
+QCoro::Task<Reply> post(QUrl url, QByteArray body, Headers headers, double timeoutSeconds,
+                        Limits limits = {});
+// POSTs the body as compact JSON, with Content-Type application/json added to the headers.
+QCoro::Task<Reply> postJson(QUrl url, JsonBody body, Headers headers, double timeoutSeconds,
+                            Limits limits = {});
 
 } // namespace ombry::Http

@@ -33,6 +33,9 @@ QNetworkRequest request(const QUrl& url, double timeoutSeconds) {
     r.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     r.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     r.setTransferTimeout(int(timeoutSeconds * 1000.0));
+    // A redirect never takes the headers (a key) or the body to another host.
+    r.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                   QNetworkRequest::SameOriginRedirectPolicy);
     return r;
 }
 

@@ -19,8 +19,9 @@ inline constexpr double kDefaultTimeoutSeconds = 30.0;
 // keeps no cache. Use it from the main thread only.
 QNetworkAccessManager* session();
 
-// A request with the session's rules: nothing read from or written to a cache, and a time-out
-// for the transfer (an answer that stays silent this long fails the request).
+// A request with the session's rules: nothing read from or written to a cache, redirects
+// followed only within the request's origin, and a time-out for the transfer (an answer that
+// stays silent this long fails the request).
 QNetworkRequest request(const QUrl& url, double timeoutSeconds = kDefaultTimeoutSeconds);
 
 // Opens the connections the next dictation will need, so its first request does not pay for

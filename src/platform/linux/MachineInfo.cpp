@@ -102,6 +102,28 @@ bool acpiLowPower(const QString& root) {
            "low-power";
 }
 
+BackgroundValue::BackgroundValue(std::function<QString()> read, int64_t maxAgeMs)
+    : read_(std::move(read)), maxAgeMs_(maxAgeMs) {}
+
+QString BackgroundValue::get() {
+    std::unique_lock lock(mutex_);
+    const QString value = value_;
+    const bool stale = !everRead_ || clock_.elapsedMs() - readAt_ >= maxAgeMs_;
+    // A stopped queue (the end of the program) would run the read here: nothing is asked then.
+    if (!stale || reading_ || queue_.stopped()) return value;
+    reading_ = true;
+    lock.unlock(); // a queue stopped meanwhile runs the read in place, and it takes the lock
+    queue_.async([this] {
+        const QString read = read_();
+        std::lock_guard done(mutex_);
+        value_ = read;
+        readAt_ = clock_.elapsedMs();
+        everRead_ = true;
+        reading_ = false;
+    });
+    return value;
+}
+
 } // namespace machine
 
 namespace {
@@ -139,11 +161,16 @@ public:
     QString cpuBrand() override {
         return machine::modelName(readFile(QStringLiteral("/proc/cpuinfo")));
     }
+    // The bus is asked on a worker thread, at most every 30 seconds: the view that asks never
+    // waits on it. The first answer of a run is "not low power" until the bus has replied.
     bool lowPowerMode() override {
-        return powerProfile() == QLatin1String("power-saver") || machine::acpiLowPower({});
+        return profile_.get() == QLatin1String("power-saver") || machine::acpiLowPower({});
     }
     int thermalState() override { return machine::thermalState({}); }
     QString machineIdentifier() override { return machine::machineId({}); }
+
+private:
+    machine::BackgroundValue profile_{&powerProfile, 30000};
 };
 
 } // namespace

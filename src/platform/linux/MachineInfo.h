@@ -1,7 +1,12 @@
 #pragma once
 
+#include "platform/Clock.h"
+#include "platform/SerialQueue.h"
+
 #include <QString>
 #include <cstdint>
+#include <functional>
+#include <mutex>
 
 // Readers behind the Linux machine description, each taking the file system root so that
 // tests can point them at a prepared tree.
@@ -19,5 +24,26 @@ int thermalState(const QString& root);
 QString machineId(const QString& root);
 // The ACPI platform profile says "low-power".
 bool acpiLowPower(const QString& root);
+
+// A value that is slow to read (a call on the system bus), read off the asking thread: get()
+// answers at once with the last value read (empty before the first) and, when that is older
+// than maxAgeMs or was never read, has it read again on a worker thread of its own. The asking
+// thread never waits, and nothing is read while nobody asks.
+class BackgroundValue {
+public:
+    BackgroundValue(std::function<QString()> read, int64_t maxAgeMs);
+    QString get();
+
+private:
+    std::function<QString()> read_;
+    int64_t maxAgeMs_;
+    SystemClock clock_;
+    std::mutex mutex_;
+    QString value_;
+    int64_t readAt_ = 0;
+    bool everRead_ = false;
+    bool reading_ = false;
+    SerialQueue queue_{QStringLiteral("machine.power"), &clock_};
+};
 
 } // namespace ombry::linux_platform::machine

@@ -1,4 +1,5 @@
 // Qt's headers go before Xlib's, which define Status and Bool as macros.
+#include <QCoreApplication>
 #include <QSocketNotifier>
 #include <QTimer>
 
@@ -27,6 +28,11 @@ bool X11KeyboardHook::start(Handler handler) {
         return true;
     }
     reason_.clear();
+    if (!QCoreApplication::instance()) {
+        // The connection is watched from the event loop of the application.
+        reason_ = QStringLiteral("Le clavier global demande la boucle d'événements du programme.");
+        return false;
+    }
     if (const QString wayland = x11::waylandSessionReason(); !wayland.isEmpty()) {
         reason_ = wayland;
         return false;
@@ -90,7 +96,15 @@ bool X11KeyboardHook::start(Handler handler) {
 
 void X11KeyboardHook::stop() {
     ++generation_;
-    notifier_.reset();
+    if (notifier_) {
+        // stop() may come from the handler, inside the notifier's own signal; without an
+        // application any more (a hook that lives to the end of the process) there is none.
+        notifier_->setEnabled(false);
+        if (QCoreApplication::instance())
+            notifier_.release()->deleteLater();
+        else
+            notifier_.reset();
+    }
     if (connection_) {
         ungrab();
         connection_.close();

@@ -12,6 +12,7 @@
 #include "engines/client/Spending.h"
 
 #include <QCoroTask>
+#include <QJsonDocument>
 #include <QTest>
 
 using namespace ombry;
@@ -78,6 +79,104 @@ private Q_SLOTS:
         QVERIFY(failureOf<TransportError>([&] {
                     postNow(server, "/drop");
                 }).startsWith(QStringLiteral("réseau : ")));
+    }
+
+    void redirectsStayWithinTheOrigin() {
+        TestHttpServer service, elsewhere;
+        elsewhere.on("/steal", Reply::text("merci"));
+        service.on("/ok", Reply::text("arrivé"));
+        for (const int code : {301, 302, 307, 308}) {
+            Reply away = Reply::text("", code);
+            away.headers.append(
+                qMakePair(QByteArray("Location"), elsewhere.url().toEncoded() + "/steal"));
+            service.on("/away", away);
+            const QUrl url(service.url().toString() + "/away");
+            const QString error = failureOf<TransportError>([&] {
+                await(Http::post(url, "audio", {{"Authorization", "Bearer sk-secret"}}, 5));
+            });
+            QVERIFY2(error.contains("redirection vers " + elsewhere.url().toString()),
+                     qPrintable(error));
+        }
+        QCOMPARE(elsewhere.count(), 0); // neither the key nor the body went there
+        // Within the origin a redirect is followed.
+        Reply here = Reply::text("", 302);
+        here.headers.append(qMakePair(QByteArray("Location"), QByteArray("/ok")));
+        service.on("/here", here);
+        QCOMPARE(postNow(service, "/here").bodyText(), QStringLiteral("arrivé"));
+    }
+
+    void headerWithALineBreakIsNeverSent() {
+        TestHttpServer server;
+        server.on("/a", Reply::text("ok"));
+        const QUrl url(server.url().toString() + "/a");
+        for (const QByteArray& value :
+             {QByteArray("sk\r\nX-Injected: yes"), QByteArray("sk\n"), QByteArray("s\0k", 3)}) {
+            const QString error = failureOf<TransportError>([&] {
+                await(Http::post(url, "x", {{"Authorization", "Bearer " + value}}, 5));
+            });
+            QVERIFY2(error.contains("caractère de contrôle"), qPrintable(error));
+        }
+        QCOMPARE(server.count(), 0);
+    }
+
+    void aCutOrStalledBodyIsATransportFailure() {
+        TestHttpServer server;
+        // A body that looks whole, but the connection closes before Content-Length is reached.
+        server.on("/cut", Reply::garbage("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n"
+                                         R"({"choices":[],"usage":{"cost":0.5}})"));
+        server.on("/stall",
+                  Reply::stalled("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{\"a\""));
+        QVERIFY(failureOf<TransportError>([&] {
+                    postNow(server, "/cut");
+                }).startsWith(QStringLiteral("réseau : ")));
+        try {
+            postNow(server, "/stall", 0.3);
+            QFAIL("a stalled body must fail");
+        } catch (const TransportError& e) {
+            QVERIFY(e.timedOut());
+        }
+    }
+
+    void answersAreBoundedInSizeAndTime() {
+        TestHttpServer server;
+        server.on("/big", Reply::text(QByteArray(3 << 20, 'a')));
+        // Announced as a gigabyte: refused at once, not read until the silence time-out.
+        server.on("/huge",
+                  Reply::stalled("HTTP/1.1 200 OK\r\nContent-Length: 1000000000\r\n\r\nab"));
+        Reply slow = Reply::text(QByteArray(200, 'a'));
+        slow.trickleMs = 20; // never silent for long, never done
+        server.on("/trickle", slow);
+        const auto post = [&](const QString& path, Http::Limits limits) {
+            return await(Http::post(QUrl(server.url().toString() + path), "x", {}, 30, limits));
+        };
+        const QString big =
+            failureOf<TransportError>([&] { post("/big", {.maxReplyBytes = 1 << 20}); });
+        QVERIFY2(big.contains("trop grande"), qPrintable(big));
+        QCOMPARE(post("/big", {}).body.size(), 3 << 20); // under the usual cap
+        const QString huge = failureOf<TransportError>([&] { post("/huge", {}); });
+        QVERIFY2(huge.contains("trop grande"), qPrintable(huge));
+        try {
+            post("/trickle", {.deadlineSeconds = 0.5});
+            QFAIL("a trickling answer must meet the deadline");
+        } catch (const TransportError& e) {
+            QVERIFY(e.timedOut());
+        }
+    }
+
+    void bodyWrittenAroundTheRecording() {
+        // The direct writing gives what a JSON document holding the base64 would give.
+        for (const int n : {0, 1, 2, 3, 4, 1000, 1001}) {
+            QByteArray audio(n, Qt::Uninitialized);
+            for (int i = 0; i < n; ++i)
+                audio[i] = char(i * 37 + 11);
+            const Http::JsonBody body(
+                QJsonObject{{"a", "x\"y"}, {"data", Http::JsonBody::binaryPlaceholder()}, {"z", 1}},
+                audio);
+            const QJsonObject read = QJsonDocument::fromJson(body.serialized()).object();
+            QCOMPARE(QByteArray::fromBase64(read.value("data").toString().toLatin1()), audio);
+            QCOMPARE(read.value("data").toString().toLatin1(), audio.toBase64());
+            QCOMPARE(read.value("a").toString(), QStringLiteral("x\"y"));
+        }
     }
 
     void atMostFourRequestsAtOnceOnAHost() {

@@ -1,0 +1,80 @@
+#include "app/AppShell.h"
+
+#include "app/OmbryIcon.h"
+
+#include "data/Settings.h"
+#include "dictation/DictationController.h"
+#include "views/MainWindow.h"
+#include "views/Navigation.h"
+#include "views/TrayIcon.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QMessageBox>
+#include <QPixmap>
+
+namespace ombry {
+
+AppShell::AppShell(DictationController& controller, QObject* parent)
+    : QObject(parent), controller_(controller) {
+    // The program's icon for its windows and the task switcher, drawn like the installed one.
+    QIcon icon;
+    const QColor accent = QColor::fromRgbF(0.0f, 184 / 255.0f, 169 / 255.0f, 1.0f);
+    for (int size : {16, 24, 32, 48, 64, 128, 256})
+        icon.addPixmap(QPixmap::fromImage(OmbryIcon::render(size, accent)));
+    QApplication::setWindowIcon(icon);
+}
+
+AppShell::~AppShell() {
+    delete window_.data();
+}
+
+void AppShell::setUpTray() {
+    tray_ = new TrayIcon(AppSettings::shared(), controller_, this);
+    connect(tray_, &TrayIcon::showWindowRequested, this, &AppShell::showWindow);
+    connect(tray_, &TrayIcon::settingsRequested, this, &AppShell::openSettings);
+    connect(tray_, &TrayIcon::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    // Call subtitles and meetings come with their own parts of the program; until then the
+    // menu says so instead of doing nothing.
+    connect(tray_, &TrayIcon::callToggleRequested, this, [this] {
+        controller_.show(QStringLiteral("Sous-titres d'appel : pas encore dans cette version"),
+                         false);
+    });
+    connect(tray_, &TrayIcon::meetingToggleRequested, this, [this] {
+        controller_.show(QStringLiteral("Réunions : pas encore dans cette version"), false);
+    });
+    tray_->show();
+}
+
+void AppShell::showWindow() {
+    if (!window_) {
+        window_ = new MainWindow(Navigation::shared(), AppSettings::shared(), controller_);
+        connect(window_, &MainWindow::aboutRequested, this, &AppShell::showAbout);
+        connect(window_, &MainWindow::settingsRequested, this, &AppShell::openSettings);
+        connect(window_, &MainWindow::quitRequested, qApp, &QCoreApplication::quit,
+                Qt::QueuedConnection);
+    }
+    window_->showWindow();
+}
+
+void AppShell::openSettings() {
+    Navigation& nav = Navigation::shared();
+    if (nav.page() != Page::Settings) nav.setPage(Page::Settings);
+    showWindow();
+}
+
+void AppShell::showAbout() {
+    showWindow();
+    QMessageBox::about(window_, QStringLiteral("À propos de Ombry Voice"),
+                       QStringLiteral("<b>Ombry Voice %1</b><br>Assistant de dictée en français "
+                                      "pour le bureau Linux.<br><small>Fait par Quennard.</small>")
+                           .arg(QCoreApplication::applicationVersion()));
+}
+
+void AppShell::needsAttention() {
+    Navigation& nav = Navigation::shared();
+    if (nav.page() != Page::Settings) nav.setPage(Page::Settings);
+    showWindow();
+}
+
+} // namespace ombry

@@ -1,0 +1,110 @@
+// --snapshot run as a process: a picture of every page, at 1200 × 900, in the light and the
+// dark appearance, each with something drawn on it, and the user's settings left alone.
+#include <QDir>
+#include <QImage>
+#include <QProcess>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+const QStringList kPages = {"dashboard", "corrector",  "translator", "meetings",
+                            "history",   "dictionary", "settings"};
+
+// The mean lightness of a part of the picture and the number of distinct colours in it.
+std::pair<double, int> measure(const QImage& image, const QRect& part) {
+    QSet<QRgb> colours;
+    double sum = 0;
+    int n = 0;
+    for (int y = part.top(); y <= part.bottom(); y += 3)
+        for (int x = part.left(); x <= part.right(); x += 3) {
+            const QRgb c = image.pixel(x, y);
+            colours.insert(c);
+            sum += qGray(c);
+            ++n;
+        }
+    return {sum / n, int(colours.size())};
+}
+
+} // namespace
+
+class TstSnapshot : public QObject {
+    Q_OBJECT
+
+    // Runs the program with its own folders; the first start of a new user (steps of the first
+    // launch over the page) or an onboarded one.
+    QString run(const QString& theme, bool onboarded) {
+        const QString home = dir_.filePath(theme + (onboarded ? "-on" : "-new"));
+        QDir().mkpath(home + "/config");
+        if (onboarded) {
+            QFile f(home + "/config/com.quennard.ombryvoice.json");
+            f.open(QIODevice::WriteOnly);
+            f.write(R"({"onboarded": true, "settingsTab": "dictation"})");
+        }
+        QProcess p;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", home);
+        env.insert("XDG_CONFIG_HOME", home + "/config");
+        env.insert("XDG_DATA_HOME", home + "/data");
+        env.insert("XDG_CACHE_HOME", home + "/cache");
+        env.remove("DISPLAY");
+        if (theme == QLatin1String("dark"))
+            env.insert("TALVO_THEME", "dark");
+        else
+            env.remove("TALVO_THEME");
+        p.setProcessEnvironment(env);
+        const QString out = home + "/pictures";
+        p.start(qEnvironmentVariable("OMBRY_BINARY"), {"--snapshot", out});
+        if (!p.waitForFinished(60000)) return {};
+        if (p.exitCode() != 0 || !p.readAllStandardOutput().isEmpty()) return {};
+        return out;
+    }
+
+    QTemporaryDir dir_;
+
+private Q_SLOTS:
+    void everyPageInBothAppearances() {
+        const QString light = run("light", true);
+        const QString dark = run("dark", true);
+        QVERIFY(!light.isEmpty());
+        QVERIFY(!dark.isEmpty());
+        for (const QString& page : kPages) {
+            const QImage l(light + "/" + page + ".png");
+            const QImage d(dark + "/" + page + ".png");
+            QCOMPARE(l.size(), QSize(1200, 900));
+            QCOMPARE(d.size(), QSize(1200, 900));
+            const auto [lightness, colours] = measure(l, l.rect());
+            const auto [darkness, darkColours] = measure(d, d.rect());
+            // The page itself, right of the sidebar: its header at least is drawn.
+            const QRect pageHead(260, 10, 900, 120);
+            QVERIFY2(measure(l, pageHead).second > 10, qPrintable(page));
+            QVERIFY2(measure(d, pageHead).second > 10, qPrintable(page));
+            // Drawn: text and symbols give many colours; the appearances are far apart.
+            QVERIFY2(colours > 40, qPrintable(page));
+            QVERIFY2(darkColours > 40, qPrintable(page));
+            QVERIFY2(lightness > 180, qPrintable(QStringLiteral("%1 %2").arg(page).arg(lightness)));
+            QVERIFY2(darkness < 70, qPrintable(QStringLiteral("%1 %2").arg(page).arg(darkness)));
+        }
+        // Pages differ from one another (each its own content, not one picture seven times).
+        QCOMPARE(QImage(light + "/settings.png") == QImage(light + "/history.png"), false);
+        QCOMPARE(QImage(light + "/history.png") == QImage(light + "/dictionary.png"), false);
+        // The settings file keeps what it had: pictures write nothing.
+        QFile settings(dir_.filePath("light-on/config/com.quennard.ombryvoice.json"));
+        QVERIFY(settings.open(QIODevice::ReadOnly));
+        QVERIFY(settings.readAll().contains("\"dictation\""));
+    }
+
+    void newUserSeesTheFirstStepsOverThePage() {
+        const QString light = run("light", false);
+        QVERIFY(!light.isEmpty());
+        const QImage first(light + "/dashboard.png");
+        QCOMPARE(first.size(), QSize(1200, 900));
+        // The dimmed page around the card: the window's corner is darker than when onboarded.
+        const QImage onboarded(dir_.filePath("light-on/pictures/dashboard.png"));
+        QVERIFY(qGray(first.pixel(1150, 850)) < qGray(onboarded.pixel(1150, 850)) - 30);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstSnapshot)
+#include "tst_snapshot.moc"
