@@ -29,7 +29,8 @@ QString highlighted(const QString& text, const QList<Fix>& fixes) {
     for (const auto& [start, length] : spans) {
         if (start < at) continue; // overlaps one already marked
         html += text.mid(at, start - at).toHtmlEscaped();
-        html += QStringLiteral("<span style=\"color:#00a699;font-weight:600\">") +
+        html += (QStringLiteral("<span style=\"color:") + PageLook::accentColor() +
+                 QStringLiteral(";font-weight:600\">")) +
                 text.mid(start, length).toHtmlEscaped() + QStringLiteral("</span>");
         at = start + length;
     }
@@ -55,19 +56,12 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     setObjectName(QStringLiteral("correctorPage"));
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    outer->addWidget(scroll);
     auto* content = new QWidget;
-    scroll->setWidget(content);
+    outer->addWidget(PageLook::scrolled(content));
     auto* page = new QVBoxLayout(content);
-    page->setContentsMargins(32, 28, 32, 28);
+    page->setContentsMargins(0, 0, 6, 0);
     page->setSpacing(16);
-    page->addWidget(
-        PageLook::header(QStringLiteral("Correcteur"),
-                         QStringLiteral("Colle un texte : il est corrigé, reformulé "
-                                        "ou résumé, et chaque changement s'explique.")));
+    page->addWidget(PageLook::header(Page::Corrector));
 
     auto* columns = new QHBoxLayout;
     columns->setSpacing(16);
@@ -136,7 +130,7 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     actionRow->addWidget(run_);
     ec->addLayout(actionRow);
     error_ = new QLabel;
-    error_->setObjectName(QStringLiteral("error"));
+    error_->setObjectName(QStringLiteral("bad"));
     error_->setWordWrap(true);
     ec->addWidget(error_);
     left->addWidget(editorCard);
@@ -210,20 +204,11 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     connect(&AppSettings::shared(), &AppSettings::punctuationChanged, this,
             &CorrectorPage::refresh);
 
-    setStyleSheet(PageLook::styleSheet(this));
     rebuildMistakes();
     refresh();
 }
 
 CorrectorPage::~CorrectorPage() = default;
-
-void CorrectorPage::changeEvent(QEvent* event) {
-    QWidget::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange) {
-        const QString sheet = PageLook::styleSheet(this);
-        if (sheet != styleSheet()) setStyleSheet(sheet);
-    }
-}
 
 void CorrectorPage::refresh() {
     const CorrectorModel& m = *model_;
@@ -232,8 +217,9 @@ void CorrectorPage::refresh() {
     words_->setText(CorrectorRules::wordsLabel(CorrectorRules::words(m.text())));
     live_->setText(CorrectorRules::liveLabel(m.liveCount()));
     live_->setVisible(m.liveCount().has_value());
-    live_->setStyleSheet(m.liveCount().value_or(0) > 0 ? QStringLiteral("color:#e5484d")
-                                                       : QStringLiteral("color:#00a699"));
+    live_->setStyleSheet(m.liveCount().value_or(0) > 0
+                             ? (QStringLiteral("color:") + PageLook::dangerColor())
+                             : (QStringLiteral("color:") + PageLook::accentColor()));
     clear_->setVisible(!m.text().isEmpty());
     run_->setText(m.working() ? QStringLiteral("…") : CorrectorRules::label(m.mode()));
     run_->setEnabled(!m.working() && !m.text().trimmed().isEmpty());
@@ -303,8 +289,9 @@ void CorrectorPage::rebuildFixes() {
         texts->setSpacing(2);
         auto* pair = new QLabel(
             QStringLiteral(
-                "<s style=\"color:#e5484d\">%1</s> &nbsp;→&nbsp; <b style=\"color:#00a699\">%2</b>")
-                .arg(fix.original.toHtmlEscaped(), fix.correction.toHtmlEscaped()));
+                "<s style=\"color:%1\">%2</s> &nbsp;→&nbsp; <b style=\"color:%3\">%4</b>")
+                .arg(PageLook::dangerColor(), fix.original.toHtmlEscaped(), PageLook::accentColor(),
+                     fix.correction.toHtmlEscaped()));
         pair->setObjectName(QStringLiteral("fixPair"));
         texts->addWidget(pair);
         QString detail = fix.kind;
@@ -319,7 +306,6 @@ void CorrectorPage::rebuildFixes() {
         const QUuid id = fix.id;
         connect(toggle, &QPushButton::clicked, model_, [this, id] { model_->toggleIgnored(id); });
         h->addWidget(toggle, 0, Qt::AlignTop);
-        if (refused) row->setStyleSheet(QStringLiteral("QFrame#fixRow { opacity: 0.5; }"));
         fixLayout_->addWidget(row);
     }
 }

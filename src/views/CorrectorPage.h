@@ -25,9 +25,6 @@ public:
 
     CorrectorModel& model() { return *model_; }
 
-protected:
-    void changeEvent(QEvent* event) override;
-
 private:
     void refresh();
     void rebuildFixes();

@@ -76,8 +76,9 @@ MeetingCard::MeetingCard(Store& store, const Meeting& meeting, QWidget* parent)
             task->setCheckable(true);
             task->setCursor(Qt::PointingHandCursor);
             task->setStyleSheet(
-                QStringLiteral("QPushButton { text-align: left; border: none; padding: 3px 0; }"
-                               "QPushButton:checked { color: #00a699; }"));
+                (QStringLiteral("QPushButton { text-align: left; border: none; padding: 3px 0; }"
+                                "QPushButton:checked { color: ") +
+                 PageLook::accentColor() + QStringLiteral("; }")));
             connect(task, &QPushButton::toggled, this, [this, task, i](bool on) {
                 if (on)
                     done_.insert(i);
@@ -116,21 +117,14 @@ MeetingsPage::MeetingsPage(Store& store, MeetingRecorder& recorder, QWidget* par
     setObjectName(QStringLiteral("meetingsPage"));
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    outer->addWidget(scroll);
     auto* content = new QWidget;
-    scroll->setWidget(content);
+    outer->addWidget(PageLook::scrolled(content));
     auto* page = new QVBoxLayout(content);
-    page->setContentsMargins(32, 28, 32, 28);
+    page->setContentsMargins(0, 0, 6, 0);
     page->setSpacing(16);
 
     auto* headRow = new QHBoxLayout;
-    headRow->addWidget(PageLook::header(QStringLiteral("Réunions"),
-                                        QStringLiteral("Transcription, résumé et tâches de tes "
-                                                       "réunions, appels et idées.")),
-                       1);
+    headRow->addWidget(PageLook::header(Page::Meetings), 1);
     auto* controls = new QVBoxLayout;
     auto* buttonRow = new QHBoxLayout;
     busy_ = new QProgressBar;
@@ -186,17 +180,8 @@ MeetingsPage::MeetingsPage(Store& store, MeetingRecorder& recorder, QWidget* par
     connect(&recorder_, &MeetingRecorder::startedAtChanged, this, &MeetingsPage::refreshButton);
     connect(&store_, &Store::meetingsChanged, this, &MeetingsPage::rebuildList);
 
-    setStyleSheet(PageLook::styleSheet(this));
     refreshButton();
     rebuildList();
-}
-
-void MeetingsPage::changeEvent(QEvent* event) {
-    QWidget::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange) {
-        const QString sheet = PageLook::styleSheet(this);
-        if (sheet != styleSheet()) setStyleSheet(sheet);
-    }
 }
 
 void MeetingsPage::refreshButton() {
@@ -207,8 +192,9 @@ void MeetingsPage::refreshButton() {
     record_->setEnabled(look.enabled);
     busy_->setVisible(look.busy);
     const bool recording = state.kind == MeetingRecorder::State::Kind::Recording;
-    record_->setStyleSheet(
-        recording ? QStringLiteral("QPushButton#primary { background: #e5484d; }") : QString());
+    record_->setStyleSheet(recording ? (QStringLiteral("QPushButton#primary { background: ") +
+                                        PageLook::dangerColor() + QStringLiteral("; }"))
+                                     : QString());
     if (recording && !tick_.isActive())
         tick_.start();
     else if (!recording)

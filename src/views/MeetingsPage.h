@@ -37,9 +37,6 @@ class MeetingsPage : public QWidget {
 public:
     MeetingsPage(Store& store, MeetingRecorder& recorder, QWidget* parent = nullptr);
 
-protected:
-    void changeEvent(QEvent* event) override;
-
 private:
     void refreshButton();
     void rebuildList();

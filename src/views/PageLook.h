@@ -1,5 +1,7 @@
 #pragma once
 
+#include "views/Navigation.h"
+
 #include <QString>
 
 class QFrame;
@@ -7,22 +9,28 @@ class QLabel;
 class QPushButton;
 class QWidget;
 
-// Small pieces shared by the corrector, translator and meetings pages: cards, titles and
-// buttons drawn from the application's palette, so both themes follow.
+// The pieces the corrector, translator and meetings pages are made of, in the window's look
+// (the object names its style sheet knows: card, cardTitle, secondary, primary, chip, tab).
 namespace ombry::PageLook {
 
-// A rounded card with a vertical layout (margins 18, spacing 10).
+// A rounded card with a vertical layout.
 QFrame* card(QWidget* parent = nullptr);
-// The page's title and its line of explanation.
-QWidget* header(const QString& title, const QString& subtitle, QWidget* parent = nullptr);
+// The page's title and line, as the sidebar names the page.
+QWidget* header(Page page, QWidget* parent = nullptr);
+// The title of a card.
 QLabel* sectionTitle(const QString& text, QWidget* parent = nullptr);
-// Secondary text: smaller and dimmed.
+// Quieter text.
 QLabel* note(const QString& text, QWidget* parent = nullptr);
 // The filled accent button of a page's main action.
 QPushButton* primaryButton(const QString& text, QWidget* parent = nullptr);
-// A flat bordered button; `checkable` ones show their checked state in the accent colour.
+// A plain button; a checkable one is a chip that fills with the accent when chosen.
 QPushButton* button(const QString& text, bool checkable = false, QWidget* parent = nullptr);
-// The style sheet of a page, built from its palette; applied again when the palette changes.
-QString styleSheet(const QWidget* page);
+// The tab buttons of a page's tab row.
+QPushButton* tab(const QString& text, QWidget* parent = nullptr);
+// A scroll area in the window's page colours around `content`.
+QWidget* scrolled(QWidget* content);
+// Colours of the current appearance for text drawn inside labels.
+QString accentColor();
+QString dangerColor();
 
 } // namespace ombry::PageLook

@@ -1,8 +1,14 @@
 #include "views/Pages.h"
 
+#include "calls/CallTranslator.h"
+#include "data/Store.h"
+#include "meetings/MeetingRecorder.h"
 #include "views/Components.h"
+#include "views/CorrectorPage.h"
+#include "views/MeetingsPage.h"
 #include "views/SettingsPage.h"
 #include "views/Symbols.h"
+#include "views/TranslatorPage.h"
 #include "views/ViewStyle.h"
 
 #include <QVBoxLayout>
@@ -62,8 +68,18 @@ QWidget* placeholder(Page page) {
 } // namespace
 
 QWidget* makePage(Page page, AppSettings& settings, DictationController& controller) {
-    if (page == Page::Settings) return new SettingsPage(settings, controller);
-    return placeholder(page);
+    switch (page) {
+    case Page::Settings:
+        return new SettingsPage(settings, controller);
+    case Page::Corrector:
+        return new CorrectorPage(Store::shared());
+    case Page::Translator:
+        return new TranslatorPage(Store::shared(), CallTranslator::shared());
+    case Page::Meetings:
+        return new MeetingsPage(Store::shared(), MeetingRecorder::shared());
+    default:
+        return placeholder(page);
+    }
 }
 
 } // namespace ombry

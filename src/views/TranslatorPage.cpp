@@ -44,7 +44,7 @@ CallSubtitlesTab::CallSubtitlesTab(CallTranslator& call, QWidget* parent)
     row->addWidget(toggle_);
     cl->addLayout(row);
     error_ = new QLabel;
-    error_->setObjectName(QStringLiteral("error"));
+    error_->setObjectName(QStringLiteral("bad"));
     error_->setWordWrap(true);
     cl->addWidget(error_);
     layout->addWidget(controls);
@@ -115,21 +115,14 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     setObjectName(QStringLiteral("translatorPage"));
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea(this);
-    scroll->setWidgetResizable(true);
-    scroll->setFrameShape(QFrame::NoFrame);
-    outer->addWidget(scroll);
     auto* content = new QWidget;
-    scroll->setWidget(content);
+    outer->addWidget(PageLook::scrolled(content));
     auto* page = new QVBoxLayout(content);
-    page->setContentsMargins(32, 28, 32, 28);
+    page->setContentsMargins(0, 0, 6, 0);
     page->setSpacing(16);
 
     auto* headRow = new QHBoxLayout;
-    headRow->addWidget(
-        PageLook::header(QStringLiteral("Traduction"),
-                         QStringLiteral("Traduis en tapant, ou sous-titre un appel en direct.")),
-        1);
+    headRow->addWidget(PageLook::header(Page::Translator), 1);
     tabs_ = new QButtonGroup(this);
     QPushButton* textTab = PageLook::button(QStringLiteral("Texte"), true);
     QPushButton* callsTab = PageLook::button(QStringLiteral("Appels"), true);
@@ -205,7 +198,7 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     panes->addLayout(rightPane, 1);
     cl->addLayout(panes, 1);
     error_ = new QLabel;
-    error_->setObjectName(QStringLiteral("error"));
+    error_->setObjectName(QStringLiteral("bad"));
     error_->setWordWrap(true);
     cl->addWidget(error_);
     tp->addWidget(card, 1);
@@ -231,21 +224,12 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     connect(model_, &TranslatorModel::changed, this, &TranslatorPage::refresh);
     connect(&store_, &Store::fixesChanged, this, &TranslatorPage::rebuildRecent);
 
-    setStyleSheet(PageLook::styleSheet(this));
     showTab(int(TranslatorRules::tab(AppSettings::shared().defaults())));
     rebuildRecent();
     refresh();
 }
 
 TranslatorPage::~TranslatorPage() = default;
-
-void TranslatorPage::changeEvent(QEvent* event) {
-    QWidget::changeEvent(event);
-    if (event->type() == QEvent::PaletteChange) {
-        const QString sheet = PageLook::styleSheet(this);
-        if (sheet != styleSheet()) setStyleSheet(sheet);
-    }
-}
 
 void TranslatorPage::showTab(int tab) {
     tabs_->button(tab)->setChecked(true);

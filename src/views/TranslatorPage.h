@@ -47,9 +47,6 @@ public:
 
     TranslatorModel& model() { return *model_; }
 
-protected:
-    void changeEvent(QEvent* event) override;
-
 private:
     void refresh();
     void rebuildRecent();

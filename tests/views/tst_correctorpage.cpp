@@ -166,8 +166,8 @@ private Q_SLOTS:
         server.setHandler([](const RecordedRequest&) { return Reply::text("panne", 500); });
         click(QStringLiteral("Résumer"));
         run(QStringLiteral("Résumer"));
-        QTRY_VERIFY(named<QLabel>(page.get(), "error")->isVisible());
-        QVERIFY(named<QLabel>(page.get(), "error")->text().contains(QStringLiteral("500")));
+        QTRY_VERIFY(named<QLabel>(page.get(), "bad")->isVisible());
+        QVERIFY(named<QLabel>(page.get(), "bad")->text().contains(QStringLiteral("500")));
         QCOMPARE(store->fixes().size(), 1);
     }
 
