@@ -98,7 +98,21 @@ QList<QPair<qsizetype, qsizetype>> highlights(const QString& text, const QList<F
     QList<QPair<qsizetype, qsizetype>> out;
     for (const Fix& fix : fixes) {
         if (fix.correction.isEmpty() || fix.correction == kEmpty) continue;
-        const qsizetype at = text.indexOf(fix.correction);
+        // A whole word is a better guess than the inside of another word ("a" in "la").
+        qsizetype at = -1;
+        for (qsizetype from = 0;;) {
+            const qsizetype found = text.indexOf(fix.correction, from);
+            if (found < 0) break;
+            const qsizetype end = found + fix.correction.size();
+            const bool before = found > 0 && text.at(found - 1).isLetterOrNumber();
+            const bool after = end < text.size() && text.at(end).isLetterOrNumber();
+            if (!before && !after) {
+                at = found;
+                break;
+            }
+            from = found + 1;
+        }
+        if (at < 0) at = text.indexOf(fix.correction);
         if (at >= 0) out.append({at, fix.correction.size()});
     }
     return out;

@@ -41,7 +41,8 @@ int score(const QString& text, const Analysis& analysis);
 // The corrected text with the refused changes taken back, by a search of each refused
 // correction's first occurrence. A change with "∅" on one side stays applied.
 QString finalText(const Analysis& analysis, const QSet<QUuid>& ignored);
-// Where the changes stand in a text: the first occurrence of each fix's correction.
+// Where the changes stand in a text: each fix's correction where it first stands as a whole
+// word, else its first occurrence.
 QList<QPair<qsizetype, qsizetype>> highlights(const QString& text, const QList<Fix>& fixes);
 
 // "{n} mot" / "{n} mots".

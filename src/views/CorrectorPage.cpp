@@ -39,6 +39,14 @@ QString highlighted(const QString& text, const QList<Fix>& fixes) {
     return html;
 }
 
+// Gives a text view the height of its text, within bounds, so the card does not stand half empty.
+void fitToText(QTextBrowser* view) {
+    view->document()->setTextWidth(view->viewport()->width() > 50 ? view->viewport()->width()
+                                                                  : 480);
+    const int h = int(view->document()->size().height()) + 20;
+    view->setFixedHeight(std::clamp(h, 70, 420));
+}
+
 // What the list of changes is built from: its ids, refusals and explanations.
 QString fixesKey(const CorrectorModel& m) {
     QString key;
@@ -81,7 +89,6 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     for (CorrectorMode m :
          {CorrectorMode::Correct, CorrectorMode::Rephrase, CorrectorMode::Summary}) {
         QPushButton* b = PageLook::button(CorrectorRules::label(m), true);
-        b->setObjectName(QStringLiteral("mode"));
         modes_->addButton(b, int(m));
         modeRow->addWidget(b);
     }
@@ -95,7 +102,6 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     tones_ = new QButtonGroup(this);
     for (TextAction t : CorrectorRules::tones()) {
         QPushButton* b = PageLook::button(CorrectorRules::label(t), true);
-        b->setObjectName(QStringLiteral("tone"));
         tones_->addButton(b, int(t));
         toneLayout->addWidget(b);
     }
@@ -111,7 +117,6 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
 
     auto* footer = new QHBoxLayout;
     words_ = PageLook::note(QString());
-    words_->setObjectName(QStringLiteral("note"));
     words_->setWordWrap(false);
     live_ = new QLabel;
     live_->setObjectName(QStringLiteral("liveCount"));
@@ -149,11 +154,10 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     rc->addLayout(resultHead);
     result_ = new QTextBrowser;
     result_->setObjectName(QStringLiteral("result"));
-    result_->setMinimumHeight(110);
     rc->addWidget(result_);
     auto* countRow = new QHBoxLayout;
     count_ = PageLook::sectionTitle(QString());
-    count_->setObjectName(QStringLiteral("fixCount"));
+    PageLook::mark(count_, "fixCount");
     toggleAll_ = PageLook::button(QString());
     toggleAll_->setObjectName(QStringLiteral("toggleAll"));
     explaining_ = PageLook::note(QStringLiteral("Explications en cours…"));
@@ -178,7 +182,7 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     score_ = new QLabel;
     score_->setObjectName(QStringLiteral("bigNumber"));
     scoreNote_ = PageLook::note(QString());
-    scoreNote_->setObjectName(QStringLiteral("scoreNote"));
+    PageLook::mark(scoreNote_, "scoreNote");
     sc->addWidget(score_);
     sc->addWidget(scoreNote_);
     right->addWidget(scoreCard);
@@ -234,6 +238,7 @@ void CorrectorPage::refresh() {
     if (hasAnalysis) {
         resultTitle_->setText(QStringLiteral("Texte corrigé"));
         result_->setHtml(highlighted(m.resultText(), m.analysis()->fixes));
+        fitToText(result_);
         const int n = int(m.analysis()->fixes.size());
         count_->setText(CorrectorRules::correctionsLabel(n));
         toggleAll_->setText(m.ignored().isEmpty() ? QStringLiteral("Tout ignorer")
@@ -247,6 +252,7 @@ void CorrectorPage::refresh() {
                                   ? QStringLiteral("Résumé")
                                   : QStringLiteral("Texte reformulé"));
         result_->setPlainText(*m.rewritten());
+        fitToText(result_);
         count_->setVisible(false);
         toggleAll_->setVisible(false);
         explaining_->setVisible(false);
@@ -258,9 +264,15 @@ void CorrectorPage::refresh() {
     if (hasAnalysis) {
         if (m.analysis()->fixes.isEmpty()) {
             score_->setText(QStringLiteral("100"));
+            score_->setStyleSheet(QStringLiteral("color:") + PageLook::accentColor());
             scoreNote_->setText(QStringLiteral("Parfait, rien à corriger"));
         } else {
-            score_->setText(QString::number(CorrectorRules::score(m.text(), *m.analysis())));
+            const int score = CorrectorRules::score(m.text(), *m.analysis());
+            score_->setText(QString::number(score));
+            score_->setStyleSheet(QStringLiteral("color:") + (score >= 80 ? PageLook::accentColor()
+                                                              : score >= 50
+                                                                  ? PageLook::warningColor()
+                                                                  : PageLook::dangerColor()));
             scoreNote_->setText(QStringLiteral("100 / 100 après correction"));
         }
     }
@@ -290,7 +302,9 @@ void CorrectorPage::rebuildFixes() {
         auto* pair = new QLabel(
             QStringLiteral(
                 "<s style=\"color:%1\">%2</s> &nbsp;→&nbsp; <b style=\"color:%3\">%4</b>")
-                .arg(PageLook::dangerColor(), fix.original.toHtmlEscaped(), PageLook::accentColor(),
+                .arg(refused ? PageLook::secondaryColor() : PageLook::dangerColor(),
+                     fix.original.toHtmlEscaped(),
+                     refused ? PageLook::secondaryColor() : PageLook::accentColor(),
                      fix.correction.toHtmlEscaped()));
         pair->setObjectName(QStringLiteral("fixPair"));
         texts->addWidget(pair);
@@ -336,7 +350,7 @@ void CorrectorPage::rebuildMistakes() {
             QStringLiteral("%1 → <b>%2</b>")
                 .arg(mistake.original.toHtmlEscaped(), mistake.correction.toHtmlEscaped()));
         auto* count = new QLabel(QStringLiteral("%1×").arg(mistake.count));
-        count->setObjectName(QStringLiteral("note"));
+        count->setObjectName(QStringLiteral("secondary"));
         h->addWidget(pair, 1);
         h->addWidget(count);
         mistakesLayout_->addWidget(row);

@@ -4,6 +4,7 @@
 #include "meetings/MeetingRecorder.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
+#include "views/Components.h"
 #include "views/MeetingsLogic.h"
 #include "views/PageLook.h"
 
@@ -39,18 +40,19 @@ MeetingCard::MeetingCard(Store& store, const Meeting& meeting, QWidget* parent)
     auto* titles = new QVBoxLayout;
     titles->setSpacing(2);
     QLabel* title = PageLook::sectionTitle(meeting.title);
-    title->setObjectName(QStringLiteral("meetingTitle"));
+    PageLook::mark(title, "meetingTitle");
     title->setWordWrap(true);
     titles->addWidget(title);
     QLabel* when = PageLook::note(MeetingsRules::dateText(meeting.date) + QStringLiteral(" · ") +
                                   MeetingsRules::durationText(meeting.duration));
-    when->setObjectName(QStringLiteral("meetingDate"));
+    PageLook::mark(when, "meetingDate");
     titles->addWidget(when);
     head->addLayout(titles, 1);
     QPushButton* copy = PageLook::button(QStringLiteral("Copier"));
     copy->setObjectName(QStringLiteral("copyMeeting"));
     QPushButton* trash = PageLook::button(QString());
-    trash->setObjectName(QStringLiteral("deleteMeeting"));
+    trash->setObjectName(QStringLiteral("danger"));
+    PageLook::mark(trash, "deleteMeeting");
     trash->setIcon(QIcon::fromTheme(QStringLiteral("user-trash")));
     if (trash->icon().isNull()) trash->setText(QStringLiteral("Supprimer"));
     trash->setToolTip(QStringLiteral("Supprimer"));
@@ -68,17 +70,17 @@ MeetingCard::MeetingCard(Store& store, const Meeting& meeting, QWidget* parent)
     }
 
     if (!meeting.tasks.isEmpty()) {
-        layout->addWidget(PageLook::sectionTitle(QStringLiteral("À faire")));
+        layout->addWidget(Components::sectionTitle(QStringLiteral("À faire")));
         for (int i = 0; i < meeting.tasks.size(); ++i) {
             auto* task = new QPushButton(kOpen + QStringLiteral("  ") + meeting.tasks[i]);
             task->setObjectName(QStringLiteral("task"));
             task->setFlat(true);
             task->setCheckable(true);
             task->setCursor(Qt::PointingHandCursor);
-            task->setStyleSheet(
-                (QStringLiteral("QPushButton { text-align: left; border: none; padding: 3px 0; }"
-                                "QPushButton:checked { color: ") +
-                 PageLook::accentColor() + QStringLiteral("; }")));
+            task->setStyleSheet((QStringLiteral("QPushButton { text-align: left; border: none; "
+                                                "background: transparent; padding: 3px 0; }"
+                                                "QPushButton:checked { color: ") +
+                                 PageLook::accentColor() + QStringLiteral("; }")));
             connect(task, &QPushButton::toggled, this, [this, task, i](bool on) {
                 if (on)
                     done_.insert(i);
@@ -132,7 +134,7 @@ MeetingsPage::MeetingsPage(Store& store, MeetingRecorder& recorder, QWidget* par
     busy_->setTextVisible(false);
     busy_->setFixedSize(60, 6);
     record_ = PageLook::primaryButton(QString());
-    record_->setObjectName(QStringLiteral("record"));
+    PageLook::mark(record_, "record");
     record_->setMinimumWidth(210);
     buttonRow->addWidget(busy_, 0, Qt::AlignVCenter);
     buttonRow->addWidget(record_);

@@ -50,6 +50,10 @@ QPushButton* tab(const QString& text, QWidget* parent) {
     return b;
 }
 
+void mark(QWidget* w, const char* name) {
+    w->setProperty("part", QString::fromLatin1(name));
+}
+
 QWidget* scrolled(QWidget* content) {
     auto* area = new QScrollArea;
     area->setObjectName(QStringLiteral("pageScroll"));
@@ -62,6 +66,14 @@ QWidget* scrolled(QWidget* content) {
 
 QString accentColor() {
     return ViewStyle::colors(ViewStyle::darkNow()).accent.name();
+}
+
+QString warningColor() {
+    return ViewStyle::colors(ViewStyle::darkNow()).warning.name();
+}
+
+QString secondaryColor() {
+    return ViewStyle::colors(ViewStyle::darkNow()).secondary.name();
 }
 
 QString dangerColor() {

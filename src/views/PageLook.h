@@ -27,10 +27,14 @@ QPushButton* primaryButton(const QString& text, QWidget* parent = nullptr);
 QPushButton* button(const QString& text, bool checkable = false, QWidget* parent = nullptr);
 // The tab buttons of a page's tab row.
 QPushButton* tab(const QString& text, QWidget* parent = nullptr);
+// Names a part of a page for whoever looks for it (tests), apart from its style role.
+void mark(QWidget* w, const char* name);
 // A scroll area in the window's page colours around `content`.
 QWidget* scrolled(QWidget* content);
 // Colours of the current appearance for text drawn inside labels.
 QString accentColor();
 QString dangerColor();
+QString warningColor();
+QString secondaryColor();
 
 } // namespace ombry::PageLook

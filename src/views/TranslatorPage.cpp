@@ -39,7 +39,7 @@ CallSubtitlesTab::CallSubtitlesTab(CallTranslator& call, QWidget* parent)
     floating_ = PageLook::button(QStringLiteral("Fenêtre flottante"));
     floating_->setObjectName(QStringLiteral("floating"));
     toggle_ = PageLook::primaryButton(QString());
-    toggle_->setObjectName(QStringLiteral("callToggle"));
+    PageLook::mark(toggle_, "callToggle");
     row->addWidget(floating_);
     row->addWidget(toggle_);
     cl->addLayout(row);
@@ -52,7 +52,7 @@ CallSubtitlesTab::CallSubtitlesTab(CallTranslator& call, QWidget* parent)
     QFrame* talk = PageLook::card();
     auto* tl = static_cast<QVBoxLayout*>(talk->layout());
     head_ = PageLook::sectionTitle(QString());
-    head_->setObjectName(QStringLiteral("conversationHead"));
+    PageLook::mark(head_, "conversationHead");
     tl->addWidget(head_);
     conversation_ = new QTextBrowser;
     conversation_->setObjectName(QStringLiteral("conversation"));
@@ -121,17 +121,19 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     page->setContentsMargins(0, 0, 6, 0);
     page->setSpacing(16);
 
+    page->addWidget(PageLook::header(Page::Translator));
     auto* headRow = new QHBoxLayout;
-    headRow->addWidget(PageLook::header(Page::Translator), 1);
+    headRow->setSpacing(4);
     tabs_ = new QButtonGroup(this);
-    QPushButton* textTab = PageLook::button(QStringLiteral("Texte"), true);
-    QPushButton* callsTab = PageLook::button(QStringLiteral("Appels"), true);
-    textTab->setObjectName(QStringLiteral("tabText"));
-    callsTab->setObjectName(QStringLiteral("tabCalls"));
+    QPushButton* textTab = PageLook::tab(QStringLiteral("Traduction"));
+    QPushButton* callsTab = PageLook::tab(QStringLiteral("Sous-titres"));
+    PageLook::mark(textTab, "tabText");
+    PageLook::mark(callsTab, "tabCalls");
     tabs_->addButton(textTab, int(TranslationTab::Text));
     tabs_->addButton(callsTab, int(TranslationTab::Calls));
-    headRow->addWidget(textTab, 0, Qt::AlignBottom);
-    headRow->addWidget(callsTab, 0, Qt::AlignBottom);
+    headRow->addWidget(textTab);
+    headRow->addWidget(callsTab);
+    headRow->addStretch();
     page->addLayout(headRow);
 
     stack_ = new QStackedWidget;
@@ -146,7 +148,7 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     auto* cl = static_cast<QVBoxLayout*>(card->layout());
     auto* languages = new QHBoxLayout;
     detected_ = PageLook::note(QString());
-    detected_->setObjectName(QStringLiteral("detected"));
+    PageLook::mark(detected_, "detected");
     detected_->setWordWrap(false);
     swap_ = PageLook::button(QStringLiteral("Inverser"));
     swap_->setObjectName(QStringLiteral("swap"));
@@ -167,11 +169,12 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     source_->setObjectName(QStringLiteral("source"));
     source_->setPlaceholderText(
         QStringLiteral("Écris ou colle ton texte, dans n'importe quelle langue"));
-    source_->setMinimumHeight(240);
+    source_->setMinimumHeight(220);
+    source_->setMaximumHeight(320);
     leftPane->addWidget(source_, 1);
     auto* leftFoot = new QHBoxLayout;
     characters_ = PageLook::note(QString());
-    characters_->setObjectName(QStringLiteral("characters"));
+    PageLook::mark(characters_, "characters");
     speakSource_ = PageLook::button(QStringLiteral("Lire à voix haute"));
     speakSource_->setObjectName(QStringLiteral("speakSource"));
     leftFoot->addWidget(characters_, 1);
@@ -181,11 +184,12 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     result_ = new QPlainTextEdit;
     result_->setObjectName(QStringLiteral("result"));
     result_->setReadOnly(true);
+    result_->setMaximumHeight(320);
     result_->setPlaceholderText(QStringLiteral("Traduction"));
     rightPane->addWidget(result_, 1);
     auto* rightFoot = new QHBoxLayout;
     status_ = PageLook::note(QString());
-    status_->setObjectName(QStringLiteral("status"));
+    PageLook::mark(status_, "status");
     speakResult_ = PageLook::button(QStringLiteral("Lire à voix haute"));
     speakResult_->setObjectName(QStringLiteral("speakResult"));
     copy_ = PageLook::button(QStringLiteral("Copier"));

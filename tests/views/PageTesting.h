@@ -38,8 +38,12 @@ inline void typeText(QWidget* w, const QString& text) {
     }
 }
 
+// The first widget called `name`, by its object name or the part the page marked it as.
 template <class W> W* named(QWidget* root, const char* name) {
-    return root->findChild<W*>(QString::fromLatin1(name));
+    const QString wanted = QString::fromLatin1(name);
+    for (W* w : root->template findChildren<W*>())
+        if (w->objectName() == wanted || w->property("part").toString() == wanted) return w;
+    return nullptr;
 }
 
 // Measures how long the event loop goes without turning: a 5 ms timer notes the longest gap
