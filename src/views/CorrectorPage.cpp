@@ -208,6 +208,7 @@ CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     connect(&AppSettings::shared(), &AppSettings::punctuationChanged, this,
             &CorrectorPage::refresh);
 
+    setStyleSheet(PageLook::fieldSheet());
     rebuildMistakes();
     refresh();
 }

@@ -136,6 +136,7 @@ MeetingsPage::MeetingsPage(Store& store, MeetingRecorder& recorder, QWidget* par
     record_ = PageLook::primaryButton(QString());
     PageLook::mark(record_, "record");
     record_->setMinimumWidth(210);
+    record_->setMinimumHeight(32);
     buttonRow->addWidget(busy_, 0, Qt::AlignVCenter);
     buttonRow->addWidget(record_);
     controls->addLayout(buttonRow);

@@ -64,6 +64,13 @@ QWidget* scrolled(QWidget* content) {
     return area;
 }
 
+QString fieldSheet() {
+    const ViewStyle::Colors c = ViewStyle::colors(ViewStyle::darkNow());
+    return QStringLiteral("QPlainTextEdit, QTextBrowser { background: %1; border: 1px solid %2;"
+                          " border-radius: 8px; padding: 4px; selection-background-color: %3; }")
+        .arg(c.control.name(), c.border.name(), c.accent.name());
+}
+
 QString accentColor() {
     return ViewStyle::colors(ViewStyle::darkNow()).accent.name();
 }

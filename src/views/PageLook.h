@@ -31,6 +31,8 @@ QPushButton* tab(const QString& text, QWidget* parent = nullptr);
 void mark(QWidget* w, const char* name);
 // A scroll area in the window's page colours around `content`.
 QWidget* scrolled(QWidget* content);
+// The look of the text fields of a page in the current appearance.
+QString fieldSheet();
 // Colours of the current appearance for text drawn inside labels.
 QString accentColor();
 QString dangerColor();

@@ -205,12 +205,13 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     error_->setObjectName(QStringLiteral("bad"));
     error_->setWordWrap(true);
     cl->addWidget(error_);
-    tp->addWidget(card, 1);
+    tp->addWidget(card);
 
     QFrame* recent = PageLook::card();
     recentCard_ = recent;
     recentLayout_ = static_cast<QVBoxLayout*>(recent->layout());
     tp->addWidget(recent);
+    tp->addStretch();
     stack_->addWidget(textPage);
     stack_->addWidget(new CallSubtitlesTab(call));
 
@@ -228,6 +229,7 @@ TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* pare
     connect(model_, &TranslatorModel::changed, this, &TranslatorPage::refresh);
     connect(&store_, &Store::fixesChanged, this, &TranslatorPage::rebuildRecent);
 
+    setStyleSheet(PageLook::fieldSheet());
     showTab(int(TranslatorRules::tab(AppSettings::shared().defaults())));
     rebuildRecent();
     refresh();
