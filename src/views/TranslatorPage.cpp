@@ -43,6 +43,16 @@ CallSubtitlesTab::CallSubtitlesTab(CallTranslator& call, QWidget* parent)
     row->addWidget(floating_);
     row->addWidget(toggle_);
     cl->addLayout(row);
+    auto* appRow = new QHBoxLayout;
+    appRow->addWidget(new QLabel(QStringLiteral("Quelle appli traduire ?")));
+    apps_ = new QComboBox;
+    PageLook::mark(apps_, "callApps");
+    apps_->setMinimumWidth(260);
+    appRow->addWidget(apps_);
+    appRow->addStretch();
+    cl->addLayout(appRow);
+    locked_ = PageLook::note(QStringLiteral("Arrête les sous-titres pour changer d'appli."));
+    cl->addWidget(locked_);
     error_ = new QLabel;
     error_->setObjectName(QStringLiteral("bad"));
     error_->setWordWrap(true);
@@ -69,6 +79,12 @@ CallSubtitlesTab::CallSubtitlesTab(CallTranslator& call, QWidget* parent)
     connect(floating_, &QPushButton::clicked, this, [this] {
         if (call_.onShowWindow) call_.onShowWindow();
     });
+    appsTimer_.setInterval(3000);
+    connect(&appsTimer_, &QTimer::timeout, this, &CallSubtitlesTab::refreshApps);
+    connect(apps_, &QComboBox::activated, this, [this](int index) {
+        const QString id = apps_->itemData(index).toString();
+        call_.setTargetBundleID(id.isEmpty() ? std::nullopt : std::optional<QString>(id));
+    });
     for (auto signal : {&CallTranslator::runningChanged, &CallTranslator::linesChanged,
                         &CallTranslator::liveChanged, &CallTranslator::errorChanged,
                         &CallTranslator::targetChanged})
@@ -76,8 +92,38 @@ CallSubtitlesTab::CallSubtitlesTab(CallTranslator& call, QWidget* parent)
     refresh();
 }
 
+void CallSubtitlesTab::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    refreshApps();
+    appsTimer_.start();
+}
+
+void CallSubtitlesTab::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    appsTimer_.stop();
+}
+
+void CallSubtitlesTab::refreshApps() {
+    const QSignalBlocker block(apps_);
+    apps_->clear();
+    apps_->addItem(QStringLiteral("Tout l'ordinateur"), QString());
+    const std::optional<QString> target = call_.targetBundleID();
+    bool listed = false;
+    for (const PlayingApp& app : call_.playingApps()) {
+        apps_->addItem(app.name.isEmpty() ? app.id : app.name, app.id);
+        if (target && app.id == *target) listed = true;
+    }
+    // A chosen application that plays nothing now stays the choice, shown by its name.
+    if (target && !listed) apps_->addItem(call_.targetName().value_or(*target), *target);
+    apps_->setCurrentIndex(target ? apps_->findData(*target) : 0);
+}
+
 void CallSubtitlesTab::refresh() {
     const bool running = call_.running();
+    apps_->setEnabled(!running);
+    locked_->setVisible(running);
+    if (apps_->currentData().toString() != call_.targetBundleID().value_or(QString()))
+        refreshApps();
     const std::optional<QString> name = call_.targetName();
     toggle_->setText(running ? QStringLiteral("Arrêter") : QStringLiteral("Démarrer"));
     source_->setText(QStringLiteral("Anglais → français · ") +

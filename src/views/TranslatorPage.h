@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QTimer>
 #include <QWidget>
 
 class QButtonGroup;
@@ -24,8 +25,14 @@ class CallSubtitlesTab : public QWidget {
 public:
     explicit CallSubtitlesTab(CallTranslator& call, QWidget* parent = nullptr);
 
+protected:
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+
 private:
     void refresh();
+    // The applications that play sound now, offered as what to listen to.
+    void refreshApps();
 
     CallTranslator& call_;
     QLabel* head_;
@@ -34,6 +41,9 @@ private:
     QPushButton* floating_;
     QLabel* error_;
     QTextBrowser* conversation_;
+    QComboBox* apps_;
+    QLabel* locked_;
+    QTimer appsTimer_; // every 3 s while the tab is shown
 };
 
 // The translation page: the text translator (translation as the user types, the languages,

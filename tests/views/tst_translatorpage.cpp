@@ -194,9 +194,23 @@ private Q_SLOTS:
         QVERIFY(conversation->toPlainText().startsWith(QStringLiteral("Choisis l'appli")));
         QVERIFY(showsLabel(page.get(), QStringLiteral("Sous-titres")));
 
+        // The applications playing sound are offered; the choice is what the capture follows.
+        auto* apps = named<QComboBox>(page.get(), "callApps");
+        platform.audio().apps = {
+            PlayingApp{QStringLiteral("discord"), QStringLiteral("Discord"), {}}};
+        QTRY_COMPARE(apps->count(), 2);
+        QCOMPARE(apps->itemText(0), QStringLiteral("Tout l'ordinateur"));
+        apps->setCurrentIndex(1);
+        Q_EMIT apps->activated(1);
+        QCOMPARE(call->targetBundleID(), std::optional<QString>(QStringLiteral("discord")));
+
         click("callToggle");
         QTRY_VERIFY(call->running());
-        QTRY_VERIFY(showsLabel(page.get(), QStringLiteral("En direct · tout l'ordinateur")));
+        QCOMPARE(platform.audio().outputFor, QStringLiteral("discord"));
+        QTRY_VERIFY(showsLabel(page.get(), QStringLiteral("En direct · Discord")));
+        QVERIFY(!apps->isEnabled());
+        QVERIFY(
+            showsLabel(page.get(), QStringLiteral("Arrête les sous-titres pour changer d'appli.")));
         QCOMPARE(named<QPushButton>(page.get(), "callToggle")->text(), QStringLiteral("Arrêter"));
         QVERIFY(conversation->toPlainText().startsWith(QStringLiteral("J'écoute")));
         click("callToggle");
