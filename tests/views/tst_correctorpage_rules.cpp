@@ -212,6 +212,41 @@ private Q_SLOTS:
         spin(100);
         QCOMPARE(model.liveCount(), std::optional<int>(1));
     }
+
+    // A second run replaces the analysis while the first one's explanations are on the way:
+    // they arrive late and are dropped; each run stores its own record.
+    void lateExplanationsAreDropped() {
+        openRouterOn();
+        AppSettings::shared().setUseLanguageTool(false);
+        server.setHandler([](const RecordedRequest& r) {
+            const bool first = userOf(r).contains(QStringLiteral("maison"));
+            if (systemOf(r).contains(QStringLiteral("professeur"))) {
+                const QString word = first ? QStringLiteral("vieille") : QStringLiteral("neuve");
+                Reply reply = chatReply(
+                    QStringLiteral(R"({"items":[{"kind":"orthographe","explanation":"%1"}]})")
+                        .arg(word));
+                return first ? reply.after(600) : reply;
+            }
+            return chatReply(first ? QStringLiteral("Je vais à la maison.")
+                                   : QStringLiteral("Il a mangé."));
+        });
+        QTemporaryDir dir;
+        Store store(dir.path());
+        CorrectorModel model(store);
+        model.setText(QStringLiteral("Je vais a la maison."));
+        model.run();
+        QTRY_VERIFY(model.explaining());
+        model.setText(QStringLiteral("Il a manger."));
+        model.run();
+        QTRY_COMPARE(store.fixes().size(), 2);
+        QVERIFY(!model.explaining() && !model.working());
+        QCOMPARE(model.analysis()->corrected, QStringLiteral("Il a mangé."));
+        QCOMPARE(model.analysis()->fixes.size(), 1);
+        QCOMPARE(model.analysis()->fixes.first().explanation, QStringLiteral("neuve"));
+        QCOMPARE(CorrectorRules::finalText(*model.analysis(), model.ignored()),
+                 QStringLiteral("Il a mangé."));
+        AppSettings::shared().setUseLanguageTool(true);
+    }
 };
 
 QTEST_GUILESS_MAIN(TstCorrectorRules)
