@@ -3,6 +3,7 @@
 #include "app/OmbryIcon.h"
 
 #include "data/Settings.h"
+#include "desktop/Notify.h"
 #include "dictation/DictationController.h"
 #include "views/MainWindow.h"
 #include "views/Navigation.h"
@@ -12,6 +13,7 @@
 #include <QIcon>
 #include <QMessageBox>
 #include <QPixmap>
+#include <QSystemTrayIcon>
 
 namespace ombry {
 
@@ -53,6 +55,15 @@ void AppShell::showWindow() {
         connect(window_, &MainWindow::settingsRequested, this, &AppShell::openSettings);
         connect(window_, &MainWindow::quitRequested, qApp, &QCoreApplication::quit,
                 Qt::QueuedConnection);
+        connect(window_, &MainWindow::closed, this, [this] {
+            // Without a tray to show the program, the first close says where it went.
+            if (toldAboutBackground_ || QSystemTrayIcon::isSystemTrayAvailable()) return;
+            toldAboutBackground_ = true;
+            Notify::post(
+                QStringLiteral("Ombry Voice reste lancé"),
+                QStringLiteral("Ta touche de dictée marche toujours. Relance Ombry Voice "
+                               "depuis le menu des applications pour rouvrir la fenêtre."));
+        });
     }
     window_->showWindow();
 }

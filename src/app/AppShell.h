@@ -35,6 +35,7 @@ private:
     DictationController& controller_;
     QPointer<MainWindow> window_;
     TrayIcon* tray_ = nullptr;
+    bool toldAboutBackground_ = false;
 };
 
 } // namespace ombry

@@ -96,6 +96,7 @@ void MainWindow::saveFrame() {
 void MainWindow::closeEvent(QCloseEvent* event) {
     saveFrame();
     event->accept();
+    Q_EMIT closed();
     // The content goes on the next turn, not inside the close itself; the window object stays
     // for the next showWindow().
     QTimer::singleShot(0, this, [this] {

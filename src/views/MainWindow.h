@@ -28,6 +28,8 @@ Q_SIGNALS:
     void aboutRequested();
     void settingsRequested();
     void quitRequested();
+    // The user closed the window (the program goes on).
+    void closed();
 
 protected:
     void closeEvent(QCloseEvent* event) override;

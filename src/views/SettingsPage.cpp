@@ -299,6 +299,7 @@ QWidget* SettingsPage::general() {
 // --- Dictée --------------------------------------------------------------------------------
 
 void SettingsPage::refreshEngines() {
+    if (localReviewNote_) localReviewNote_->setVisible(!localModelAvailable_);
     if (!sttLabel_) return;
     const bool own = OmbryAI::usesOwnKey();
     sttLabel_->setText(
@@ -375,6 +376,34 @@ QWidget* SettingsPage::dictation() {
     connect(&Credits::shared(), &Credits::exhaustedChanged, this, &SettingsPage::refreshEngines);
     refreshEngines();
 
+    // The models of the own keys: what Deepgram transcribes with, what OpenRouter rewrites with.
+    auto modelPicker = [&](const char* name, const QList<Model>& table, const QString& current) {
+        auto* box = new Picker;
+        box->setObjectName(QLatin1String(name));
+        for (const Model& m : table)
+            box->addItem(m.note.isEmpty() ? m.name : QStringLiteral("%1 · %2").arg(m.name, m.note),
+                         m.id);
+        const int at = box->findData(current);
+        if (at < 0) box->addItem(current, current); // a model of the user's own, kept
+        box->setCurrentIndex(at < 0 ? box->count() - 1 : at);
+        return box;
+    };
+    Picker* deepgram = modelPicker("deepgramModelPicker", AppSettings::deepgramModels(),
+                                   settings_.deepgramModel());
+    connect(deepgram, &QComboBox::activated, this, [this, deepgram](int i) {
+        settings_.setDeepgramModel(deepgram->itemData(i).toString());
+    });
+    e->addWidget(row(QStringLiteral("Modèle Deepgram"),
+                     QStringLiteral("Avec ta propre clé Deepgram"), deepgram));
+    Picker* openRouter = modelPicker("openRouterModelPicker", AppSettings::openRouterModels(),
+                                     settings_.openRouterModel());
+    connect(openRouter, &QComboBox::activated, this, [this, openRouter](int i) {
+        settings_.setOpenRouterModel(openRouter->itemData(i).toString());
+    });
+    e->addWidget(row(QStringLiteral("Modèle OpenRouter"),
+                     QStringLiteral("Avec ta propre clé OpenRouter, pour la reformulation"),
+                     openRouter));
+
     QVBoxLayout* c = nullptr;
     v->addWidget(card(&c));
     QCheckBox* live = toggle("livePreviewSwitch", settings_.livePreview());
@@ -416,6 +445,10 @@ QWidget* SettingsPage::correction() {
     QCheckBox* local = toggle("localReviewSwitch", settings_.correctorUsesLocalModel());
     connect(local, &QCheckBox::toggled, &settings_, &AppSettings::setCorrectorUsesLocalModel);
     c1->addWidget(row(QStringLiteral("IA locale"), QString(), local));
+    localReviewNote_ =
+        text(QStringLiteral("non disponible sur cet ordinateur (modèle local requis)"), "bad");
+    localReviewNote_->setVisible(!localModelAvailable_);
+    c1->addWidget(localReviewNote_);
     c1->addWidget(text(QStringLiteral("LanguageTool vérifie le texte en ligne, gratuitement. "
                                       "IA locale relit en plus, directement sur ton ordinateur."),
                        "rowDetail"));

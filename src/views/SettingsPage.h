@@ -73,6 +73,7 @@ private:
     QLabel* sttLabel_ = nullptr;
     QLabel* rewriteLabel_ = nullptr;
     QLabel* costLabel_ = nullptr;
+    QLabel* localReviewNote_ = nullptr;
     bool localModelAvailable_ = false;
 };
 

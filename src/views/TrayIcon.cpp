@@ -5,6 +5,7 @@
 #include "data/Store.h"
 #include "desktop/HotkeyMonitor.h"
 #include "dictation/DictationController.h"
+#include "views/ShellModel.h"
 #include "views/Symbols.h"
 
 #include <QActionGroup>
@@ -44,6 +45,9 @@ void TrayIcon::show() {
 void TrayIcon::followState() {
     iconName_ = TrayModel::iconName(controller_.state());
     icon_->setIcon(Symbols::trayIcon(iconName_));
+    icon_->setToolTip(
+        QStringLiteral("Ombry Voice · %1")
+            .arg(ShellModel::statusTitle(controller_.state(), controller_.translating(), false)));
 }
 
 void TrayIcon::rebuild() {

@@ -7,6 +7,7 @@
 #include "data/Store.h"
 #include "data/UserDefaults.h"
 #include "desktop/HotkeyMonitor.h"
+#include "desktop/LoginItem.h"
 #include "dictation/DictationController.h"
 #include "platform/Paths.h"
 #include "views/SettingsModel.h"
@@ -21,8 +22,10 @@
 #include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
 
 using namespace ombry;
 namespace SM = SettingsModel;
@@ -163,6 +166,15 @@ private Q_SLOTS:
         QCOMPARE(settingsFile().value("microphoneUID").toString(), QStringLiteral("usb-mic"));
         QVERIFY(pick(mics, QStringLiteral("Micro du système")));
         QVERIFY(!settingsFile().contains("microphoneUID"));
+
+        // Starting with the session: the autostart entry comes and goes with the switch.
+        auto* login = find<QCheckBox>(&page, "loginSwitch");
+        QCOMPARE(login->isChecked(), QFile::exists(LoginItem::path()));
+        const bool was = login->isChecked();
+        QTest::mouseClick(login, Qt::LeftButton);
+        QCOMPARE(QFile::exists(LoginItem::path()), !was);
+        QTest::mouseClick(login, Qt::LeftButton);
+        QCOMPARE(QFile::exists(LoginItem::path()), was);
         settings.setKey(DictationKey::RightOption);
         settings.setSounds(true);
     }
@@ -263,6 +275,42 @@ private Q_SLOTS:
         QCOMPARE(stt->text(), QStringLiteral("Gemini 2.5 Flash Lite · OpenRouter"));
         KeyStore::shared().save(QString(), APIService::OpenRouter);
         QCOMPARE(stt->text(), QStringLiteral("Ombry IA"));
+    }
+
+    void engineChosenFromTheCard() {
+        AppSettings& settings = AppSettings::shared();
+        settings.setTranscriptionEngine(TranscriptionEngine::Local);
+        settings.setRewriteEngine(RewriteEngine::Local);
+        DictationController controller;
+        SettingsPage page(settings, controller);
+        page.show();
+        showTab(page, SM::Tab::Dictation);
+        QLabel* cost = nullptr;
+        for (QLabel* l : page.findChildren<QLabel*>())
+            if (l->text() == QStringLiteral("Gratuit")) cost = l;
+        QVERIFY(cost); // local speech and local clean-up cost nothing
+        // "Changer" opens the choices; the user clicks Deepgram in the menu.
+        QTimer::singleShot(200, this, [&page] {
+            auto* menu = page.findChild<QMenu*>(QStringLiteral("sttMenu"));
+            if (!menu) return;
+            for (QAction* a : menu->actions())
+                if (a->text() == QStringLiteral("Deepgram · ≈ 0,26 $ / h"))
+                    QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(a).center());
+        });
+        QTest::mouseClick(find<QPushButton>(&page, "changeStt"), Qt::LeftButton);
+        QCOMPARE(settingsFile().value("transcriptionEngine").toString(),
+                 QStringLiteral("deepgram"));
+        QCOMPARE(cost->text(), QStringLiteral("1,08 $ / 1 000 dictées"));
+        settings.setTranscriptionEngine(TranscriptionEngine::Local);
+        QCOMPARE(cost->text(), QStringLiteral("Gratuit"));
+        // A paid clean-up behind local speech: its model is picked in the same card.
+        settings.setRewriteEngine(RewriteEngine::OpenRouter);
+        QVERIFY(pick(find<QComboBox>(&page, "openRouterModelPicker"),
+                     QStringLiteral("Mistral Nemo · le moins cher")));
+        QCOMPARE(settingsFile().value("openRouterModel").toString(),
+                 QStringLiteral("mistralai/mistral-nemo"));
+        QCOMPARE(cost->text(), QStringLiteral("0,013 $ / 1 000 dictées"));
+        settings.setRewriteEngine(RewriteEngine::Local);
     }
 
     void erasingAsksFirstAndTheTabIsKept() {

@@ -20,6 +20,7 @@
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QSystemTrayIcon>
 #include <QTest>
 
 using namespace ombry;
@@ -170,6 +171,15 @@ private Q_SLOTS:
         shell.needsAttention();
         QVERIFY(shell.window()->isVisible());
         QCOMPARE(Navigation::shared().page(), Page::Settings);
+        // No tray on this desktop: the first close says where the program went, once.
+        shell.window()->close();
+        shell.showWindow();
+        int told = 0;
+        for (const auto& n : platform_.notifier().posted())
+            if (n.title == QStringLiteral("Ombry Voice reste lancé")) ++told;
+        QCOMPARE(told, 1);
+        // The tooltip follows the state like the icon.
+        QCOMPARE(shell.tray()->icon()->toolTip(), QStringLiteral("Ombry Voice · Prêt"));
 
         settings.setKey(DictationKey::RightOption);
         settings.setLanguage(Language::Fr);

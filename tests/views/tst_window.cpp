@@ -6,6 +6,7 @@
 #include "data/UserDefaults.h"
 #include "desktop/LoginItem.h"
 #include "dictation/DictationController.h"
+#include "online/Credits.h"
 #include "platform/Paths.h"
 #include "views/MainView.h"
 #include "views/MainWindow.h"
@@ -185,6 +186,48 @@ private Q_SLOTS:
         settings.setKey(DictationKey::Fn);
         QVERIFY(showsText(&view, QStringLiteral("Maintiens Fn (touche Menu)")));
         settings.setKey(DictationKey::RightOption);
+    }
+
+    void creditsBannerShowsClosesAndStaysAway() {
+        AppSettings& settings = AppSettings::shared();
+        settings.defaults().setValue(QStringLiteral("onboarded"), true);
+        qputenv("OMBRY_SITE_URL", "http://127.0.0.1:9"); // a hosted service: credits pay
+        DictationController controller;
+        Navigation nav;
+        {
+            MainView view(nav, settings, controller);
+            view.show();
+            QVERIFY(!view.creditsBanner()->isVisible()); // balance not known yet
+            Credits::shared().update(3);
+            QTRY_VERIFY(view.creditsBanner()->isVisible());
+            QVERIFY(showsText(view.creditsBanner(), QStringLiteral("Plus que 3 crédits Ombry")));
+            QVERIFY(
+                showsText(view.creditsBanner(), QStringLiteral("Environ 15 minutes de dictée.")));
+            // The pack's button opens its page with the account to credit.
+            QTest::mouseClick(
+                visibleButton(view.creditsBanner(), QStringLiteral("100 crédits · 1,99 €")),
+                Qt::LeftButton);
+            QCOMPARE(platform_.browser().opened.size(), 1);
+            QVERIFY(platform_.browser().opened.first().toString().contains(
+                QStringLiteral("acheter/credits/100")));
+            QPushButton* close = nullptr;
+            for (QPushButton* b : view.creditsBanner()->findChildren<QPushButton*>())
+                if (b->property("role") == QStringLiteral("dismissCredits")) close = b;
+            QTest::mouseClick(close, Qt::LeftButton);
+            QVERIFY(!view.creditsBanner()->isVisible());
+            QCOMPARE(settingsFile().value("lowCreditsDismissedAt").toDouble(),
+                     platform_.clock().now().toMSecsSinceEpoch() / 1000.0);
+        }
+        // Away for a day, also in a new window; back after it.
+        platform_.clock().advance(86000 * 1000);
+        MainView later(nav, settings, controller);
+        later.show();
+        QVERIFY(!later.creditsBanner()->isVisible());
+        platform_.clock().advance(1000 * 1000);
+        MainView dayAfter(nav, settings, controller);
+        dayAfter.show();
+        QVERIFY(dayAfter.creditsBanner()->isVisible());
+        qunsetenv("OMBRY_SITE_URL");
     }
 
     void closedWindowLetsItsContentGoAndComesBack() {
