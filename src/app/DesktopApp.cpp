@@ -3,6 +3,7 @@
 #include "app/AppShell.h"
 #include "app/Output.h"
 #include "app/SingleInstance.h"
+#include "calls/CallTranslator.h"
 #include "data/Store.h"
 #include "desktop/DeviceProfile.h"
 #include "desktop/Log.h"
@@ -10,6 +11,7 @@
 #include "desktop/Notify.h"
 #include "dictation/DictationController.h"
 #include "engines/client/Net.h"
+#include "meetings/MeetingRecorder.h"
 #include "online/Credits.h"
 #include "platform/Platform.h"
 #include "platform/linux/X11InputWatch.h"
@@ -17,6 +19,7 @@
 #include "views/OverlayBinding.h"
 #include "views/OverlayController.h"
 #include "views/OverlayView.h"
+#include "views/SubtitleWindow.h"
 
 #include <QApplication>
 #include <QSocketNotifier>
@@ -154,6 +157,10 @@ int runDesktop(QApplication& app) {
     warnAboutKeyboard(controller);
 
     Store::shared().pruneAudio();
+    // The subtitle panel comes up when the call subtitles start; a meeting that the last run
+    // left recording or unfinished is finished now.
+    CallTranslator::shared().onShowWindow = [] { SubtitleWindow::shared().show(); };
+    MeetingRecorder::shared().resumePending();
     controller.warmUpAudio();
     Log::write(DeviceProfile::launchLine());
     Net::warmUp();

@@ -128,50 +128,47 @@ void CallTranslator::start() {
     };
     preview_->start(QStringLiteral("en"), true, true);
 
-    // The chosen application must be playing: it is looked for now, so that its absence is
-    // told in words rather than as a capture that never hears anything.
+    // The chosen application must be playing: it is looked for first, on the queue, so that
+    // its absence is told in words rather than as a capture that never hears anything.
     const std::optional<QString> target = target_;
-    const QString name = targetName().value_or(QStringLiteral("tout l'ordinateur"));
-    if (target) {
-        const QList<PlayingApp> apps = playingApps();
-        const bool playing = std::any_of(apps.begin(), apps.end(),
-                                         [&](const PlayingApp& a) { return a.id == *target; });
-        if (!playing) {
-            const EngineError e =
-                EngineError::http(QStringLiteral("Appel"), 0,
-                                  QStringLiteral("ouvre %1 d'abord, puis démarre les sous-titres")
-                                      .arg(targetName().value_or(QStringLiteral("l'appli"))));
-            failStart(startMessage(e), e.description());
-            return;
-        }
-    }
-
+    const QString absent = QStringLiteral("ouvre %1 d'abord, puis démarre les sous-titres")
+                               .arg(targetName().value_or(QStringLiteral("l'appli")));
     accepting_ = true;
-    queue_->async([this, self, session, target, name] {
+    queue_->async([this, self, session, target, absent] {
         std::optional<std::pair<QString, QString>> failure; // (message, logged)
+        QList<PlayingApp> apps;
+        if (target) {
+            apps = Platform::current().audio().playingApps();
+            if (std::none_of(apps.begin(), apps.end(),
+                             [&](const PlayingApp& a) { return a.id == *target; })) {
+                const EngineError e = EngineError::http(QStringLiteral("Appel"), 0, absent);
+                failure = std::make_pair(startMessage(e), e.description());
+            }
+        }
         try {
-            stream_ = Platform::current().audio().captureOutput(
-                target.value_or(QString()),
-                [this, session](const QByteArray& pcm) {
-                    if (!accepting_ || session_ != session) return;
-                    preview_->feed(pcm);
-                    queue_->async([this, session, pcm] { receive(session, pcm); });
-                },
-                [this, self, session](const QString& reason) {
-                    QMetaObject::invokeMethod(
-                        this,
-                        [self, session, reason] {
-                            if (!self || self->session_ != session || !self->running_) return;
-                            // The output or the server went away: no flush, the state says it.
-                            self->accepting_ = false;
-                            self->preview_->stop();
-                            self->setError(
-                                QStringLiteral("Le son de l'appel s'est arrêté : %1").arg(reason));
-                            self->setRunning(false);
-                            Log::write(QStringLiteral("appel: ") + reason);
-                        },
-                        Qt::QueuedConnection);
-                });
+            if (!failure)
+                stream_ = Platform::current().audio().captureOutput(
+                    target.value_or(QString()),
+                    [this, session](const QByteArray& pcm) {
+                        if (!accepting_ || session_ != session) return;
+                        preview_->feed(pcm);
+                        queue_->async([this, session, pcm] { receive(session, pcm); });
+                    },
+                    [this, self, session](const QString& reason) {
+                        QMetaObject::invokeMethod(
+                            this,
+                            [self, session, reason] {
+                                if (!self || self->session_ != session || !self->running_) return;
+                                // The output or the server went away: no flush, the state says it.
+                                self->accepting_ = false;
+                                self->preview_->stop();
+                                self->setError(QStringLiteral("Le son de l'appel s'est arrêté : %1")
+                                                   .arg(reason));
+                                self->setRunning(false);
+                                Log::write(QStringLiteral("appel: ") + reason);
+                            },
+                            Qt::QueuedConnection);
+                    });
         } catch (const std::exception& e) {
             failure = std::make_pair(startMessage(e), describe(e));
         }
@@ -182,12 +179,16 @@ void CallTranslator::start() {
         }
         QMetaObject::invokeMethod(
             this,
-            [self, session, failure, name] {
+            [self, session, failure, apps] {
                 if (!self || self->session_ != session) return;
+                for (const PlayingApp& app : apps)
+                    self->names_.insert(app.id, app.name);
                 if (failure)
                     self->failStart(failure->first, failure->second);
                 else if (self->running_)
-                    Log::write(QStringLiteral("appel: sous-titres démarrés (%1)").arg(name));
+                    Log::write(
+                        QStringLiteral("appel: sous-titres démarrés (%1)")
+                            .arg(self->targetName().value_or(QStringLiteral("tout l'ordinateur"))));
             },
             Qt::QueuedConnection);
     });

@@ -63,7 +63,12 @@ public:
         }
         pa_context_set_subscribe_callback(connection_->context(), &OutputCapture::onEvent, this);
         connection_->finish(pa_context_subscribe(
-            connection_->context(), PA_SUBSCRIPTION_MASK_SINK_INPUT, nullptr, nullptr));
+            connection_->context(), PA_SUBSCRIPTION_MASK_SINK_INPUT,
+            [](pa_context*, int, void* self) {
+                auto* me = static_cast<OutputCapture*>(self);
+                pa_threaded_mainloop_signal(me->connection_->loop(), 0);
+            },
+            this));
         // The application's newest stream now, if it plays; otherwise its next one.
         scanning_ = true;
         connection_->finish(pa_context_get_sink_input_info_list(connection_->context(),
