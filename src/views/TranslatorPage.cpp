@@ -5,6 +5,7 @@
 #include "data/Store.h"
 #include "data/UserDefaults.h"
 #include "views/PageLook.h"
+#include "views/SubtitleModel.h"
 #include "views/TranslatorLogic.h"
 
 #include <QButtonGroup>
@@ -106,16 +107,20 @@ void CallSubtitlesTab::hideEvent(QHideEvent* event) {
 void CallSubtitlesTab::refreshApps() {
     const QSignalBlocker block(apps_);
     apps_->clear();
-    apps_->addItem(QStringLiteral("Tout l'ordinateur"), QString());
+    // The usual call programs first, then the others that play, as the subtitle panel orders
+    // them; the first choice is all the computer's audio.
     const std::optional<QString> target = call_.targetBundleID();
-    bool listed = false;
-    for (const PlayingApp& app : call_.playingApps()) {
-        apps_->addItem(app.name.isEmpty() ? app.id : app.name, app.id);
-        if (target && app.id == *target) listed = true;
+    int selected = -1;
+    for (const AppChoice& choice : appChoices(call_.playingApps(), target)) {
+        apps_->addItem(choice.name, choice.id.value_or(QString()));
+        if (choice.selected) selected = apps_->count() - 1;
     }
     // A chosen application that plays nothing now stays the choice, shown by its name.
-    if (target && !listed) apps_->addItem(call_.targetName().value_or(*target), *target);
-    apps_->setCurrentIndex(target ? apps_->findData(*target) : 0);
+    if (target && selected < 0) {
+        apps_->addItem(call_.targetName().value_or(*target), *target);
+        selected = apps_->count() - 1;
+    }
+    apps_->setCurrentIndex(std::max(selected, 0));
 }
 
 void CallSubtitlesTab::refresh() {
