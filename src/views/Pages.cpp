@@ -1,12 +1,17 @@
 #include "views/Pages.h"
 
+#include "calls/CallTranslator.h"
 #include "data/Store.h"
+#include "meetings/MeetingRecorder.h"
 #include "views/Components.h"
+#include "views/CorrectorPage.h"
 #include "views/DashboardView.h"
 #include "views/DictionaryView.h"
 #include "views/HistoryView.h"
+#include "views/MeetingsPage.h"
 #include "views/SettingsPage.h"
 #include "views/Symbols.h"
+#include "views/TranslatorPage.h"
 #include "views/ViewStyle.h"
 
 #include <QVBoxLayout>
@@ -37,48 +42,28 @@ QString pageSubtitle(Page page) {
     return {};
 }
 
-namespace {
-QWidget* placeholder(Page page) {
-    auto* w = new QWidget;
-    w->setObjectName(QStringLiteral("placeholderPage"));
-    auto* v = new QVBoxLayout(w);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(18);
-    v->addWidget(pageHeader(label(page), pageSubtitle(page)));
-    QVBoxLayout* c = nullptr;
-    QFrame* box = card(&c);
-    c->setContentsMargins(40, 36, 40, 36);
-    const ViewStyle::Colors colors = ViewStyle::colors(ViewStyle::darkNow());
-    c->addWidget(symbol(iconName(page), colors.accent, 48), 0, Qt::AlignHCenter);
-    QLabel* soon =
-        text(QStringLiteral("Cette page arrive dans une prochaine version."), "cardTitle");
-    soon->setAlignment(Qt::AlignCenter);
-    c->addWidget(soon);
-    QLabel* meanwhile = text(QStringLiteral("En attendant, la dictée, la correction et la "
-                                            "traduction marchent partout avec tes touches."),
-                             "secondary");
-    meanwhile->setAlignment(Qt::AlignCenter);
-    c->addWidget(meanwhile);
-    v->addWidget(box);
-    v->addStretch();
-    return w;
-}
-} // namespace
-
 QWidget* makePage(Page page, AppSettings& settings, DictationController& controller) {
     switch (page) {
-    case Page::Settings: return new SettingsPage(settings, controller);
     case Page::Dashboard: {
         auto* dashboard = new DashboardView(Store::shared(), settings);
         QObject::connect(dashboard, &DashboardView::showHistory, dashboard,
                          [] { Navigation::shared().setPage(Page::History); });
         return dashboard;
     }
-    case Page::History: return new HistoryView(Store::shared());
-    case Page::Dictionary: return new DictionaryView(Store::shared());
-    default: break;
+    case Page::Corrector:
+        return new CorrectorPage(Store::shared());
+    case Page::Translator:
+        return new TranslatorPage(Store::shared(), CallTranslator::shared());
+    case Page::Meetings:
+        return new MeetingsPage(Store::shared(), MeetingRecorder::shared());
+    case Page::History:
+        return new HistoryView(Store::shared());
+    case Page::Dictionary:
+        return new DictionaryView(Store::shared());
+    case Page::Settings:
+        return new SettingsPage(settings, controller);
     }
-    return placeholder(page);
+    return new QWidget;
 }
 
 } // namespace ombry
