@@ -6,18 +6,21 @@ cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 
 jobs=$(nproc)
+# A compiler cache, when the machine has one, makes a second run of this script quick.
+launcher=()
+command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 export QT_QPA_PLATFORM=offscreen
 # The desktop tests start their own Xvfb and PulseAudio; nothing here may reach the user's own.
 unset DISPLAY WAYLAND_DISPLAY PULSE_SERVER
 
 echo "== build"
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${launcher[@]}" >/dev/null
 cmake --build build
 echo "== tests"
 ctest --test-dir build --output-on-failure -j "$jobs"
 
 echo "== build with AddressSanitizer and UndefinedBehaviorSanitizer"
-cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DOMBRY_SANITIZE=ON -DOMBRY_BENCH=OFF >/dev/null
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DOMBRY_SANITIZE=ON -DOMBRY_BENCH=OFF "${launcher[@]}" >/dev/null
 cmake --build build-asan
 echo "== tests under the sanitizers"
 export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1
