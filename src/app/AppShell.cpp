@@ -2,11 +2,14 @@
 
 #include "app/OmbryIcon.h"
 
+#include "calls/CallTranslator.h"
 #include "data/Settings.h"
 #include "desktop/Notify.h"
 #include "dictation/DictationController.h"
+#include "meetings/MeetingRecorder.h"
 #include "views/MainWindow.h"
 #include "views/Navigation.h"
+#include "views/SubtitleWindow.h"
 #include "views/TrayIcon.h"
 
 #include <QApplication>
@@ -36,15 +39,19 @@ void AppShell::setUpTray() {
     connect(tray_, &TrayIcon::showWindowRequested, this, &AppShell::showWindow);
     connect(tray_, &TrayIcon::settingsRequested, this, &AppShell::openSettings);
     connect(tray_, &TrayIcon::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
-    // Call subtitles and meetings come with their own parts of the program; until then the
-    // menu says so instead of doing nothing.
-    connect(tray_, &TrayIcon::callToggleRequested, this, [this] {
-        controller_.show(QStringLiteral("Sous-titres d'appel : pas encore dans cette version"),
-                         false);
+    // The call subtitles stop when running, else start with their panel in front.
+    connect(tray_, &TrayIcon::callToggleRequested, this, [] {
+        CallTranslator& call = CallTranslator::shared();
+        if (call.running()) {
+            call.stop();
+            return;
+        }
+        call.start();
+        SubtitleWindow::shared().show();
     });
-    connect(tray_, &TrayIcon::meetingToggleRequested, this, [this] {
-        controller_.show(QStringLiteral("Réunions : pas encore dans cette version"), false);
-    });
+    // A meeting starts when idle and stops when recording; one being processed is left alone.
+    connect(tray_, &TrayIcon::meetingToggleRequested, this,
+            [] { MeetingRecorder::shared().toggle(); });
     tray_->show();
 }
 

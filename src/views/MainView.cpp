@@ -2,9 +2,11 @@
 
 #include "data/Settings.h"
 #include "dictation/DictationController.h"
+#include "meetings/MeetingRecorder.h"
 #include "online/Credits.h"
 #include "online/CreditsConfig.h"
 #include "online/OmbryAI.h"
+#include "online/Updater.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "views/Components.h"
@@ -18,6 +20,7 @@
 #include <QDateTime>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
 #include <QPushButton>
 #include <QResizeEvent>
 #include <QVBoxLayout>
@@ -45,7 +48,9 @@ MainView::MainView(Navigation& nav, AppSettings& settings, DictationController& 
     v->setSpacing(14);
     creditsBanner_ = makeCreditsBanner();
     keyboardBanner_ = makeKeyboardBanner();
+    updateBanner_ = makeUpdateBanner();
     v->addWidget(keyboardBanner_);
+    v->addWidget(updateBanner_);
     v->addWidget(creditsBanner_);
     pageSlot_ = new QVBoxLayout;
     pageSlot_->setContentsMargins(0, 0, 0, 0);
@@ -55,7 +60,13 @@ MainView::MainView(Navigation& nav, AppSettings& settings, DictationController& 
     connect(&nav_, &Navigation::pageChanged, this, &MainView::showPage);
     connect(&controller_, &DictationController::stateChanged, this, &MainView::refreshStatus);
     connect(&controller_, &DictationController::translatingChanged, this, &MainView::refreshStatus);
+    connect(&MeetingRecorder::shared(), &MeetingRecorder::stateChanged, this,
+            &MainView::refreshStatus);
     connect(&controller_, &DictationController::trustedChanged, this, &MainView::refreshBanners);
+    Updater& updater = Updater::shared();
+    for (auto changed : {&Updater::availableChanged, &Updater::installingChanged,
+                         &Updater::errorChanged, &Updater::dismissedChanged})
+        connect(&updater, changed, this, &MainView::refreshBanners);
     connect(&settings_, &AppSettings::keyChanged, this, &MainView::refreshStatus);
     connect(&settings_, &AppSettings::themeChanged, this, [this] {
         applyLook();
@@ -213,6 +224,59 @@ QFrame* MainView::makeKeyboardBanner() {
     return banner;
 }
 
+QFrame* MainView::makeUpdateBanner() {
+    auto* banner = new QFrame;
+    banner->setObjectName(QStringLiteral("banner"));
+    banner->setProperty("tone", QStringLiteral("accent"));
+    auto* h = new QHBoxLayout(banner);
+    h->setContentsMargins(16, 12, 12, 12);
+    h->addWidget(symbol(QStringLiteral("arrow.down.circle.fill"),
+                        ViewStyle::colors(ViewStyle::darkNow()).accent, 22));
+    auto* texts = new QVBoxLayout;
+    updateTitle_ = text(QString(), "bannerTitle");
+    updateError_ = text(QString(), "secondary");
+    updateError_->setWordWrap(true);
+    texts->addWidget(updateTitle_);
+    texts->addWidget(updateError_);
+    h->addLayout(texts, 1);
+    updateNotes_ = new QPushButton(QStringLiteral("Nouveautés"));
+    connect(updateNotes_, &QPushButton::clicked, this, &MainView::showReleaseNotes);
+    h->addWidget(updateNotes_);
+    updateInstall_ = new QPushButton;
+    updateInstall_->setObjectName(QStringLiteral("primary"));
+    // The installation runs on its own; the banner follows the updater's state.
+    connect(updateInstall_, &QPushButton::clicked, this, [] { Updater::shared().install(); });
+    h->addWidget(updateInstall_);
+    auto* close = new QPushButton;
+    close->setObjectName(QStringLiteral("flat"));
+    close->setProperty("role", QStringLiteral("dismissUpdate"));
+    close->setIcon(Symbols::icon(QStringLiteral("xmark"),
+                                 ViewStyle::colors(ViewStyle::darkNow()).secondary, 14));
+    connect(close, &QPushButton::clicked, this, [] { Updater::shared().setDismissed(true); });
+    h->addWidget(close, 0, Qt::AlignTop);
+    return banner;
+}
+
+void MainView::showReleaseNotes() {
+    const Updater& updater = Updater::shared();
+    const std::optional<ShellModel::UpdateBanner> b = ShellModel::updateBanner(
+        updater.available(), updater.installing(), updater.error(), updater.dismissed());
+    if (!b) return;
+    // A menu under the button: one line per note, then the release's page.
+    auto* menu = new QMenu(updateNotes_);
+    menu->setObjectName(QStringLiteral("releaseNotes"));
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    for (const QString& note : b->notes)
+        menu->addAction(QStringLiteral("• ") + note)->setEnabled(false);
+    const QUrl page(b->page);
+    if (page.isValid() && !b->page.isEmpty()) {
+        menu->addSeparator();
+        connect(menu->addAction(QStringLiteral("Voir la page de la version")), &QAction::triggered,
+                this, [page] { Platform::current().browser().open(page); });
+    }
+    menu->popup(updateNotes_->mapToGlobal(QPoint(0, updateNotes_->height())));
+}
+
 void MainView::showPage() {
     for (int i = 0; i < rows_.size(); ++i)
         rows_[i]->setChecked(i == int(nav_.page()));
@@ -227,9 +291,11 @@ void MainView::showPage() {
 }
 
 void MainView::refreshStatus() {
-    // No meeting recorder runs in this version: the card follows the dictation alone.
+    // A meeting being recorded outranks the dictation on the card.
+    const bool meeting =
+        MeetingRecorder::shared().state().kind == MeetingRecorder::State::Kind::Recording;
     statusTitle_->setText(
-        ShellModel::statusTitle(controller_.state(), controller_.translating(), false));
+        ShellModel::statusTitle(controller_.state(), controller_.translating(), meeting));
     const QString key = label(settings_.key());
     statusKey_->setText(key);
     greetingKey_->setText(ShellModel::holdKey(key));
@@ -247,6 +313,17 @@ void MainView::refreshBanners() {
         creditsTitle_->setText(b->title);
         creditsText_->setText(b->text);
         creditsBuy_->setText(b->button);
+    }
+    const Updater& updater = Updater::shared();
+    const std::optional<ShellModel::UpdateBanner> u = ShellModel::updateBanner(
+        updater.available(), updater.installing(), updater.error(), updater.dismissed());
+    updateBanner_->setVisible(bool(u));
+    if (u) {
+        updateTitle_->setText(u->title);
+        updateError_->setText(u->error.value_or(QString()));
+        updateError_->setVisible(bool(u->error));
+        updateInstall_->setText(u->install);
+        updateInstall_->setEnabled(u->installEnabled);
     }
     // Pictures of the pages show the window as it stands, not the state of this process.
     const bool keyboardMissing =

@@ -31,6 +31,7 @@ public:
     QLabel* statusTitle() const { return statusTitle_; }
     QFrame* creditsBanner() const { return creditsBanner_; }
     QFrame* keyboardBanner() const { return keyboardBanner_; }
+    QFrame* updateBanner() const { return updateBanner_; }
 
     // Whether the page is put in a scrolling area (pictures of pages are not).
     static constexpr int kMinWidth = 1000;
@@ -43,6 +44,8 @@ private:
     QWidget* sidebar();
     QFrame* makeCreditsBanner();
     QFrame* makeKeyboardBanner();
+    QFrame* makeUpdateBanner();
+    void showReleaseNotes();
     void showPage();
     void refreshStatus();
     void refreshBanners();
@@ -62,6 +65,11 @@ private:
     QLabel* creditsText_ = nullptr;
     QPushButton* creditsBuy_ = nullptr;
     QFrame* keyboardBanner_ = nullptr;
+    QFrame* updateBanner_ = nullptr;
+    QLabel* updateTitle_ = nullptr;
+    QLabel* updateError_ = nullptr;
+    QPushButton* updateNotes_ = nullptr;
+    QPushButton* updateInstall_ = nullptr;
     QLabel* keyboardText_ = nullptr;
     OnboardingView* onboarding_ = nullptr;
 };

@@ -11,6 +11,7 @@
 #include "desktop/LoginItem.h"
 #include "dictation/DictationController.h"
 #include "engines/LocalEngine.h"
+#include "engines/LocalSpeech.h"
 #include "online/Credits.h"
 #include "online/CreditsConfig.h"
 #include "online/OmbryAI.h"
@@ -775,7 +776,38 @@ QWidget* SettingsPage::advanced() {
         field->setMinimumWidth(260);
         connect(field, &QLineEdit::editingFinished, this,
                 [this, field, set] { (settings_.*set)(field->text().trimmed()); });
-        c3->addWidget(row(title, detail, field));
+        // "Tester" asks the address in the field whether a server answers there; the answer
+        // comes back later, beside the button, and the page stays usable meanwhile.
+        auto* test = new QPushButton(QStringLiteral("Tester"));
+        test->setObjectName(QLatin1String(name) + QStringLiteral("Test"));
+        auto* result = text(QString(), "secondary");
+        result->setObjectName(QLatin1String(name) + QStringLiteral("Result"));
+        result->setWordWrap(false);
+        connect(test, &QPushButton::clicked, this, [this, field, test, result, set] {
+            const QString address = field->text().trimmed();
+            (settings_.*set)(address);
+            if (address.isEmpty()) {
+                result->setText(QStringLiteral("Aucune adresse"));
+                return;
+            }
+            test->setEnabled(false);
+            result->setText(QStringLiteral("Test…"));
+            [](QString address, QPointer<QPushButton> test,
+               QPointer<QLabel> result) -> QCoro::Task<void> {
+                const bool ok = co_await LocalServers::answers(address);
+                if (test) test->setEnabled(true);
+                if (result)
+                    result->setText(ok ? QStringLiteral("Le serveur répond")
+                                       : QStringLiteral("Le serveur ne répond pas"));
+            }(address, test, result);
+        });
+        auto* control = new QWidget;
+        auto* h = new QHBoxLayout(control);
+        h->setContentsMargins(0, 0, 0, 0);
+        h->addWidget(result);
+        h->addWidget(field);
+        h->addWidget(test);
+        c3->addWidget(row(title, detail, control));
     };
     server("localSpeechServer", QStringLiteral("Serveur de transcription local"),
            QStringLiteral("Adresse d'un serveur compatible Whisper ; vide : pocketsphinx"),

@@ -52,6 +52,19 @@ QString holdKey(const QString& keyLabel) {
     return QStringLiteral("Maintiens %1").arg(keyLabel);
 }
 
+std::optional<UpdateBanner> updateBanner(const std::optional<Release>& available, bool installing,
+                                         const std::optional<QString>& error, bool dismissed) {
+    if (!available || dismissed) return std::nullopt;
+    UpdateBanner b;
+    b.title = QStringLiteral("Ombry Voice %1 est disponible").arg(available->version);
+    b.install = installing ? QStringLiteral("Installation…") : QStringLiteral("Mettre à jour");
+    b.installEnabled = !installing;
+    b.error = error;
+    b.notes = available->notes;
+    b.page = available->page;
+    return b;
+}
+
 std::optional<CreditsBanner> creditsBanner(bool usesCredits, std::optional<int> balance,
                                            double dismissedAt, double now) {
     if (!usesCredits || !balance || *balance > 9) return std::nullopt;

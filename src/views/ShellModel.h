@@ -1,6 +1,7 @@
 #pragma once
 
 #include "dictation/DictationController.h"
+#include "online/Updater.h"
 
 #include <QString>
 #include <optional>
@@ -32,6 +33,19 @@ std::optional<CreditsBanner> creditsBanner(bool usesCredits, std::optional<int> 
                                            double dismissedAt, double now);
 inline constexpr double kBannerQuietSeconds = 86400;
 inline constexpr int kMinutesPerCredit = 5;
+
+// The banner offering a newer release, when it shows.
+struct UpdateBanner {
+    QString title;                // "Ombry Voice {version} est disponible"
+    QString install;              // the install button: "Mettre à jour", "Installation…"
+    bool installEnabled = true;   // not while an installation runs
+    std::optional<QString> error; // the last failed installation's message
+    QStringList notes;
+    QString page; // the release's page, empty when it has none
+};
+// Shows while a release is offered and the user has not closed the offer.
+std::optional<UpdateBanner> updateBanner(const std::optional<Release>& available, bool installing,
+                                         const std::optional<QString>& error, bool dismissed);
 
 // The three steps of the first launch.
 class Onboarding {

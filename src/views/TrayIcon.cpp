@@ -1,10 +1,12 @@
 #include "views/TrayIcon.h"
 
 #include "audio/Microphones.h"
+#include "calls/CallTranslator.h"
 #include "data/Settings.h"
 #include "data/Store.h"
 #include "desktop/HotkeyMonitor.h"
 #include "dictation/DictationController.h"
+#include "meetings/MeetingRecorder.h"
 #include "views/ShellModel.h"
 #include "views/Symbols.h"
 
@@ -31,6 +33,8 @@ TrayIcon::TrayIcon(AppSettings& settings, DictationController& controller, QObje
             Q_EMIT showWindowRequested();
     });
     connect(&controller_, &DictationController::stateChanged, this, &TrayIcon::followState);
+    connect(&MeetingRecorder::shared(), &MeetingRecorder::stateChanged, this,
+            &TrayIcon::followState);
     followState();
     // Some trays read the menu before its first opening.
     rebuild();
@@ -47,7 +51,9 @@ void TrayIcon::followState() {
     icon_->setIcon(Symbols::trayIcon(iconName_));
     icon_->setToolTip(
         QStringLiteral("Ombry Voice · %1")
-            .arg(ShellModel::statusTitle(controller_.state(), controller_.translating(), false)));
+            .arg(ShellModel::statusTitle(controller_.state(), controller_.translating(),
+                                         MeetingRecorder::shared().state().kind ==
+                                             MeetingRecorder::State::Kind::Recording)));
 }
 
 void TrayIcon::rebuild() {
@@ -58,6 +64,9 @@ void TrayIcon::rebuild() {
     in.microphoneUID = settings_.microphoneUID();
     in.microphones = Microphones::all();
     in.key = settings_.key();
+    in.callRunning = CallTranslator::shared().running();
+    in.meetingRecording =
+        MeetingRecorder::shared().state().kind == MeetingRecorder::State::Kind::Recording;
     menu_->clear();
     for (QMenu* sub : menu_->findChildren<QMenu*>(Qt::FindDirectChildrenOnly))
         sub->deleteLater();

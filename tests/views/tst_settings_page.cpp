@@ -2,6 +2,7 @@
 // shortcut recorder, own keys, erasing; then the settings file, the key store, the store and
 // the controller are checked. Also the texts the page computes (engines, cost, titles).
 #include "FakePlatform.h"
+#include "TestHttpServer.h"
 #include "data/KeyStore.h"
 #include "data/Settings.h"
 #include "data/Store.h"
@@ -345,6 +346,48 @@ private Q_SLOTS:
         SettingsPage again(settings, controller);
         QCOMPARE(again.tab(), SM::Tab::Advanced);
         again.setTab(SM::Tab::General);
+    }
+
+    // Each local server's "Tester" tries the address in its field and says, later, whether
+    // anything answers there; the page keeps working meanwhile.
+    void localServersAreTested() {
+        AppSettings& settings = AppSettings::shared();
+        DictationController controller;
+        test::TestHttpServer server;
+        server.on(QStringLiteral("/"), test::Reply::text("ok").after(300));
+        SettingsPage page(settings, controller);
+        page.show();
+        showTab(page, SM::Tab::Advanced);
+        for (const char* name : {"localSpeechServer", "localModelServer"}) {
+            const QString n = QLatin1String(name);
+            auto* field = find<QLineEdit>(&page, n);
+            auto* test = find<QPushButton>(&page, n + QStringLiteral("Test"));
+            auto* result = find<QLabel>(&page, n + QStringLiteral("Result"));
+            QVERIFY(field && test && result);
+            QCOMPARE(test->text(), QStringLiteral("Tester"));
+
+            field->clear();
+            QTest::mouseClick(test, Qt::LeftButton);
+            QCOMPARE(result->text(), QStringLiteral("Aucune adresse"));
+
+            field->setText(server.url().toString());
+            QTest::mouseClick(test, Qt::LeftButton);
+            // The click returns before the server has answered.
+            QCOMPARE(result->text(), QStringLiteral("Test…"));
+            QVERIFY(!test->isEnabled());
+            QTRY_COMPARE(result->text(), QStringLiteral("Le serveur répond"));
+            QVERIFY(test->isEnabled());
+            QCOMPARE(settingsFile().value(n).toString(), server.url().toString());
+
+            field->setText(QStringLiteral("http://127.0.0.1:9"));
+            QTest::mouseClick(test, Qt::LeftButton);
+            QTRY_COMPARE_WITH_TIMEOUT(result->text(), QStringLiteral("Le serveur ne répond pas"),
+                                      10000);
+            field->clear();
+            QTest::mouseClick(test, Qt::LeftButton);
+        }
+        QVERIFY(server.count() >= 2);
+        page.setTab(SM::Tab::General);
     }
 
     void translateAppsFromTheHistory() {

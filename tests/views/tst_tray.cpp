@@ -3,14 +3,17 @@
 // icon that follows the dictation; and the rules of the menu's content.
 #include "FakePlatform.h"
 #include "app/AppShell.h"
+#include "calls/CallTranslator.h"
 #include "data/Settings.h"
 #include "data/Store.h"
 #include "data/UserDefaults.h"
 #include "dictation/DictationController.h"
+#include "meetings/MeetingRecorder.h"
 #include "platform/Paths.h"
 #include "views/MainView.h"
 #include "views/MainWindow.h"
 #include "views/Navigation.h"
+#include "views/SubtitleWindow.h"
 #include "views/TrayIcon.h"
 #include "views/TrayModel.h"
 
@@ -183,6 +186,42 @@ private Q_SLOTS:
 
         settings.setKey(DictationKey::RightOption);
         settings.setLanguage(Language::Fr);
+    }
+
+    // The call subtitles and the meeting start and stop from the menu, whose items and icon
+    // tooltip follow what runs.
+    void callAndMeetingFromTheMenu() {
+        DictationController controller;
+        AppShell shell(controller);
+        shell.setUpTray();
+        QMenu* menu = shell.tray()->menu();
+        CallTranslator& call = CallTranslator::shared();
+        MeetingRecorder& recorder = MeetingRecorder::shared();
+        using Kind = MeetingRecorder::State::Kind;
+
+        QVERIFY(click(menu, QStringLiteral("Sous-titres d'appel en français")));
+        QVERIFY(call.running());
+        QVERIFY(SubtitleWindow::shared().panel() && SubtitleWindow::shared().panel()->isVisible());
+        QVERIFY(click(menu, QStringLiteral("Arrêter les sous-titres")));
+        QVERIFY(!call.running());
+        QVERIFY(click(menu, QStringLiteral("Sous-titres d'appel en français")));
+        QVERIFY(call.running());
+        call.stop();
+        call.drainQueue();
+
+        QVERIFY(click(menu, QStringLiteral("Démarrer une réunion")));
+        QTRY_COMPARE(recorder.state().kind, Kind::Recording);
+        QCOMPARE(shell.tray()->icon()->toolTip(), QStringLiteral("Ombry Voice · Réunion en cours"));
+        menu->popup(QPoint(20, 20));
+        QVERIFY(!actionNamed(menu, QStringLiteral("Démarrer une réunion")));
+        menu->hide();
+        // Stopped at once: too short to keep, the recorder goes back to idle.
+        QVERIFY(click(menu, QStringLiteral("Arrêter la réunion")));
+        QTRY_COMPARE(recorder.state().kind, Kind::Idle);
+        QCOMPARE(shell.tray()->icon()->toolTip(), QStringLiteral("Ombry Voice · Prêt"));
+        menu->popup(QPoint(20, 20));
+        QVERIFY(actionNamed(menu, QStringLiteral("Démarrer une réunion")));
+        menu->hide();
     }
 
     void quitAndToggles() {

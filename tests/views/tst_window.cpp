@@ -1,12 +1,16 @@
 // The main window on the fake desktop: the first-launch steps clicked through (the level of
 // the microphone, the live check of the key), the sidebar, the status card, the banners, the
 // window that lets its content go when closed and makes it again, and the login item.
+#include "Await.h"
 #include "FakePlatform.h"
+#include "TestHttpServer.h"
 #include "data/Settings.h"
 #include "data/UserDefaults.h"
 #include "desktop/LoginItem.h"
 #include "dictation/DictationController.h"
+#include "meetings/MeetingRecorder.h"
 #include "online/Credits.h"
+#include "online/Updater.h"
 #include "platform/Paths.h"
 #include "views/MainView.h"
 #include "views/MainWindow.h"
@@ -18,12 +22,14 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace ombry;
@@ -93,6 +99,24 @@ private Q_SLOTS:
                  QStringLiteral("Traduction…"));
         QCOMPARE(ShellModel::statusTitle(State::Recording, false, true),
                  QStringLiteral("Réunion en cours"));
+    }
+
+    void updateBannerTexts() {
+        using ShellModel::updateBanner;
+        Release r;
+        r.version = QStringLiteral("2.4");
+        r.notes = {QStringLiteral("Plus rapide")};
+        QVERIFY(!updateBanner(std::nullopt, false, std::nullopt, false));
+        QVERIFY(!updateBanner(r, false, std::nullopt, true)); // closed by the user
+        const auto offer = updateBanner(r, false, std::nullopt, false);
+        QCOMPARE(offer->title, QStringLiteral("Ombry Voice 2.4 est disponible"));
+        QCOMPARE(offer->install, QStringLiteral("Mettre à jour"));
+        QVERIFY(offer->installEnabled && !offer->error);
+        const auto running = updateBanner(r, true, std::nullopt, false);
+        QCOMPARE(running->install, QStringLiteral("Installation…"));
+        QVERIFY(!running->installEnabled);
+        QCOMPARE(updateBanner(r, false, QStringLiteral("panne"), false)->error,
+                 std::optional<QString>(QStringLiteral("panne")));
     }
 
     void onboardingClickedThrough() {
@@ -183,6 +207,11 @@ private Q_SLOTS:
         QTRY_COMPARE(view.statusTitle()->text(), QStringLiteral("J'écoute…"));
         controller.cancel();
         QTRY_COMPARE(view.statusTitle()->text(), QStringLiteral("Prêt"));
+        // A meeting being recorded shows on the card, whatever the dictation does.
+        MeetingRecorder::shared().start();
+        QTRY_COMPARE(view.statusTitle()->text(), QStringLiteral("Réunion en cours"));
+        MeetingRecorder::shared().stop();
+        QTRY_COMPARE(view.statusTitle()->text(), QStringLiteral("Prêt"));
         settings.setKey(DictationKey::Fn);
         QVERIFY(showsText(&view, QStringLiteral("Maintiens Fn (touche Menu)")));
         settings.setKey(DictationKey::RightOption);
@@ -227,6 +256,73 @@ private Q_SLOTS:
         MainView dayAfter(nav, settings, controller);
         dayAfter.show();
         QVERIFY(dayAfter.creditsBanner()->isVisible());
+        qunsetenv("OMBRY_SITE_URL");
+    }
+
+    // The product site offers a newer build: the banner shows it, its notes lead to the
+    // release's page, its button installs (and shows a failure), its cross closes it.
+    void updateBannerFollowsTheUpdater() {
+        AppSettings& settings = AppSettings::shared();
+        settings.defaults().setValue(QStringLiteral("onboarded"), true);
+        test::TestHttpServer site;
+        qputenv("OMBRY_SITE_URL", site.url().toString().toUtf8());
+        const QString archive = QStringLiteral("/releases/ombry-voice.tar.gz");
+        site.on(
+            QStringLiteral("/api/updates"),
+            test::Reply::json(QJsonObject{
+                {"version", "9.9"},
+                {"build", Updater::currentBuild() + 1},
+                {"notes", QJsonArray{"Plus rapide", "Moins de bruit"}},
+                {"page", "https://ombry.example/notes/9.9"},
+                {"downloads", QJsonObject{{Updater::processorKey(),
+                                           QStringLiteral("https://cdn.example.org") + archive}}},
+            }));
+        // Not an archive, and slow to come: the installation is seen running, then failing.
+        site.on(archive, test::Reply::text("pas une archive").after(400));
+        QTemporaryDir installed;
+        Updater& updater = Updater::shared();
+        updater.setInstalledFolder(installed.path());
+
+        DictationController controller;
+        Navigation nav;
+        MainView view(nav, settings, controller);
+        view.show();
+        QVERIFY(!view.updateBanner()->isVisible());
+        QVERIFY(test::await(updater.check()));
+        QVERIFY(view.updateBanner()->isVisible());
+        QVERIFY(showsText(view.updateBanner(), QStringLiteral("Ombry Voice 9.9 est disponible")));
+
+        QTest::mouseClick(visibleButton(view.updateBanner(), QStringLiteral("Nouveautés")),
+                          Qt::LeftButton);
+        auto* notes = view.findChild<QMenu*>(QStringLiteral("releaseNotes"));
+        QVERIFY(notes && QTest::qWaitForWindowExposed(notes));
+        QStringList lines;
+        for (QAction* a : notes->actions())
+            if (!a->isSeparator()) lines << a->text();
+        QCOMPARE(lines,
+                 (QStringList{"• Plus rapide", "• Moins de bruit", "Voir la page de la version"}));
+        notes->actions().last()->trigger();
+        QCOMPARE(platform_.browser().opened.last(), QUrl("https://ombry.example/notes/9.9"));
+        notes->close();
+
+        QPushButton* install = visibleButton(view.updateBanner(), QStringLiteral("Mettre à jour"));
+        QVERIFY(install);
+        QTest::mouseClick(install, Qt::LeftButton);
+        QTRY_COMPARE(install->text(), QStringLiteral("Installation…"));
+        QVERIFY(!install->isEnabled());
+        QTRY_COMPARE_WITH_TIMEOUT(install->text(), QStringLiteral("Mettre à jour"), 10000);
+        QVERIFY(install->isEnabled());
+        QVERIFY(updater.error());
+        QVERIFY(showsText(view.updateBanner(), *updater.error()));
+        QVERIFY(!site.requests(archive).isEmpty());
+
+        QPushButton* close = nullptr;
+        for (QPushButton* b : view.updateBanner()->findChildren<QPushButton*>())
+            if (b->property("role") == QStringLiteral("dismissUpdate")) close = b;
+        QTest::mouseClick(close, Qt::LeftButton);
+        QVERIFY(updater.dismissed());
+        QVERIFY(!view.updateBanner()->isVisible());
+        updater.setInstalledFolder(QString());
         qunsetenv("OMBRY_SITE_URL");
     }
 
