@@ -498,12 +498,24 @@ void DictationController::cancel() {
                 cancelled_ = false;
                 toIdle();
                 show(QStringLiteral("Dictée annulée"), false);
+                giveFocusBack();
             },
             Qt::QueuedConnection);
     });
     // A cancel is always confirmed by ear, whatever the sound setting.
     playSound(Sound::Pop);
     Log::write(QStringLiteral("dictée annulée"));
+}
+
+// A window manager may move the focus while the Escape key is held by our grab (openbox does
+// when the key map changes under it), so a cancelled dictation could leave the user in another
+// window than the one they were typing in. The window in front at the key press comes back.
+void DictationController::giveFocusBack() {
+    if (!targetApp_ || targetApp_->appId == kOwnAppId) return;
+    Windows& windows = Platform::current().windows();
+    const std::optional<AppWindow> front = windows.frontmost();
+    if (front && front->id == targetApp_->id) return;
+    windows.activate(*targetApp_);
 }
 
 // ---- From the recording to the text --------------------------------------------------------

@@ -158,6 +158,7 @@ private:
                                        double duration, QByteArray pcm,
                                        std::optional<AppWindow> app);
     // Brings the remembered window back to the front before a paste.
+    void giveFocusBack();
     QCoro::Task<void> activate(const std::optional<AppWindow>& app);
     bool hookRunning();
     void pollTrust();

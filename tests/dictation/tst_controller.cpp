@@ -79,8 +79,16 @@ private Q_SLOTS:
         QCOMPARE(Store::shared().dictations().size(), stored);
         QVERIFY(f.models.calls.isEmpty());
         QVERIFY(f.pasted.isEmpty());
+        QVERIFY(f.platform.windows().activated.isEmpty()); // the editor never lost the focus
+        // The focus moved away while Escape was held: the editor is brought back.
+        QVERIFY(f.startRecording());
+        f.platform.windows().front = AppWindow{77, "ombry-voice", "Ombry Voice", "ombry-voice", 1};
+        f.c().cancel();
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(f.platform.windows().activated.size(), 1);
+        QCOMPARE(f.platform.windows().activated.first().id, f.editor.id);
         f.c().cancel(); // in idle: nothing at all
-        QCOMPARE(f.sounds(), QStringList{"Pop"});
+        QCOMPARE(f.sounds(), (QStringList{"Pop", "Pop"}));
     }
 
     // A press while the pipeline works only says so; its release does nothing either.
