@@ -134,7 +134,10 @@ bool idleProgram(DesktopSession& desktop, const SoundServer& sound, const QStrin
     services.transcript = kHeard;
     services.textModel = [](const QString&, const QString&) { return kWritten; };
     DesktopProgram program;
+    // A user past the first-launch steps, whose live microphone meter would otherwise be
+    // measured as the idle program's work.
     program.writeSettings(QJsonObject{{"microphoneUID", "testmic"},
+                                      {"onboarded", true},
                                       {"language", "fr"},
                                       {"ownKeyMode", true},
                                       {"rewriteEngine", "openRouter"}});
