@@ -40,7 +40,7 @@ void runSnapshot(const QString& folder) {
 
 } // namespace
 
-QCoro::Task<void> runMode(Switch sw) {
+QCoro::Task<void> runMode(CommandLineSwitch sw) {
     try {
         switch (sw.mode) {
         case Mode::ChunkTest:

@@ -26,12 +26,12 @@ constexpr std::array<Entry, 10> kTable{{
 
 } // namespace
 
-std::optional<Switch> findSwitch(const QStringList& arguments) {
+std::optional<CommandLineSwitch> findSwitch(const QStringList& arguments) {
     for (const Entry& e : kTable) {
         const qsizetype at = arguments.indexOf(QLatin1String(e.name));
         if (at < 0) continue;
         if (at + e.argCount >= arguments.size()) continue; // its argument is missing
-        return Switch{e.mode, arguments.mid(at + 1, e.argCount)};
+        return CommandLineSwitch{e.mode, arguments.mid(at + 1, e.argCount)};
     }
     return std::nullopt;
 }

@@ -19,17 +19,19 @@ enum class Mode {
     Snapshot
 };
 
-struct Switch {
+// Named apart from the on/off widget ombry::Switch: two classes of one name in one program
+// would share their inline member functions at link time.
+struct CommandLineSwitch {
     Mode mode;
     QStringList args; // the switch's arguments (none, one, or two for --command)
-    bool operator==(const Switch&) const = default;
+    bool operator==(const CommandLineSwitch&) const = default;
 };
 
 // Finds the switch that takes over the run. The arguments are searched from the first element
 // (the program path included); a switch's first occurrence counts and its arguments are the
 // elements right after it. A switch whose arguments are missing does not apply, and the search
 // goes on with the next one. No switch: a normal start.
-std::optional<Switch> findSwitch(const QStringList& arguments);
+std::optional<CommandLineSwitch> findSwitch(const QStringList& arguments);
 
 const char* switchName(Mode mode);
 

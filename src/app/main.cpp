@@ -18,7 +18,7 @@ using namespace ombry;
 
 namespace {
 
-QCoro::Task<void> runAndExit(Switch sw) {
+QCoro::Task<void> runAndExit(CommandLineSwitch sw) {
     co_await runMode(std::move(sw));
     // Work that the mode posted to the main thread (a cost to record) runs before the end.
     QCoreApplication::processEvents();
@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     // File names are bytes: kept whole even when they are not valid in the locale's encoding.
     for (int i = 0; i < argc; ++i)
         arguments << Paths::fromNative(QByteArray(argv[i]));
-    const std::optional<Switch> sw = findSwitch(arguments);
+    const std::optional<CommandLineSwitch> sw = findSwitch(arguments);
 
     // The modes that draw need a GUI application but never a window or a display.
     std::unique_ptr<QCoreApplication> app;

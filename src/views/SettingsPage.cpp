@@ -39,6 +39,7 @@
 #include <QStandardPaths>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <functional>
 
 namespace ombry {
 
@@ -770,12 +771,12 @@ QWidget* SettingsPage::advanced() {
                                      "à distance, VNC)"),
                       posted));
     auto server = [&](const char* name, const QString& title, const QString& detail,
-                      const QString& value, void (AppSettings::*set)(const QString&)) {
+                      const QString& value, const std::function<void(const QString&)>& set) {
         auto* field = new QLineEdit(value);
         field->setObjectName(QLatin1String(name));
         field->setMinimumWidth(260);
         connect(field, &QLineEdit::editingFinished, this,
-                [this, field, set] { (settings_.*set)(field->text().trimmed()); });
+                [field, set] { set(field->text().trimmed()); });
         // "Tester" asks the address in the field whether a server answers there; the answer
         // comes back later, beside the button, and the page stays usable meanwhile.
         auto* test = new QPushButton(QStringLiteral("Tester"));
@@ -783,9 +784,9 @@ QWidget* SettingsPage::advanced() {
         auto* result = text(QString(), "secondary");
         result->setObjectName(QLatin1String(name) + QStringLiteral("Result"));
         result->setWordWrap(false);
-        connect(test, &QPushButton::clicked, this, [this, field, test, result, set] {
+        connect(test, &QPushButton::clicked, this, [field, test, result, set] {
             const QString address = field->text().trimmed();
-            (settings_.*set)(address);
+            set(address);
             if (address.isEmpty()) {
                 result->setText(QStringLiteral("Aucune adresse"));
                 return;
@@ -811,11 +812,13 @@ QWidget* SettingsPage::advanced() {
     };
     server("localSpeechServer", QStringLiteral("Serveur de transcription local"),
            QStringLiteral("Adresse d'un serveur compatible Whisper ; vide : pocketsphinx"),
-           settings_.localSpeechServer(), &AppSettings::setLocalSpeechServer);
+           settings_.localSpeechServer(),
+           [this](const QString& v) { settings_.setLocalSpeechServer(v); });
     server(
         "localModelServer", QStringLiteral("Serveur de modèle local"),
         QStringLiteral("Adresse d'un serveur de discussion compatible OpenAI (llama.cpp, Ollama)"),
-        settings_.localModelServer(), &AppSettings::setLocalModelServer);
+        settings_.localModelServer(),
+        [this](const QString& v) { settings_.setLocalModelServer(v); });
 
     QVBoxLayout* c4 = nullptr;
     v->addWidget(card(&c4));

@@ -51,7 +51,8 @@ class TstLivePreview : public QObject {
         void attach(LivePreview& preview) {
             preview.onText = [this](const QString& text) {
                 texts << text;
-                if (QThread::currentThread() != qApp->thread()) offMainThread = true;
+                if (QThread::currentThread() != QCoreApplication::instance()->thread())
+                    offMainThread = true;
             };
         }
         QString last() const { return texts.isEmpty() ? QString() : texts.last(); }
