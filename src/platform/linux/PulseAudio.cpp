@@ -13,10 +13,6 @@
 namespace ombry::linux_platform {
 namespace {
 
-// Record streams deliver in pieces of this size: 1,024 frames, 64 ms. Without it the server
-// sends large chunks late, and the level, the pauses and the live preview lag behind.
-constexpr uint32_t kFragmentBytes = 2048;
-
 std::runtime_error failure(const QString& what, const QString& why) {
     return std::runtime_error(QStringLiteral("%1 (%2)").arg(what, why).toStdString());
 }
@@ -34,23 +30,14 @@ public:
     // Connects to the source (empty: the default one) and waits until the stream runs.
     void open(const QString& source) {
         PulseConnection::Lock lock(*connection_);
-        const pa_sample_spec spec{PA_SAMPLE_S16LE, 16000, 1};
-        stream_ = pa_stream_new(connection_->context(), "Dictée", &spec, nullptr);
+        stream_ = newRecordStream(connection_->context(), "Dictée", &PulseCapture::onState,
+                                  &PulseCapture::onRead, this);
         if (!stream_) throw failure(QStringLiteral("micro indisponible"), connection_->error());
-        pa_stream_set_state_callback(stream_, &PulseCapture::onState, this);
-        pa_stream_set_read_callback(stream_, &PulseCapture::onRead, this);
-        pa_buffer_attr attr;
-        attr.maxlength = uint32_t(-1);
-        attr.tlength = uint32_t(-1);
-        attr.prebuf = uint32_t(-1);
-        attr.minreq = uint32_t(-1);
-        attr.fragsize = kFragmentBytes;
         // Not movable: when the source goes away the server ends the stream rather than move
         // it elsewhere, so the recording ends instead of going on from another microphone.
         const QByteArray device = source.toUtf8();
-        const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
-        if (pa_stream_connect_record(stream_, source.isEmpty() ? nullptr : device.constData(),
-                                     &attr, flags) < 0) {
+        if (!connectRecordStream(stream_, source.isEmpty() ? nullptr : device.constData(),
+                                 PA_STREAM_DONT_MOVE)) {
             const QString why = connection_->error();
             release();
             throw failure(QStringLiteral("micro indisponible"), why);
@@ -83,15 +70,7 @@ public:
     }
 
 private:
-    void release() {
-        if (!stream_) return;
-        pa_stream_set_state_callback(stream_, nullptr, nullptr);
-        pa_stream_set_read_callback(stream_, nullptr, nullptr);
-        const pa_stream_state_t state = pa_stream_get_state(stream_);
-        if (state == PA_STREAM_READY || state == PA_STREAM_CREATING) pa_stream_disconnect(stream_);
-        pa_stream_unref(stream_);
-        stream_ = nullptr;
-    }
+    void release() { releaseRecordStream(stream_); }
 
     static void onState(pa_stream* s, void* self) {
         auto* me = static_cast<PulseCapture*>(self);
@@ -106,17 +85,7 @@ private:
     }
 
     static void onRead(pa_stream* s, size_t, void* self) {
-        auto* me = static_cast<PulseCapture*>(self);
-        for (;;) {
-            const void* data = nullptr;
-            size_t bytes = 0;
-            if (pa_stream_peek(s, &data, &bytes) < 0 || bytes == 0) return;
-            // A hole (data null) is dropped: it is no sound at all, not silence.
-            QByteArray pcm;
-            if (data) pcm = QByteArray(static_cast<const char*>(data), qsizetype(bytes));
-            pa_stream_drop(s);
-            if (!pcm.isEmpty() && me->onPcm_) me->onPcm_(pcm);
-        }
+        readRecordStream(s, static_cast<PulseCapture*>(self)->onPcm_);
     }
 
     std::shared_ptr<PulseConnection> connection_;

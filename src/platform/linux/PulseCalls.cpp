@@ -11,9 +11,6 @@
 namespace ombry::linux_platform {
 namespace {
 
-// Record streams deliver in pieces of 1,024 frames (64 ms), as the microphone's do.
-constexpr uint32_t kFragmentBytes = 2048;
-
 QString property(pa_proplist* props, const char* key) {
     const char* value = props ? pa_proplist_gets(props, key) : nullptr;
     return value ? QString::fromUtf8(value) : QString();
@@ -96,22 +93,13 @@ private:
     void attach(uint32_t sinkInput) {
         release();
         following_ = sinkInput;
-        const pa_sample_spec spec{PA_SAMPLE_S16LE, 16000, 1};
-        stream_ = pa_stream_new(connection_->context(), "Sous-titres", &spec, nullptr);
+        stream_ = newRecordStream(connection_->context(), "Sous-titres", &OutputCapture::onState,
+                                  &OutputCapture::onRead, this);
         if (!stream_) return;
-        pa_stream_set_state_callback(stream_, &OutputCapture::onState, this);
-        pa_stream_set_read_callback(stream_, &OutputCapture::onRead, this);
         if (sinkInput != PA_INVALID_INDEX) pa_stream_set_monitor_stream(stream_, sinkInput);
-        pa_buffer_attr attr;
-        attr.maxlength = uint32_t(-1);
-        attr.tlength = uint32_t(-1);
-        attr.prebuf = uint32_t(-1);
-        attr.minreq = uint32_t(-1);
-        attr.fragsize = kFragmentBytes;
         // For one application the server picks the monitor of the sink its stream plays on.
         const char* device = sinkInput == PA_INVALID_INDEX ? "@DEFAULT_MONITOR@" : nullptr;
-        if (pa_stream_connect_record(stream_, device, &attr, PA_STREAM_ADJUST_LATENCY) < 0)
-            release();
+        if (!connectRecordStream(stream_, device)) release();
     }
 
     void waitStream() {
@@ -127,13 +115,7 @@ private:
     }
 
     void release() {
-        if (!stream_) return;
-        pa_stream_set_state_callback(stream_, nullptr, nullptr);
-        pa_stream_set_read_callback(stream_, nullptr, nullptr);
-        const pa_stream_state_t state = pa_stream_get_state(stream_);
-        if (state == PA_STREAM_READY || state == PA_STREAM_CREATING) pa_stream_disconnect(stream_);
-        pa_stream_unref(stream_);
-        stream_ = nullptr;
+        releaseRecordStream(stream_);
         following_ = PA_INVALID_INDEX;
     }
 
@@ -212,16 +194,7 @@ private:
     }
 
     static void onRead(pa_stream* s, size_t, void* self) {
-        auto* me = static_cast<OutputCapture*>(self);
-        for (;;) {
-            const void* data = nullptr;
-            size_t bytes = 0;
-            if (pa_stream_peek(s, &data, &bytes) < 0 || bytes == 0) return;
-            QByteArray pcm;
-            if (data) pcm = QByteArray(static_cast<const char*>(data), qsizetype(bytes));
-            pa_stream_drop(s);
-            if (!pcm.isEmpty() && me->onPcm_) me->onPcm_(pcm);
-        }
+        readRecordStream(s, static_cast<OutputCapture*>(self)->onPcm_);
     }
 
     QString appId_;

@@ -237,6 +237,55 @@ void PulseConnection::endJob(Job* job) {
     delete job;
 }
 
+namespace {
+// A record fragment: 1,024 frames of S16LE mono, 64 ms at 16 kHz.
+constexpr uint32_t kFragmentBytes = 2048;
+} // namespace
+
+pa_stream* newRecordStream(pa_context* context, const char* name, pa_stream_notify_cb_t onState,
+                           pa_stream_request_cb_t onRead, void* data) {
+    const pa_sample_spec spec{PA_SAMPLE_S16LE, 16000, 1};
+    pa_stream* stream = pa_stream_new(context, name, &spec, nullptr);
+    if (!stream) return nullptr;
+    pa_stream_set_state_callback(stream, onState, data);
+    pa_stream_set_read_callback(stream, onRead, data);
+    return stream;
+}
+
+bool connectRecordStream(pa_stream* stream, const char* device, pa_stream_flags_t flags) {
+    pa_buffer_attr attr;
+    attr.maxlength = uint32_t(-1);
+    attr.tlength = uint32_t(-1);
+    attr.prebuf = uint32_t(-1);
+    attr.minreq = uint32_t(-1);
+    attr.fragsize = kFragmentBytes;
+    return pa_stream_connect_record(stream, device, &attr,
+                                    pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | flags)) >= 0;
+}
+
+void releaseRecordStream(pa_stream*& stream) {
+    if (!stream) return;
+    pa_stream_set_state_callback(stream, nullptr, nullptr);
+    pa_stream_set_read_callback(stream, nullptr, nullptr);
+    const pa_stream_state_t state = pa_stream_get_state(stream);
+    if (state == PA_STREAM_READY || state == PA_STREAM_CREATING) pa_stream_disconnect(stream);
+    pa_stream_unref(stream);
+    stream = nullptr;
+}
+
+void readRecordStream(pa_stream* stream, const std::function<void(const QByteArray&)>& onPcm) {
+    for (;;) {
+        const void* data = nullptr;
+        size_t bytes = 0;
+        if (pa_stream_peek(stream, &data, &bytes) < 0 || bytes == 0) return;
+        // A hole (data null) is dropped: it is no sound at all, not silence.
+        QByteArray pcm;
+        if (data) pcm = QByteArray(static_cast<const char*>(data), qsizetype(bytes));
+        pa_stream_drop(stream);
+        if (!pcm.isEmpty() && onPcm) onPcm(pcm);
+    }
+}
+
 PulseClient::PulseClient(std::function<void()> onSourcesChanged)
     : onSourcesChanged_(std::move(onSourcesChanged)) {}
 

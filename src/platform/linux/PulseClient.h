@@ -97,4 +97,21 @@ private:
     std::function<void()> onSourcesChanged_;
 };
 
+// Record streams: S16LE mono 16 kHz, delivered in pieces of 1,024 frames (64 ms). Without the
+// fragment size the server sends large chunks late, and the level, the pauses and the live
+// preview lag behind. All of these run with the connection's lock held.
+
+// A new record stream, not yet connected, whose state and read callbacks get data; null when
+// the server refuses it.
+pa_stream* newRecordStream(pa_context* context, const char* name, pa_stream_notify_cb_t onState,
+                           pa_stream_request_cb_t onRead, void* data);
+// Connects the stream to the device (null: the server's choice) with the fragment size above,
+// adding flags to PA_STREAM_ADJUST_LATENCY; false when the server refuses at once.
+bool connectRecordStream(pa_stream* stream, const char* device,
+                         pa_stream_flags_t flags = PA_STREAM_NOFLAGS);
+// Detaches the callbacks, disconnects and drops the stream, and nulls it; nothing when null.
+void releaseRecordStream(pa_stream*& stream);
+// Hands each fragment the stream holds to the handler (when it is set), from a read callback.
+void readRecordStream(pa_stream* stream, const std::function<void(const QByteArray&)>& onPcm);
+
 } // namespace ombry::linux_platform
