@@ -12,7 +12,6 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QTextBrowser>
 #include <QVBoxLayout>
 
@@ -62,13 +61,7 @@ QString fixesKey(const CorrectorModel& m) {
 CorrectorPage::CorrectorPage(Store& store, QWidget* parent)
     : QWidget(parent), store_(store), model_(new CorrectorModel(store, this)) {
     setObjectName(QStringLiteral("correctorPage"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* content = new QWidget;
-    outer->addWidget(PageLook::scrolled(content));
-    auto* page = new QVBoxLayout(content);
-    page->setContentsMargins(0, 0, 6, 0);
-    page->setSpacing(16);
+    QVBoxLayout* page = PageLook::scrolledPage(this);
     page->addWidget(PageLook::header(Page::Corrector));
 
     auto* columns = new QHBoxLayout;

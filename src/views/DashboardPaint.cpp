@@ -9,6 +9,8 @@
 #include <QPainterPath>
 #include <QPalette>
 #include <QPixmap>
+#include <QScrollArea>
+#include <QVBoxLayout>
 #include <QtMath>
 #include <cmath>
 
@@ -247,6 +249,25 @@ void SymbolCircle::paintEvent(QPaintEvent*) {
     p.drawEllipse(QRectF(rect()));
     const qreal inset = width() * 0.26;
     paintSymbol(p, symbol_, QRectF(rect()).adjusted(inset, inset, -inset, -inset), c.accent);
+}
+
+QVBoxLayout* makeScrolledPage(QWidget* page) {
+    auto* outer = new QVBoxLayout(page);
+    outer->setContentsMargins(0, 0, 0, 0);
+    auto* scroll = new QScrollArea;
+    scroll->setObjectName(QStringLiteral("pageScroll"));
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroll->viewport()->setAutoFillBackground(false);
+    outer->addWidget(scroll);
+    auto* content = new QWidget;
+    content->setObjectName(QStringLiteral("pageContent"));
+    scroll->setWidget(content);
+    auto* layout = new QVBoxLayout(content);
+    layout->setContentsMargins(0, 0, 0, 8);
+    layout->setSpacing(16);
+    return layout;
 }
 
 QWidget* makePageHeader(Page page) {

@@ -11,6 +11,7 @@
 class QLabel;
 class QPainter;
 class QPalette;
+class QVBoxLayout;
 class QWidget;
 
 // The look shared by the dashboard, history and dictionary pages: the window's colours in the
@@ -71,6 +72,9 @@ private:
     QString symbol_;
 };
 
+// Fills `page` with a scroll area that only scrolls down; returns the layout of what scrolls,
+// in the pages' spacing.
+QVBoxLayout* makeScrolledPage(QWidget* page);
 // The head of a page as every page of the window has it: title and the line under it.
 QWidget* makePageHeader(Page page);
 // The title of a card.

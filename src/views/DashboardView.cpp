@@ -18,7 +18,6 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QTimer>
 #include <QToolTip>
 #include <QVBoxLayout>
@@ -254,22 +253,7 @@ bool WordsChart::event(QEvent* e) {
 DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* parent)
     : QWidget(parent), store_(store), settings_(settings) {
     setObjectName(QStringLiteral("dashboardPage"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea;
-    scroll->setObjectName(QStringLiteral("pageScroll"));
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setWidgetResizable(true);
-    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    outer->addWidget(scroll);
-    auto* content = new QWidget;
-    content->setObjectName(QStringLiteral("pageContent"));
-    content->setAutoFillBackground(false);
-    scroll->setWidget(content);
-    scroll->viewport()->setAutoFillBackground(false);
-    auto* root = new QVBoxLayout(content);
-    root->setContentsMargins(0, 0, 0, 8);
-    root->setSpacing(16);
+    QVBoxLayout* root = makeScrolledPage(this);
 
     root->addWidget(makePageHeader(Page::Dashboard));
 

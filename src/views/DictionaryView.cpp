@@ -13,7 +13,6 @@
 #include <QPainter>
 #include <QPointer>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QStyle>
 #include <QTimer>
 #include <QToolButton>
@@ -177,21 +176,7 @@ void refreshRow(QWidget* row, const QString& left, const QString& right) {
 DictionaryView::DictionaryView(Store& store, QWidget* parent)
     : QWidget(parent), store_(store), editor_(store) {
     setObjectName(QStringLiteral("dictionaryPage"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* scroll = new QScrollArea;
-    scroll->setObjectName(QStringLiteral("pageScroll"));
-    scroll->setFrameShape(QFrame::NoFrame);
-    scroll->setWidgetResizable(true);
-    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    scroll->viewport()->setAutoFillBackground(false);
-    outer->addWidget(scroll);
-    auto* content = new QWidget;
-    content->setObjectName(QStringLiteral("pageContent"));
-    scroll->setWidget(content);
-    auto* root = new QVBoxLayout(content);
-    root->setContentsMargins(0, 0, 0, 8);
-    root->setSpacing(16);
+    QVBoxLayout* root = makeScrolledPage(this);
     root->addWidget(makePageHeader(Page::Dictionary));
 
     // My words.

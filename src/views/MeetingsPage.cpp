@@ -15,7 +15,6 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QVBoxLayout>
 
 namespace ombry {
@@ -117,13 +116,7 @@ MeetingCard::MeetingCard(Store& store, const Meeting& meeting, QWidget* parent)
 MeetingsPage::MeetingsPage(Store& store, MeetingRecorder& recorder, QWidget* parent)
     : QWidget(parent), store_(store), recorder_(recorder) {
     setObjectName(QStringLiteral("meetingsPage"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* content = new QWidget;
-    outer->addWidget(PageLook::scrolled(content));
-    auto* page = new QVBoxLayout(content);
-    page->setContentsMargins(0, 0, 6, 0);
-    page->setSpacing(16);
+    QVBoxLayout* page = PageLook::scrolledPage(this);
 
     auto* headRow = new QHBoxLayout;
     headRow->addWidget(PageLook::header(Page::Meetings), 1);

@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QVBoxLayout>
 
 namespace ombry::PageLook {
 
@@ -62,6 +63,17 @@ QWidget* scrolled(QWidget* content) {
     content->setObjectName(QStringLiteral("pageContent"));
     area->setWidget(content);
     return area;
+}
+
+QVBoxLayout* scrolledPage(QWidget* page) {
+    auto* outer = new QVBoxLayout(page);
+    outer->setContentsMargins(0, 0, 0, 0);
+    auto* content = new QWidget;
+    outer->addWidget(scrolled(content));
+    auto* layout = new QVBoxLayout(content);
+    layout->setContentsMargins(0, 0, 6, 0);
+    layout->setSpacing(16);
+    return layout;
 }
 
 QString fieldSheet() {

@@ -7,6 +7,7 @@
 class QFrame;
 class QLabel;
 class QPushButton;
+class QVBoxLayout;
 class QWidget;
 
 // The pieces the corrector, translator and meetings pages are made of, in the window's look
@@ -31,6 +32,8 @@ QPushButton* tab(const QString& text, QWidget* parent = nullptr);
 void mark(QWidget* w, const char* name);
 // A scroll area in the window's page colours around `content`.
 QWidget* scrolled(QWidget* content);
+// Fills `page` with a scroll area; returns the layout of what scrolls, in the pages' spacing.
+QVBoxLayout* scrolledPage(QWidget* page);
 // The look of the text fields of a page in the current appearance.
 QString fieldSheet();
 // Colours of the current appearance for text drawn inside labels.

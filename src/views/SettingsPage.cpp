@@ -18,6 +18,7 @@
 #include "platform/Platform.h"
 #include "views/Components.h"
 #include "views/Navigation.h"
+#include "views/PageLook.h"
 #include "views/Switch.h"
 #include "views/ViewStyle.h"
 
@@ -33,7 +34,6 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QProcess>
-#include <QScrollArea>
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QStandardPaths>
@@ -212,16 +212,6 @@ void SettingsPage::setTab(SM::Tab tab) {
         tabButtons_[i]->setChecked(i == int(tab));
 }
 
-QWidget* SettingsPage::scrolled(QWidget* content) {
-    auto* area = new QScrollArea;
-    area->setObjectName(QStringLiteral("pageScroll"));
-    area->setWidgetResizable(true);
-    area->setFrameShape(QFrame::NoFrame);
-    content->setObjectName(QStringLiteral("pageContent"));
-    area->setWidget(content);
-    return area;
-}
-
 void SettingsPage::fillMicrophones(QComboBox* box) {
     const QSignalBlocker block(box);
     box->clear();
@@ -295,7 +285,7 @@ QWidget* SettingsPage::general() {
     connect(quit, &QPushButton::clicked, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     v->addWidget(quit, 0, Qt::AlignLeft);
     v->addStretch();
-    return scrolled(page);
+    return PageLook::scrolled(page);
 }
 
 // --- Dictée --------------------------------------------------------------------------------
@@ -429,7 +419,7 @@ QWidget* SettingsPage::dictation() {
     c->addWidget(row(QStringLiteral("Lire la sélection à voix haute"), QString(),
                      text(QStringLiteral("Ctrl+Alt+R"), "secondary")));
     v->addStretch();
-    return scrolled(page);
+    return PageLook::scrolled(page);
 }
 
 // --- Correction et traduction --------------------------------------------------------------
@@ -536,7 +526,7 @@ QWidget* SettingsPage::correction() {
         c5->addWidget(row(app.name, app.bundleID, on));
     }
     v->addStretch();
-    return scrolled(page);
+    return PageLook::scrolled(page);
 }
 
 // --- Compte --------------------------------------------------------------------------------
@@ -663,7 +653,7 @@ QWidget* SettingsPage::account() {
             [this, keyRows] { keyRows->setVisible(settings_.ownKeyMode()); });
     k->addWidget(keyRows);
     v->addStretch();
-    return scrolled(page);
+    return PageLook::scrolled(page);
 }
 
 // --- Autorisations -------------------------------------------------------------------------
@@ -715,7 +705,7 @@ QWidget* SettingsPage::permissions() {
                   QStringLiteral("Le son de tes applis, pris sur la sortie du serveur de son"),
                   bool(soundSettings));
     v->addStretch();
-    return scrolled(page);
+    return PageLook::scrolled(page);
 }
 
 // --- Avancé --------------------------------------------------------------------------------
@@ -850,7 +840,7 @@ QWidget* SettingsPage::advanced() {
         text(QStringLiteral("Ombry Voice %1").arg(QStringLiteral(OMBRY_VERSION)), "secondary"), 0,
         Qt::AlignHCenter);
     v->addStretch();
-    return scrolled(page);
+    return PageLook::scrolled(page);
 }
 
 } // namespace ombry

@@ -61,7 +61,6 @@ private:
     QWidget* account();
     QWidget* permissions();
     QWidget* advanced();
-    QWidget* scrolled(QWidget* content);
     void fillMicrophones(QComboBox* box);
     void refreshEngines();
 

@@ -16,7 +16,6 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QStackedWidget>
 #include <QTextBrowser>
 #include <QVBoxLayout>
@@ -164,13 +163,7 @@ void CallSubtitlesTab::refresh() {
 TranslatorPage::TranslatorPage(Store& store, CallTranslator& call, QWidget* parent)
     : QWidget(parent), store_(store), model_(new TranslatorModel(store, this)) {
     setObjectName(QStringLiteral("translatorPage"));
-    auto* outer = new QVBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    auto* content = new QWidget;
-    outer->addWidget(PageLook::scrolled(content));
-    auto* page = new QVBoxLayout(content);
-    page->setContentsMargins(0, 0, 6, 0);
-    page->setSpacing(16);
+    QVBoxLayout* page = PageLook::scrolledPage(this);
 
     page->addWidget(PageLook::header(Page::Translator));
     auto* headRow = new QHBoxLayout;

@@ -9,6 +9,7 @@
 #include <QTimer>
 #include <QWidget>
 #include <algorithm>
+#include <functional>
 
 namespace ombry::test {
 
@@ -35,6 +36,20 @@ inline void typeText(QWidget* w, const QString& text) {
             QTest::sendKeyEvent(QTest::Press, w, Qt::Key_unknown, QString(c), Qt::NoModifier);
             QTest::sendKeyEvent(QTest::Release, w, Qt::Key_unknown, QString(c), Qt::NoModifier);
         }
+    }
+}
+
+// Types `sentence` twice over, key by key at a typist's pace, calling `pause` after every
+// `every` keys and letting the page see it.
+inline void typeWithPauses(QWidget* w, const QString& sentence, int every,
+                           const std::function<void()>& pause) {
+    for (int i = 0; i < sentence.size() * 2; ++i) {
+        typeText(w, QString(sentence.at(i % sentence.size())));
+        if (i % every == every - 1) {
+            pause();
+            QTest::qWait(20);
+        }
+        QTest::qWait(8);
     }
 }
 

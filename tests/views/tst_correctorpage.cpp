@@ -178,14 +178,8 @@ private Q_SLOTS:
         probe.start();
         const QString sentence =
             QStringLiteral("Le rapport est presque fini, je te l'envoie demain. ");
-        for (int i = 0; i < sentence.size() * 2; ++i) {
-            QTest::keyClicks(editor(), QString(sentence.at(i % sentence.size())));
-            if (i % 12 == 11) { // a pause: a check goes out
-                platform.clock().advance(1000);
-                QTest::qWait(20);
-            }
-            QTest::qWait(8);
-        }
+        // At each pause a check goes out.
+        typeWithPauses(editor(), sentence, 12, [this] { platform.clock().advance(1000); });
         QCOMPARE(page->model().liveRequests(), 8);
         QVERIFY(server.waitForRequests(4));
         QTest::qWait(200);

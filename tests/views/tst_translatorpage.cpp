@@ -228,14 +228,8 @@ private Q_SLOTS:
         LoopProbe probe;
         probe.start();
         const QString sentence = QStringLiteral("On se retrouve lundi pour finir le dossier. ");
-        for (int i = 0; i < sentence.size() * 2; ++i) {
-            typeText(source(), QString(sentence.at(i % sentence.size())));
-            if (i % 10 == 9) { // a pause: a translation goes out
-                platform.clock().advance(700);
-                QTest::qWait(20);
-            }
-            QTest::qWait(8);
-        }
+        // At each pause a translation goes out.
+        typeWithPauses(source(), sentence, 10, [this] { platform.clock().advance(700); });
         QVERIFY(server.waitForRequests(4));
         QTest::qWait(200);
         probe.stop();
