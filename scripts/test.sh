@@ -14,13 +14,18 @@ export QT_QPA_PLATFORM=offscreen
 unset DISPLAY WAYLAND_DISPLAY PULSE_SERVER
 
 echo "== build"
-cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "${launcher[@]}" >/dev/null
+# Optimised like a release, without debug information, which makes each compile about a
+# quarter slower and each object twenty times larger (so the links too).
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -DNDEBUG" "${launcher[@]}" >/dev/null
 cmake --build build
 echo "== tests"
 ctest --test-dir build --output-on-failure -j "$jobs"
 
 echo "== build with AddressSanitizer and UndefinedBehaviorSanitizer"
-cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DOMBRY_SANITIZE=ON -DOMBRY_BENCH=OFF "${launcher[@]}" >/dev/null
+# Line tables are all the sanitizers' reports need.
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-g1" \
+    -DOMBRY_SANITIZE=ON -DOMBRY_BENCH=OFF "${launcher[@]}" >/dev/null
 cmake --build build-asan
 echo "== tests under the sanitizers"
 export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1
