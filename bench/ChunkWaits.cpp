@@ -7,7 +7,8 @@
 #include "dictation/Chunker.h"
 #include "engines/Cleanup.h"
 #include "engines/GeminiSpeech.h"
-#include "engines/client/OpenRouter.h"
+#include "net/OpenRouter.h"
+#include "online/OpenRouterComplete.h"
 
 #include <QCoroTask>
 #include <QElapsedTimer>

@@ -25,9 +25,9 @@
 #include "data/Settings.h"
 #include "desktop/Paster.h"
 #include "dictation/DictationController.h"
-#include "engines/client/Http.h"
+#include "net/Http.h"
 #include "platform/Platform.h"
-#include "platform/linux/LinuxPlatform.h"
+#include "platform/x11/X11Platform.h"
 
 #include <QApplication>
 #include <QCoroTask>
@@ -225,7 +225,7 @@ bool roadInProcess(DesktopSession& desktop, const SoundServer& sound, const QStr
     s.setLivePreview(false);
     s.setRestoreClipboard(true);
 
-    auto timed = std::make_unique<TimedPoster>(linux_platform::makeKeyPoster());
+    auto timed = std::make_unique<TimedPoster>(x11::makeKeyPoster());
     TimedPoster& poster = *timed;
     Platform::current().setKeyPoster(std::move(timed));
     if (!desktop.openTarget()) {

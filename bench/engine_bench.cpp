@@ -9,8 +9,8 @@
 #include "engines/Cleanup.h"
 #include "engines/Deepgram.h"
 #include "engines/GeminiSpeech.h"
-#include "engines/client/Http.h"
-#include "engines/client/OpenRouter.h"
+#include "net/Http.h"
+#include "net/OpenRouter.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

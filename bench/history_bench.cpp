@@ -3,7 +3,7 @@
 //   history_bench [count]
 #include "data/Records.h"
 #include "data/Store.h"
-#include "views/HistoryView.h"
+#include "views/history/HistoryView.h"
 
 #include <QApplication>
 #include <QElapsedTimer>

@@ -7,10 +7,10 @@
 #include "desktop/Notify.h"
 #include "dictation/DictationController.h"
 #include "meetings/MeetingRecorder.h"
-#include "views/MainWindow.h"
-#include "views/Navigation.h"
-#include "views/SubtitleWindow.h"
-#include "views/TrayIcon.h"
+#include "views/shell/MainWindow.h"
+#include "views/shell/Navigation.h"
+#include "views/shell/TrayIcon.h"
+#include "views/subtitles/SubtitleWindow.h"
 
 #include <QApplication>
 #include <QIcon>

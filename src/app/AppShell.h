@@ -1,6 +1,6 @@
 #pragma once
 
-#include "views/MainWindow.h"
+#include "views/shell/MainWindow.h"
 
 #include <QObject>
 #include <QPointer>

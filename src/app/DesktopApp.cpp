@@ -10,17 +10,17 @@
 #include "desktop/LoginItem.h"
 #include "desktop/Notify.h"
 #include "dictation/DictationController.h"
-#include "engines/client/Net.h"
 #include "meetings/MeetingRecorder.h"
+#include "net/Net.h"
 #include "online/Credits.h"
 #include "online/Updater.h"
 #include "platform/Platform.h"
-#include "platform/linux/X11InputWatch.h"
-#include "views/BubbleController.h"
-#include "views/OverlayBinding.h"
-#include "views/OverlayController.h"
-#include "views/OverlayView.h"
-#include "views/SubtitleWindow.h"
+#include "platform/x11/X11Platform.h"
+#include "views/overlay/BubbleController.h"
+#include "views/overlay/OverlayBinding.h"
+#include "views/overlay/OverlayController.h"
+#include "views/overlay/OverlayView.h"
+#include "views/subtitles/SubtitleWindow.h"
 
 #include <QApplication>
 #include <QSocketNotifier>
@@ -133,7 +133,7 @@ int runDesktop(QApplication& app) {
             Notify::post(kAppName, *error);
         shell.needsAttention();
     };
-    BubbleController::shared().setInputWatch(linux_platform::makeInputWatch());
+    BubbleController::shared().setInputWatch(x11::makeInputWatch());
     controller.onBubble = [](const QString& title, const QString& original, const QString& text) {
         BubbleController::shared().show(title, original, text);
     };

@@ -7,7 +7,7 @@
 #include "engines/Cleanup.h"
 #include "engines/LocalEngine.h"
 #include "engines/WavReader.h"
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 
 #include <QElapsedTimer>
 

@@ -2,8 +2,8 @@
 
 #include "data/Settings.h"
 #include "dictation/DictationController.h"
-#include "views/MainView.h"
-#include "views/Navigation.h"
+#include "views/shell/MainView.h"
+#include "views/shell/Navigation.h"
 
 #include <QApplication>
 #include <QDir>

@@ -7,7 +7,7 @@
 #include "desktop/Log.h"
 #include "engines/GeminiSpeech.h"
 #include "engines/LivePreview.h"
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "platform/SerialQueue.h"
@@ -18,11 +18,6 @@
 
 namespace ombry {
 namespace {
-
-QString describe(const std::exception& e) {
-    if (const auto* error = dynamic_cast<const Error*>(&e)) return error->description();
-    return QString::fromUtf8(e.what());
-}
 
 // The French words of a failure to start: an EngineError::http speaks through its body,
 // capitalised; another engine error through its description; anything else is a capture that

@@ -5,7 +5,8 @@
 #include "data/Settings.h"
 #include "desktop/Log.h"
 #include "engines/LocalEngine.h"
-#include "engines/client/OpenRouter.h"
+#include "net/OpenRouter.h"
+#include "online/OpenRouterComplete.h"
 
 #include <QHash>
 #include <QJsonArray>

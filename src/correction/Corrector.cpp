@@ -5,8 +5,9 @@
 #include "desktop/Log.h"
 #include "engines/Cleanup.h"
 #include "engines/LocalEngine.h"
-#include "engines/client/OpenRouter.h"
+#include "net/OpenRouter.h"
 #include "online/OmbryAI.h"
+#include "online/OpenRouterComplete.h"
 
 #include <QRegularExpression>
 #include <QSet>

@@ -3,8 +3,9 @@
 #include "data/Settings.h"
 #include "desktop/Log.h"
 #include "engines/LocalEngine.h"
-#include "engines/client/OpenRouter.h"
+#include "net/OpenRouter.h"
 #include "online/OmbryAI.h"
+#include "online/OpenRouterComplete.h"
 
 // The CLD2 header uses FILE without including <cstdio>: it comes first, in a block of its own
 // so that sorting the includes keeps it there.

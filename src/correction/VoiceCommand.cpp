@@ -3,7 +3,8 @@
 #include "correction/Translator.h"
 #include "desktop/Log.h"
 #include "engines/LocalEngine.h"
-#include "engines/client/OpenRouter.h"
+#include "net/OpenRouter.h"
+#include "online/OpenRouterComplete.h"
 
 namespace ombry::VoiceCommand {
 

@@ -2,10 +2,10 @@
 
 #include "data/KeyStore.h"
 #include "engines/Cleanup.h"
-#include "engines/client/Endpoints.h"
-#include "engines/client/Errors.h"
-#include "engines/client/Http.h"
-#include "engines/client/Json.h"
+#include "net/Endpoints.h"
+#include "net/Errors.h"
+#include "net/Http.h"
+#include "net/Json.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

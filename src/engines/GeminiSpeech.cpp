@@ -3,9 +3,9 @@
 #include "audio/AudioRecorder.h"
 #include "desktop/Log.h"
 #include "engines/Cleanup.h"
-#include "engines/client/Errors.h"
-#include "engines/client/Json.h"
-#include "engines/client/OpenRouter.h"
+#include "net/Errors.h"
+#include "net/Json.h"
+#include "net/OpenRouter.h"
 #include "online/OmbryAI.h"
 
 #include <QJsonArray>

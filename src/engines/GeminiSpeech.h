@@ -6,7 +6,7 @@
 #include <QString>
 #include <QStringList>
 
-#include "engines/client/Http.h"
+#include "net/Http.h"
 
 // The speech engine of the default configuration: the WAV file travels in a chat message to a
 // multimodal model, through OmbryAI::chat like every other text call, and the transcript is

@@ -1,7 +1,7 @@
 #include "engines/LocalEngine.h"
 
-#include "engines/client/Errors.h"
-#include "engines/client/Http.h"
+#include "net/Errors.h"
+#include "net/Http.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -4,9 +4,9 @@
 #include "desktop/Log.h"
 #include "engines/OfflineSpeech.h"
 #include "engines/WavReader.h"
-#include "engines/client/Endpoints.h"
-#include "engines/client/Errors.h"
-#include "engines/client/Http.h"
+#include "net/Endpoints.h"
+#include "net/Errors.h"
+#include "net/Http.h"
 #include "platform/Paths.h"
 
 #include <QCoroFuture>

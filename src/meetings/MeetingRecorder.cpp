@@ -11,8 +11,9 @@
 #include "engines/GeminiSpeech.h"
 #include "engines/LocalEngine.h"
 #include "engines/LocalSpeech.h"
-#include "engines/client/Errors.h"
-#include "engines/client/OpenRouter.h"
+#include "net/Errors.h"
+#include "net/OpenRouter.h"
+#include "online/OpenRouterComplete.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Platform.h"
@@ -29,11 +30,6 @@
 
 namespace ombry {
 namespace {
-
-QString describe(const std::exception& e) {
-    if (const auto* error = dynamic_cast<const Error*>(&e)) return error->description();
-    return QString::fromUtf8(e.what());
-}
 
 QString fileOf(const QString& folder, const QUuid& id, const char* suffix) {
     return QDir(folder).filePath(uuidText(id) + QLatin1String(suffix));

@@ -1,6 +1,6 @@
 #include "online/CreditsConfig.h"
 
-#include "engines/client/Endpoints.h"
+#include "net/Endpoints.h"
 #include "platform/Platform.h"
 
 #include <QCryptographicHash>

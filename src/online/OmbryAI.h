@@ -5,7 +5,7 @@
 #include <QJsonObject>
 #include <QString>
 
-#include "engines/client/Http.h"
+#include "net/Http.h"
 
 // The one door of every chat request: straight to OpenRouter with the user's own key, or
 // through the product site's hosted service, paid in credits.

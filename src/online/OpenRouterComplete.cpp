@@ -1,7 +1,7 @@
-// OpenRouter::complete sends through OmbryAI::chat, so it lives in this library although its
-// request format is declared with the engine client.
-#include "engines/client/Errors.h"
-#include "engines/client/OpenRouter.h"
+#include "online/OpenRouterComplete.h"
+
+#include "net/Errors.h"
+#include "net/OpenRouter.h"
 #include "online/OmbryAI.h"
 
 namespace ombry::OpenRouter {

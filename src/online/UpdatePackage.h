@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 
 #include <QByteArray>
 #include <QString>

@@ -2,11 +2,11 @@
 
 #include "desktop/Log.h"
 #include "desktop/Notify.h"
-#include "engines/client/Endpoints.h"
-#include "engines/client/Errors.h"
-#include "engines/client/Http.h"
-#include "engines/client/Json.h"
-#include "engines/client/Net.h"
+#include "net/Endpoints.h"
+#include "net/Errors.h"
+#include "net/Http.h"
+#include "net/Json.h"
+#include "net/Net.h"
 #include "online/BuildInfo.h"
 #include "online/UpdatePackage.h"
 

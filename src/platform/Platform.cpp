@@ -2,6 +2,7 @@
 
 #include "platform/Clock.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/x11/X11Platform.h"
 
 namespace ombry {
 
@@ -10,12 +11,14 @@ Platform& Platform::current() {
     return instance;
 }
 
+// The one place where the session's implementations are chosen: what every Linux session has
+// (linux/), and the display's own services (x11/).
 Platform::Platform()
     : clock_(std::make_unique<SystemClock>()), keychain_(linux_platform::makeKeychain()),
       notifier_(linux_platform::makeNotifier()), machine_(linux_platform::makeMachineInfo()),
-      browser_(linux_platform::makeBrowser()), keyboard_(linux_platform::makeKeyboardHook()),
-      keyPoster_(linux_platform::makeKeyPoster()), clipboard_(linux_platform::makeClipboard()),
-      windows_(linux_platform::makeWindows()), audio_(linux_platform::makeAudioSystem()),
+      browser_(linux_platform::makeBrowser()), keyboard_(x11::makeKeyboardHook()),
+      keyPoster_(x11::makeKeyPoster()), clipboard_(x11::makeClipboard()),
+      windows_(x11::makeWindows()), audio_(linux_platform::makeAudioSystem()),
       speech_(linux_platform::makeSpeechOutput()) {}
 
 void Platform::setClock(std::unique_ptr<Clock> c) {

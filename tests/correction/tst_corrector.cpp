@@ -7,7 +7,7 @@
 
 #include "correction/Analyzer.h"
 #include "correction/Corrector.h"
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 
 #include <QTest>
 

@@ -7,7 +7,7 @@
 #include "audio/AudioRecorder.h"
 #include "data/KeyStore.h"
 #include "engines/Deepgram.h"
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 
 #include <QTest>
 

@@ -9,7 +9,7 @@
 #include "data/KeyStore.h"
 #include "data/Settings.h"
 #include "engines/GeminiSpeech.h"
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 #include "online/Credits.h"
 
 #include <QJsonArray>

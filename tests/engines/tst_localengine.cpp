@@ -4,7 +4,7 @@
 #include "audio/AudioRecorder.h"
 #include "engines/LocalEngine.h"
 #include "engines/OfflineSpeech.h"
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 
 #include "Await.h"
 #include "FakePlatform.h"

@@ -8,7 +8,7 @@
 #include "engines/LocalSpeech.h"
 #include "engines/OfflineSpeech.h"
 #include "engines/WavReader.h"
-#include "engines/client/Errors.h"
+#include "net/Errors.h"
 
 #include "Await.h"
 #include "FakePlatform.h"

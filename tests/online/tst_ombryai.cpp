@@ -8,11 +8,12 @@
 #include "data/KeyStore.h"
 #include "data/Settings.h"
 #include "data/Store.h"
-#include "engines/client/Errors.h"
-#include "engines/client/OpenRouter.h"
+#include "net/Errors.h"
+#include "net/OpenRouter.h"
 #include "online/Credits.h"
 #include "online/CreditsConfig.h"
 #include "online/OmbryAI.h"
+#include "online/OpenRouterComplete.h"
 
 #include <QJsonArray>
 #include <QTest>

@@ -4,8 +4,8 @@
 
 #include <memory>
 
-// The Linux implementations of the platform services: Secret Service, freedesktop
-// notifications over D-Bus, /proc and /sys, xdg-open.
+// What every Linux session has, X11 or Wayland: Secret Service, freedesktop notifications over
+// D-Bus, /proc and /sys, xdg-open, PulseAudio (capture, playback) and espeak-ng (speech).
 namespace ombry::linux_platform {
 
 std::unique_ptr<Keychain> makeKeychain();
@@ -13,13 +13,8 @@ std::unique_ptr<Notifier> makeNotifier();
 std::unique_ptr<MachineInfo> makeMachineInfo();
 std::unique_ptr<Browser> makeBrowser();
 
-// The desktop services: X11 (keyboard, posted keys, clipboard, windows) and PulseAudio (capture,
-// playback), espeak-ng (speech). Making one is cheap and touches no server: each connects when
-// it is first used, so headless runs never need a display or a sound server.
-std::unique_ptr<KeyboardHook> makeKeyboardHook();
-std::unique_ptr<KeyPoster> makeKeyPoster();
-std::unique_ptr<Clipboard> makeClipboard();
-std::unique_ptr<Windows> makeWindows();
+// Making one is cheap and touches no server: each connects when it is first used, so headless
+// runs never need a sound server.
 std::unique_ptr<AudioSystem> makeAudioSystem();
 std::unique_ptr<SpeechOutput> makeSpeechOutput();
 

@@ -1,6 +1,6 @@
 #include "platform/linux/PulseCalls.h"
 
-#include "platform/linux/X11DesktopFiles.h"
+#include "platform/linux/DesktopFiles.h"
 
 #include <QFileInfo>
 #include <algorithm>

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "platform/Desktop.h"
+
+#include <QMimeData>
+#include <QPointer>
+#include <memory>
+
+class QClipboard;
+
+namespace ombry::x11 {
+
+// A text put on the clipboard by the program, which tells when another client fetches it: Qt
+// asks the data object for its bytes once for each request of another client (the target's
+// paste, an `xclip -o`), and never when the content is only announced. Reads made by this
+// process go through a LocalRead guard and do not count, nor do those of a clipboard manager,
+// which copies each new content at once, long before the target pastes.
+class WatchedText final : public QMimeData {
+public:
+    // Shared by the CLIPBOARD and PRIMARY copies of one text: the first fetch of either counts.
+    struct Watch {
+        std::function<void()> onFetched;
+        bool fetched = false;
+        // True when the request being answered does not count (a clipboard manager's copy).
+        std::function<bool()> ignore;
+    };
+    WatchedText(const QString& text, std::shared_ptr<Watch> watch);
+
+    // While one lives, reads of the clipboard come from this process itself.
+    class LocalRead {
+    public:
+        LocalRead() { ++depth; }
+        ~LocalRead() { --depth; }
+        LocalRead(const LocalRead&) = delete;
+        LocalRead& operator=(const LocalRead&) = delete;
+    };
+
+protected:
+    QVariant retrieveData(const QString& mimeType, QMetaType type) const override;
+
+private:
+    static inline int depth = 0;
+    std::shared_ptr<Watch> watch_;
+};
+
+// The clipboard and the PRIMARY selection through QClipboard, which serves the selection
+// requests of other clients from the Qt event loop. Without a QGuiApplication (the headless
+// modes) it holds nothing and changes nothing.
+class X11Clipboard final : public Clipboard {
+public:
+    X11Clipboard();
+    ~X11Clipboard() override;
+
+    ClipboardSnapshot snapshot() override;
+    void restore(const ClipboardSnapshot& snapshot) override;
+    void clear() override;
+    void setText(const QString& text, bool alsoPrimary, std::function<void()> onFetched) override;
+    std::optional<QString> text() override;
+    uint64_t changeCount() override;
+    std::optional<QString> selectedText() override;
+
+private:
+    QClipboard* board();
+    std::optional<QString> textOf(int mode);
+
+    QPointer<QClipboard> watched_;
+    std::unique_ptr<QObject> context_; // owns the connection to QClipboard::changed
+    uint64_t changes_ = 0;
+};
+
+} // namespace ombry::x11

@@ -1,0 +1,123 @@
+#include "platform/x11/X11Platform.h"
+
+#include "DesktopSession.h"
+
+#include <QTest>
+
+using namespace ombry;
+using test::DesktopSession;
+
+namespace {
+
+QByteArray formatOf(const ClipboardSnapshot& snapshot, const QString& format) {
+    for (const auto& [f, bytes] : snapshot)
+        if (f == format) return bytes;
+    return {};
+}
+
+} // namespace
+
+class TstX11Clipboard : public QObject {
+    Q_OBJECT
+    DesktopSession& desktop() { return *DesktopSession::current(); }
+
+private Q_SLOTS:
+    void initTestCase() { OMBRY_REQUIRE_DESKTOP(); }
+
+    void snapshotAndRestoreKeepEveryFormat() {
+        auto clipboard = x11::makeClipboard();
+        const uint64_t before = clipboard->changeCount();
+
+        // Another application's HTML copy: the snapshot has its bytes under its own type.
+        QVERIFY(desktop().setClipboard("<b>gras</b>", QStringLiteral("text/html")));
+        QTRY_VERIFY(clipboard->changeCount() > before);
+        const ClipboardSnapshot html = clipboard->snapshot();
+        QCOMPARE(formatOf(html, QStringLiteral("text/html")), QByteArray("<b>gras</b>"));
+        for (const auto& [format, bytes] : html) {
+            QVERIFY2(format != QLatin1String("TARGETS") && format != QLatin1String("TIMESTAMP"),
+                     qPrintable(format));
+            QVERIFY(!bytes.isEmpty());
+        }
+
+        // Several formats at once, binary ones byte for byte, served to other clients.
+        const QByteArray png("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\xff\x00\x80", 20);
+        const ClipboardSnapshot several{
+            {QStringLiteral("text/plain"), QStringLiteral("déjà là").toUtf8()},
+            {QStringLiteral("text/html"), QByteArray("<i>déjà</i>")},
+            {QStringLiteral("image/png"), png},
+            {QStringLiteral("application/x-ombry-test"), QByteArray("\0\1\2", 3)},
+        };
+        clipboard->restore(several);
+        QCOMPARE(desktop().readClipboard(QStringLiteral("image/png")).value_or(""), png);
+        QCOMPARE(desktop().readClipboard(QStringLiteral("text/html")).value_or(""),
+                 QByteArray("<i>déjà</i>"));
+        QCOMPARE(desktop().readClipboard(QStringLiteral("application/x-ombry-test")).value_or(""),
+                 QByteArray("\0\1\2", 3));
+        QCOMPARE(desktop().readClipboard().value_or(""), QStringLiteral("déjà là").toUtf8());
+        QCOMPARE(clipboard->text().value_or(QString()), QStringLiteral("déjà là"));
+
+        // The HTML copy comes back after another owner took the clipboard.
+        QVERIFY(desktop().setClipboard("autre"));
+        clipboard->restore(html);
+        QCOMPARE(desktop().readClipboard(QStringLiteral("text/html")).value_or(""),
+                 QByteArray("<b>gras</b>"));
+
+        // An empty snapshot leaves the clipboard empty.
+        clipboard->restore({});
+        QVERIFY(!desktop().readClipboard(QString(), QStringLiteral("clipboard"), 2000));
+        QVERIFY(!clipboard->text());
+        QVERIFY(clipboard->snapshot().isEmpty());
+    }
+
+    void fetchIsToldOnceAndOnlyForOtherClients() {
+        auto clipboard = x11::makeClipboard();
+        int fetched = 0;
+        const uint64_t before = clipboard->changeCount();
+        clipboard->setText(QStringLiteral("Bonjour à tous"), true, [&] { ++fetched; });
+        QVERIFY(clipboard->changeCount() > before);
+
+        // Reading it from this process is not a fetch.
+        QCOMPARE(clipboard->text().value_or(QString()), QStringLiteral("Bonjour à tous"));
+        QCOMPARE(clipboard->snapshot().size() > 0, true);
+        QTest::qWait(100);
+        QCOMPARE(fetched, 0);
+
+        // A clipboard manager copies every new content at once: that is no paste.
+        QCOMPARE(desktop().readClipboardAsManager().value_or(""),
+                 QStringLiteral("Bonjour à tous").toUtf8());
+        QTest::qWait(100);
+        QCOMPARE(fetched, 0);
+
+        QCOMPARE(desktop().readClipboard().value_or(""), QStringLiteral("Bonjour à tous").toUtf8());
+        QTRY_COMPARE(fetched, 1);
+        // The selection holds the same text; any further read is no new fetch.
+        QCOMPARE(desktop().readClipboard(QString(), QStringLiteral("primary")).value_or(""),
+                 QStringLiteral("Bonjour à tous").toUtf8());
+        QCOMPARE(desktop().readClipboard().value_or(""), QStringLiteral("Bonjour à tous").toUtf8());
+        QTest::qWait(100);
+        QCOMPARE(fetched, 1);
+        // The program's own PRIMARY is the text it pasted, not a selection of the user's.
+        QVERIFY(!clipboard->selectedText());
+
+        // Without alsoPrimary, only the clipboard changes.
+        clipboard->setText(QStringLiteral("seul"), false);
+        QCOMPARE(desktop().readClipboard().value_or(""), QByteArray("seul"));
+        QCOMPARE(desktop().readClipboard(QString(), QStringLiteral("primary")).value_or(""),
+                 QStringLiteral("Bonjour à tous").toUtf8());
+    }
+
+    void selectionOfAnotherApplication() {
+        auto clipboard = x11::makeClipboard();
+        QVERIFY(desktop().setClipboard("mot choisi", {}, QStringLiteral("primary")));
+        QCOMPARE(clipboard->selectedText().value_or(QString()), QStringLiteral("mot choisi"));
+        const uint64_t count = clipboard->changeCount();
+        QVERIFY(desktop().setClipboard("copié ailleurs"));
+        QTRY_VERIFY(clipboard->changeCount() > count);
+        QCOMPARE(clipboard->text().value_or(QString()), QStringLiteral("copié ailleurs"));
+        clipboard->clear();
+        QVERIFY(!clipboard->text());
+    }
+};
+
+OMBRY_DESKTOP_TEST_MAIN(TstX11Clipboard)
+#include "tst_x11clipboard.moc"

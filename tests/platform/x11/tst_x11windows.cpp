@@ -1,0 +1,118 @@
+#include "platform/x11/X11Platform.h"
+
+#include "DesktopSession.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <unistd.h>
+
+using namespace ombry;
+using test::DesktopSession;
+
+class TstX11Windows : public QObject {
+    Q_OBJECT
+    DesktopSession& desktop() { return *DesktopSession::current(); }
+
+    QString applicationsDir() const {
+        return qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/applications");
+    }
+
+private Q_SLOTS:
+    void initTestCase() {
+        OMBRY_REQUIRE_DESKTOP();
+        QVERIFY(!qEnvironmentVariableIsEmpty("XDG_DATA_HOME"));
+        QDir(applicationsDir()).removeRecursively();
+    }
+
+    void frontmostAndActivation() {
+        auto windows = x11::makeWindows();
+        QVERIFY2(desktop().openTarget(QStringLiteral("Cible")), qPrintable(desktop().error()));
+        const qulonglong field = desktop().targetWindow();
+        const qint64 fieldPid = desktop().targetPid();
+
+        auto front = windows->frontmost();
+        QVERIFY(front);
+        QCOMPARE(front->id, uint64_t(field));
+        QCOMPARE(front->windowClass, QStringLiteral("Zenity"));
+        QCOMPARE(front->appId, QStringLiteral("zenity")); // no desktop file: the class
+        QCOMPARE(front->name, QStringLiteral("Zenity"));
+        QCOMPARE(front->pid, fieldPid);
+        const AppWindow remembered = *front;
+
+        // Another window comes in front; activating the remembered one brings it back.
+        QVERIFY2(desktop().openTarget(QStringLiteral("Autre")), qPrintable(desktop().error()));
+        QVERIFY(desktop().targetWindow() != field);
+        QCOMPARE(windows->frontmost().value_or(AppWindow{}).id, uint64_t(desktop().targetWindow()));
+        QVERIFY(windows->activate(remembered));
+        QTRY_COMPARE(desktop().activeWindow(), field);
+        QCOMPARE(windows->frontmost().value_or(AppWindow{}).id, uint64_t(field));
+
+        // A window that is gone cannot be activated.
+        AppWindow gone = remembered;
+        gone.id = 0x3ffffff0;
+        QVERIFY(!windows->activate(gone));
+        QVERIFY(!windows->activate(AppWindow{}));
+    }
+
+    void desktopFilesNameTheApplication() {
+        auto windows = x11::makeWindows();
+        QVERIFY2(desktop().openTarget(QStringLiteral("Saisie")), qPrintable(desktop().error()));
+        QCOMPARE(windows->frontmost().value_or(AppWindow{}).appId, QStringLiteral("zenity"));
+
+        // Installed while the program runs: found by its StartupWMClass, named in French.
+        QVERIFY(QDir().mkpath(applicationsDir() + QStringLiteral("/tools")));
+        QFile file(applicationsDir() + QStringLiteral("/tools/org.example.Saisie.desktop"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("[Desktop Entry]\nType=Application\nName=Text entry\n"
+                   "Name[fr]=Champ de saisie\nExec=/usr/bin/zenity --entry\n"
+                   "StartupWMClass=Zenity\n\n[Desktop Action New]\nName=Autre nom\n");
+        file.close();
+        auto front = windows->frontmost();
+        QVERIFY(front);
+        QCOMPARE(front->appId, QStringLiteral("tools-org.example.Saisie"));
+        QCOMPARE(front->name, QStringLiteral("Champ de saisie"));
+        QCOMPARE(front->windowClass, QStringLiteral("Zenity"));
+        QCOMPARE(windows->applicationName(desktop().targetPid()),
+                 QStringLiteral("Champ de saisie"));
+
+        QDir(applicationsDir()).removeRecursively();
+
+        // The user's folder comes before the system's: a hidden entry there hides the
+        // application of the same id, and the window class names it again.
+        QTemporaryDir system;
+        const QByteArray formerDirs = qgetenv("XDG_DATA_DIRS");
+        qputenv("XDG_DATA_DIRS", (system.path() + QStringLiteral(":/usr/share")).toUtf8());
+        QVERIFY(QDir().mkpath(system.filePath(QStringLiteral("applications"))));
+        QVERIFY(QDir().mkpath(applicationsDir()));
+        QFile shipped(system.filePath(QStringLiteral("applications/org.example.Saisie.desktop")));
+        QVERIFY(shipped.open(QIODevice::WriteOnly));
+        shipped.write("[Desktop Entry]\nType=Application\nName=Champ système\n"
+                      "StartupWMClass=zenity\n");
+        shipped.close();
+        QFile hidden(applicationsDir() + QStringLiteral("/org.example.Saisie.desktop"));
+        QVERIFY(hidden.open(QIODevice::WriteOnly));
+        hidden.write("[Desktop Entry]\nType=Application\nName=Masqué\nHidden=true\n");
+        hidden.close();
+        QCOMPARE(windows->frontmost().value_or(AppWindow{}).name, QStringLiteral("Zenity"));
+        QVERIFY(hidden.remove());
+        front = windows->frontmost();
+        QVERIFY(front);
+        QCOMPARE(front->appId, QStringLiteral("org.example.Saisie"));
+        QCOMPARE(front->name, QStringLiteral("Champ système"));
+        qputenv("XDG_DATA_DIRS", formerDirs);
+        QDir(applicationsDir()).removeRecursively();
+    }
+
+    void applicationNameOfProcesses() {
+        auto windows = x11::makeWindows();
+        QCOMPARE(windows->applicationName(getpid()), QStringLiteral("tst_x11windows"));
+        QCOMPARE(windows->applicationName(0), QString());
+        QCOMPARE(windows->applicationName(-1), QString());
+        QCOMPARE(windows->applicationName(0x3ffffff), QString());
+    }
+};
+
+OMBRY_DESKTOP_TEST_MAIN(TstX11Windows)
+#include "tst_x11windows.moc"
