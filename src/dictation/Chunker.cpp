@@ -7,8 +7,9 @@
 #include "desktop/Log.h"
 #include "engines/Cleanup.h"
 #include "engines/GeminiSpeech.h"
-#include "engines/client/Errors.h"
-#include "engines/client/OpenRouter.h"
+#include "net/Errors.h"
+#include "net/OpenRouter.h"
+#include "online/OpenRouterComplete.h"
 
 #include <QTimer>
 #include <coroutine>
@@ -43,11 +44,6 @@ struct PieceAwaiter {
     void await_suspend(std::coroutine_handle<> h) { piece->waiters.push_back(h); }
     Chunker::Result await_resume() const { return piece->result; }
 };
-
-QString describe(const std::exception& e) {
-    if (const auto* error = dynamic_cast<const Error*>(&e)) return error->description();
-    return QString::fromUtf8(e.what());
-}
 
 constexpr int64_t kSilentPeak = 1500;
 constexpr double kMinSpeechSeconds = 0.4;

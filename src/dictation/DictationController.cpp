@@ -2,10 +2,8 @@
 
 #include "audio/AudioRecorder.h"
 #include "audio/Sounds.h"
-#include "correction/Corrector.h"
 #include "correction/Graphemes.h"
 #include "correction/Translator.h"
-#include "correction/VoiceCommand.h"
 #include "data/KeyStore.h"
 #include "data/Records.h"
 #include "data/Settings.h"
@@ -14,118 +12,28 @@
 #include "desktop/Log.h"
 #include "desktop/Paster.h"
 #include "dictation/Chunker.h"
+#include "dictation/DictationSupport.h"
+#include "dictation/RecordingProcessor.h"
 #include "engines/Cleanup.h"
-#include "engines/Deepgram.h"
-#include "engines/GeminiSpeech.h"
 #include "engines/LivePreview.h"
-#include "engines/LocalEngine.h"
-#include "engines/LocalSpeech.h"
-#include "engines/client/Errors.h"
-#include "engines/client/Net.h"
-#include "engines/client/OpenRouter.h"
+#include "net/Net.h"
+#include "net/OpenRouter.h"
 #include "online/OmbryAI.h"
 #include "platform/Clock.h"
-#include "platform/Paths.h"
 #include "platform/Platform.h"
 #include "platform/SerialQueue.h"
 
 #include <QCoreApplication>
-#include <QCoroTimer>
-#include <QDir>
 #include <QPointer>
-#include <QTimer>
-#include <chrono>
 #include <exception>
 
 namespace ombry {
 
-namespace {
-
-// The application id of this program's own windows: a selection there is no voice command
-// target, and a text is never sent back to them by activation.
-const QString kOwnAppId = QStringLiteral("ombry-voice");
-
-// Fillers that, alone, mean nothing was really said.
-const QStringList kFillers{QStringLiteral("euh"), QStringLiteral("heu"), QStringLiteral("hum"),
-                           QStringLiteral("bah"), QStringLiteral("ben")};
-
-// The correction scope of the last hygiene pass of dictated text: punctuation and typography.
-constexpr int kFinishScope = CorrectionScope::Punctuation | CorrectionScope::Typography;
-
-constexpr int kCopySettleMs = 150;
-
-Clock& clock() {
-    return Platform::current().clock();
-}
-
-QCoro::Task<void> sleepMs(int ms) {
-    co_await QCoro::sleepFor(std::chrono::milliseconds(ms));
-}
-
-// Runs `fn` once `ms` of the platform clock have passed, unless `owner` is gone by then. On
-// the system clock this is one timer; a manual clock (tests) is looked at every millisecond
-// until a test has moved it far enough.
-QCoro::Task<void> afterOnClock(QPointer<QObject> owner, int64_t ms, std::function<void()> fn) {
-    const int64_t deadline = clock().elapsedMs() + ms;
-    for (int64_t left = ms; left > 0; left = deadline - clock().elapsedMs()) {
-        if (!owner) co_return;
-        QTimer timer;
-        timer.setSingleShot(true);
-        timer.setTimerType(Qt::PreciseTimer);
-        timer.start(int(std::max<int64_t>(1, clock().maxSleepMs(left))));
-        co_await timer;
-    }
-    if (owner) fn();
-}
-
-// What the user reads of an error.
-QString describe(const std::exception& e) {
-    if (const auto* error = dynamic_cast<const Error*>(&e)) return error->description();
-    return QString::fromUtf8(e.what());
-}
-
-QString seconds(int64_t ms) {
-    return QString::asprintf("%.2f", double(ms) / 1000.0);
-}
-
-QString trimmed(const std::optional<QString>& text) {
-    return text ? text->trimmed() : QString();
-}
-
-std::optional<QString> appIdOf(const std::optional<AppWindow>& app) {
-    if (!app || app->appId.isEmpty()) return std::nullopt;
-    return app->appId;
-}
-
-// The text stripped of punctuation and blanks at both ends, in lower case.
-QString bareWord(const QString& text) {
-    qsizetype from = 0, to = text.size();
-    auto skip = [](QChar c) { return c.isSpace() || c.isPunct(); };
-    while (from < to && skip(text[from]))
-        ++from;
-    while (to > from && skip(text[to - 1]))
-        --to;
-    return text.mid(from, to - from).toLower();
-}
-
-bool isOnlyFiller(const QString& text) {
-    return text.trimmed().isEmpty() || kFillers.contains(bareWord(text));
-}
-
-// Reading aloud in the language of the text: the detected language's code, or the voice's
-// default when the text's language cannot be told.
-void readAloud(const QString& text) {
-    SpeechOutput& speech = Platform::current().speech();
-    speech.stop();
-    QString code;
-    if (const std::optional<QString> name = Translator::detect(text)) {
-        for (const auto& [language, iso] : Translator::codes())
-            if (language == *name) code = iso;
-    }
-    speech.speak(text, code);
-}
-
-} // namespace
+using dictation::afterOnClock;
+using dictation::appIdOf;
+using dictation::clock;
+using dictation::kOwnAppId;
+using dictation::trimmed;
 
 DictationController& DictationController::shared() {
     static DictationController* instance = [] {
@@ -520,238 +428,11 @@ void DictationController::giveFocusBack() {
 
 // ---- From the recording to the text --------------------------------------------------------
 
-QCoro::Task<void> DictationController::activate(const std::optional<AppWindow>& app) {
-    if (app && app->appId != kOwnAppId) Platform::current().windows().activate(*app);
-    // Gives the window manager time to bring the window forward before the keys go out.
-    co_await sleepMs(kActivationSleepMs);
-}
-
 QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
                                                std::optional<AppWindow> app,
                                                std::optional<std::pair<QString, QString>> pre) {
-    AppSettings& settings = AppSettings::shared();
-    Store& store = Store::shared();
-    const int64_t t0 = clock().elapsedMs();
-    const QString name = app && !app->name.isEmpty() ? app->name : QStringLiteral("Inconnue");
-    const std::optional<QString> bundle = appIdOf(app);
-
-    // The watchdog frees the state after 40 s; the pipeline's own await goes on, and a late
-    // answer is still delivered.
-    afterOnClock(this, kWatchdogMs, [this, t0] {
-        if (state_ == State::Processing && clock().elapsedMs() - t0 >= kWatchdogMs) {
-            toIdle();
-            fail(QStringLiteral("Le réseau ne répond pas, réessaie"));
-        }
-    });
-
-    auto close = [this] {
-        toIdle();
-        setCommandText(std::nullopt);
-    };
-    std::optional<QString> failure; // the words of a failure that ends the dictation
-
-    // Transcription.
-    QString raw;
-    QString preClean;
-    const QStringList words = store.words();
-    const QString language = promptName(settings.language());
-    if (pre) {
-        raw = pre->first;
-        preClean = pre->second;
-    } else {
-        const TranscriptionEngine engine = settings.transcriptionEngine();
-        bool local = engine == TranscriptionEngine::Local;
-        if (engine == TranscriptionEngine::Gemini) {
-            std::optional<QString> geminiError;
-            try {
-                raw = co_await GeminiSpeech::transcribe(wav, language, words);
-            } catch (const std::exception& e) {
-                geminiError = describe(e);
-            }
-            if (geminiError) {
-                Log::write(
-                    QStringLiteral("transcription: Gemini indisponible, Local prend le relais (%1)")
-                        .arg(*geminiError));
-                local = true;
-            }
-        }
-        try {
-            if (local)
-                raw = co_await LocalSpeech::transcribe(wav, localeCode(settings.language()), words);
-            else if (engine == TranscriptionEngine::Deepgram)
-                raw = co_await Deepgram::transcribe(wav, settings.deepgramModel(),
-                                                    deepgramCode(settings.language()), words);
-        } catch (const std::exception& e) {
-            failure = describe(e);
-        }
-    }
-    if (failure) {
-        fail(*failure);
-        close();
-        co_return;
-    }
-    Log::write(QStringLiteral("transcription: %1 caractères en %2 s")
-                   .arg(Graphemes::count(raw))
-                   .arg(seconds(clock().elapsedMs() - t0)));
-    if (trimBlanks(raw).isEmpty()) {
-        fail(QStringLiteral("Transcription vide"));
-        close();
-        co_return;
-    }
-
-    // A spoken instruction on the selection comes first, then a voice shortcut; both look at
-    // the raw transcript, before any dictionary rule.
-    if (commandText_) {
-        const QString selected = *commandText_;
-        QString result;
-        try {
-            result = co_await VoiceCommand::apply(raw, selected);
-        } catch (const std::exception& e) {
-            failure = describe(e);
-        }
-        if (failure) {
-            fail(*failure);
-            close();
-            co_return;
-        }
-        setCommandText(std::nullopt);
-        CorrectionRecord record;
-        record.date = clock().now();
-        record.appName = name;
-        record.bundleID = bundle;
-        record.action = QStringLiteral("Commande : ") + raw;
-        record.original = selected;
-        record.result = result;
-        store.addFix(record);
-        co_await activate(app);
-        co_await Paster::paste(result, settings.restoreClipboard());
-        Log::write(QStringLiteral("commande appliquée: « %1 »").arg(raw.left(60)));
-        show(QStringLiteral("Commande appliquée"), false);
-        close();
-        co_return;
-    }
-    if (const std::optional<Snippet> snippet = store.snippet(raw)) {
-        co_await activate(app);
-        co_await Paster::paste(snippet->text, settings.restoreClipboard());
-        Log::write(QStringLiteral("raccourci vocal: « %1 »").arg(snippet->trigger));
-        show(QStringLiteral("Raccourci « %1 »").arg(snippet->trigger), false);
-        close();
-        co_return;
-    }
-
-    OpenRouter::setToneHint(Tone::hint(bundle));
-    const QString corrected = store.applyCorrections(raw);
-    const bool translate = translateThis_;
-    QString text;
-
-    if (!preClean.isEmpty()) {
-        // The pieces were cleaned while the user spoke; a failed translation here ends it.
-        text = Corrector::finish(store.applyCorrections(preClean), kFinishScope);
-        if (translate) {
-            try {
-                text = co_await Translator::translate(text, settings.translateTarget(), false);
-            } catch (const std::exception& e) {
-                failure = describe(e);
-            }
-            if (failure) {
-                fail(*failure);
-                close();
-                co_return;
-            }
-        }
-    } else {
-        const int w = wordCount(corrected);
-        if ((w < 4 || settings.rewriteEngine() == RewriteEngine::None) && !translate) {
-            text = OpenRouter::basicCleanup(corrected);
-        } else if (!translate && OpenRouter::toneHint().isEmpty() &&
-                   settings.transcriptionEngine() == TranscriptionEngine::Gemini &&
-                   OpenRouter::alreadyClean(corrected)) {
-            // A clean speaker costs one speech call and no rewrite.
-            text = OpenRouter::basicCleanup(corrected);
-            if (settings.punctuation() == PunctuationLevel::Light) {
-                text.replace(QStringLiteral(";"), QStringLiteral(","));
-                text.replace(QStringLiteral(", "), QStringLiteral(" "));
-                text.replace(QStringLiteral(","), QString());
-                text.replace(QStringLiteral("  "), QStringLiteral(" "));
-            }
-            text = Corrector::finish(text, kFinishScope);
-            Log::write(QStringLiteral("reformulation évitée : transcription déjà propre"));
-        } else {
-            const QString system = OpenRouter::instructions(language, words);
-            std::optional<QString> rewriteError;
-            if (settings.rewriteEngine() == RewriteEngine::Local) {
-                try {
-                    text = co_await LocalModel::run(system, corrected);
-                } catch (const std::exception& e) {
-                    rewriteError = describe(e);
-                }
-            } else {
-                // Also with the engine "none": a translation still needs the rewrite first.
-                bool remoteFailed = false;
-                try {
-                    text = co_await OpenRouter::complete(system, corrected,
-                                                         settings.openRouterModel());
-                } catch (const std::exception&) {
-                    remoteFailed = true;
-                }
-                if (remoteFailed) {
-                    Log::write(QStringLiteral(
-                        "reformulation: OpenRouter indisponible, Local prend le relais"));
-                    try {
-                        text = co_await LocalModel::run(system, corrected);
-                    } catch (const std::exception& e) {
-                        rewriteError = describe(e);
-                    }
-                }
-            }
-            if (!rewriteError && translate) {
-                try {
-                    text = co_await Translator::translate(text, settings.translateTarget(), false);
-                } catch (const std::exception& e) {
-                    rewriteError = describe(e);
-                }
-            }
-            if (rewriteError) {
-                // The user gets the lightly cleaned text rather than nothing.
-                setLastError(*rewriteError);
-                Log::write(QStringLiteral("reformulation: ") + *rewriteError);
-                text = OpenRouter::basicCleanup(corrected);
-            }
-        }
-    }
-
-    // The record is kept, with its audio, before the delivery, which may still refuse.
-    Dictation dictation;
-    const QString file = uuidText(dictation.id) + QStringLiteral(".wav");
-    Paths::writeFileAtomically(QDir(store.audioFolder()).filePath(file), wav);
-    dictation.date = startedAt_;
-    dictation.appName = name;
-    dictation.bundleID = bundle;
-    dictation.finalText = text;
-    dictation.rawText = raw;
-    dictation.duration = duration;
-    dictation.audioFile = file;
-    store.add(dictation);
-
-    co_await activate(app);
-    if (!hookRunning()) {
-        fail(QStringLiteral("Accessibilité non autorisée"));
-        close();
-        co_return;
-    }
-    const QString final = Hallucination::clean(text);
-    if (isOnlyFiller(final)) {
-        fail(QStringLiteral("Je n'ai rien entendu, parle un peu plus près du micro"));
-        close();
-        co_return;
-    }
-    co_await Paster::paste(final, settings.restoreClipboard());
-    Log::write(QStringLiteral("collé: %1 caractères dans %2, %3 s après la touche")
-                   .arg(Graphemes::count(final))
-                   .arg(app && !app->name.isEmpty() ? app->name : QStringLiteral("?"))
-                   .arg(seconds(clock().elapsedMs() - t0)));
-    show(QStringLiteral("%1 mots").arg(wordCount(final)), false);
-    close();
+    RecordingProcessor processor(*this, {std::move(wav), duration, std::move(app), std::move(pre)});
+    co_await processor.run();
 }
 
 void DictationController::pasteLast() {
@@ -764,122 +445,6 @@ void DictationController::pasteLast() {
         co_await Paster::paste(text, AppSettings::shared().restoreClipboard());
         self->show(QStringLiteral("Dernière dictée recollée"), false);
     }(this, text);
-}
-
-// ---- The selection -------------------------------------------------------------------------
-
-QCoro::Task<void> DictationController::correctSelection(bool alreadyCopied, bool translate) {
-    if (state_ != State::Idle) co_return;
-    if (!hookRunning()) {
-        fail(QStringLiteral("Accessibilité non autorisée"));
-        co_return;
-    }
-    setTranslating(translate);
-    setState(State::Correcting);
-    AppSettings& settings = AppSettings::shared();
-    Clipboard& clipboard = Platform::current().clipboard();
-
-    // After a double Ctrl+C this already holds the selection, which the user asked to copy.
-    const ClipboardSnapshot saved = Paster::snapshot();
-    std::optional<QString> original;
-    if (alreadyCopied) {
-        co_await sleepMs(kCopySettleMs); // the application finishes its own copy
-        co_await Paster::modifierWait();
-        original = clipboard.text();
-        Log::write(QStringLiteral("sélection: Ctrl+C deux fois (%1 caractères)")
-                       .arg(original ? Graphemes::count(*original) : 0));
-    } else {
-        original = co_await Paster::copySelection();
-    }
-    if (trimmed(original).isEmpty()) {
-        clipboard.restore(saved);
-        toIdle();
-        fail(QStringLiteral("Aucun texte sélectionné"));
-        co_return;
-    }
-
-    QString result;
-    std::optional<QString> failure;
-    try {
-        if (translate)
-            result = co_await Translator::translate(*original, settings.translateTarget(), true);
-        else
-            result = (co_await Corrector::correctDetailed(
-                          *original, promptName(settings.language()), Store::shared().words()))
-                         .text;
-    } catch (const std::exception& e) {
-        failure = describe(e);
-    }
-    if (failure) {
-        clipboard.restore(saved);
-        toIdle();
-        fail(*failure);
-        co_return;
-    }
-
-    const std::optional<AppWindow> front = Platform::current().windows().frontmost();
-    const bool changed = Graphemes::canonical(result) != Graphemes::canonical(*original);
-    if (changed) {
-        CorrectionRecord record;
-        record.date = clock().now();
-        record.appName = front && !front->name.isEmpty() ? front->name : QStringLiteral("Inconnue");
-        record.bundleID = appIdOf(front);
-        record.action = translate ? QStringLiteral("Traduire") : QStringLiteral("Corriger");
-        record.original = *original;
-        record.result = result;
-        Store::shared().addFix(record);
-    }
-    Log::write(QStringLiteral("%1: %2 → %3 caractères")
-                   .arg(translate ? QStringLiteral("traduction") : QStringLiteral("correction"))
-                   .arg(Graphemes::count(*original))
-                   .arg(Graphemes::count(result)));
-
-    // A translation of text that cannot be edited (a web page's body) opens beside it and
-    // leaves the page alone. An unknown element counts as editable.
-    if (translate && Paster::focusedIsEditable() == std::optional<bool>(false)) {
-        clipboard.restore(saved);
-        toIdle();
-        QString target = settings.translateTarget();
-        if (Translator::detect(*original) == target)
-            target = target == QStringLiteral("français") ? QStringLiteral("anglais")
-                                                          : QStringLiteral("français");
-        if (onBubble) onBubble(QStringLiteral("Traduit en ") + target, *original, result);
-        co_return;
-    }
-    // The selection still there is replaced; the user's clipboard always comes back.
-    co_await Paster::paste(result, true, saved);
-    toIdle();
-    show(translate ? QStringLiteral("Texte traduit")
-         : changed ? QStringLiteral("Texte corrigé")
-                   : QStringLiteral("Aucune faute"),
-         false);
-}
-
-void DictationController::speakSelection() {
-    // The same key starts and stops the reading.
-    SpeechOutput& speech = Platform::current().speech();
-    if (speech.speaking()) {
-        speech.stop();
-        return;
-    }
-    [](QPointer<DictationController> self) -> QCoro::Task<void> {
-        co_await Paster::modifierWait();
-        if (!self) co_return;
-        std::optional<QString> selected = Paster::selectedTextViaAX();
-        if (trimmed(selected).isEmpty()) {
-            Clipboard& clipboard = Platform::current().clipboard();
-            const ClipboardSnapshot saved = Paster::snapshot();
-            selected = co_await Paster::copySelection();
-            clipboard.restore(saved);
-            if (!self) co_return;
-        }
-        if (trimmed(selected).isEmpty()) {
-            self->fail(QStringLiteral("Aucun texte sélectionné"));
-            co_return;
-        }
-        readAloud(*selected);
-        self->show(QStringLiteral("Lecture à voix haute"), false);
-    }(this);
 }
 
 } // namespace ombry

@@ -99,13 +99,15 @@ public:
     // A flash message, cleared 2 s later unless a newer one replaced it.
     void show(const QString& text, bool error);
 
-    // The pipeline from a finished recording to the text at the cursor. Never throws.
-    // pre: what the chunker already produced (raw, clean), nothing when the engine is to run.
+    // The road from a finished recording to the text at the cursor (RecordingProcessor). Never
+    // throws. pre: what the chunker already produced (raw, clean), nothing when the engine is
+    // to run.
     QCoro::Task<void> process(QByteArray wav, double duration, std::optional<AppWindow> app,
                               std::optional<std::pair<QString, QString>> pre);
     // Pastes the newest dictation again (Ctrl+Alt+V).
     void pasteLast();
 
+    // The actions on the selection (SelectionActions.cpp).
     // Corrects (or translates) the selected text in place; a translation of text that cannot
     // be edited goes to onBubble instead. alreadyCopied: the user's Ctrl+C run put it on the
     // clipboard.
@@ -139,6 +141,9 @@ Q_SIGNALS:
     void handsFreeChanged();
 
 private:
+    // The processing of a recording reports through the controller's state and messages.
+    friend class RecordingProcessor;
+
     void setState(State s);
     void setLastError(const std::optional<QString>& e);
     void setFlash(const std::optional<QString>& f);
@@ -157,9 +162,8 @@ private:
     QCoro::Task<void> finishAndProcess(std::shared_ptr<Chunker> chunker, QByteArray wav,
                                        double duration, QByteArray pcm,
                                        std::optional<AppWindow> app);
-    // Brings the remembered window back to the front before a paste.
+    // Brings the window in front at the key press back after a cancel.
     void giveFocusBack();
-    QCoro::Task<void> activate(const std::optional<AppWindow>& app);
     bool hookRunning();
     void pollTrust();
 

@@ -1,0 +1,338 @@
+#include "dictation/RecordingProcessor.h"
+
+#include "correction/Corrector.h"
+#include "correction/Graphemes.h"
+#include "correction/Translator.h"
+#include "correction/VoiceCommand.h"
+#include "data/Records.h"
+#include "data/Settings.h"
+#include "data/Store.h"
+#include "desktop/Log.h"
+#include "desktop/Paster.h"
+#include "dictation/DictationController.h"
+#include "dictation/DictationSupport.h"
+#include "engines/Cleanup.h"
+#include "engines/Deepgram.h"
+#include "engines/GeminiSpeech.h"
+#include "engines/LocalEngine.h"
+#include "engines/LocalSpeech.h"
+#include "net/Errors.h"
+#include "net/OpenRouter.h"
+#include "online/OpenRouterComplete.h"
+#include "platform/Clock.h"
+#include "platform/Paths.h"
+#include "platform/Platform.h"
+
+#include <QDir>
+#include <exception>
+
+namespace ombry {
+
+using dictation::clock;
+
+namespace {
+
+// Fillers that, alone, mean nothing was really said.
+const QStringList kFillers{QStringLiteral("euh"), QStringLiteral("heu"), QStringLiteral("hum"),
+                           QStringLiteral("bah"), QStringLiteral("ben")};
+
+// The correction scope of the last hygiene pass of dictated text: punctuation and typography.
+constexpr int kFinishScope = CorrectionScope::Punctuation | CorrectionScope::Typography;
+
+QString seconds(int64_t ms) {
+    return QString::asprintf("%.2f", double(ms) / 1000.0);
+}
+
+// The text stripped of punctuation and blanks at both ends, in lower case.
+QString bareWord(const QString& text) {
+    qsizetype from = 0, to = text.size();
+    auto skip = [](QChar c) { return c.isSpace() || c.isPunct(); };
+    while (from < to && skip(text[from]))
+        ++from;
+    while (to > from && skip(text[to - 1]))
+        --to;
+    return text.mid(from, to - from).toLower();
+}
+
+bool isOnlyFiller(const QString& text) {
+    return text.trimmed().isEmpty() || kFillers.contains(bareWord(text));
+}
+
+} // namespace
+
+RecordingProcessor::RecordingProcessor(DictationController& owner, Recording recording)
+    : owner_(owner), in_(std::move(recording)) {}
+
+QCoro::Task<void> RecordingProcessor::run() {
+    t0_ = clock().elapsedMs();
+    appName_ = in_.app && !in_.app->name.isEmpty() ? in_.app->name : QStringLiteral("Inconnue");
+    bundle_ = dictation::appIdOf(in_.app);
+    startWatchdog();
+    // The dictionary's words and the language hold for the whole road, as they were at its start.
+    words_ = Store::shared().words();
+    language_ = promptName(AppSettings::shared().language());
+
+    if (!co_await transcribe()) co_return;
+    if (co_await interpret()) co_return;
+    co_await cleanUp();
+    if (!co_await translate()) co_return;
+    record();
+    co_await deliver();
+}
+
+void RecordingProcessor::startWatchdog() {
+    DictationController* owner = &owner_;
+    const int64_t t0 = t0_;
+    dictation::afterOnClock(owner, DictationController::kWatchdogMs, [owner, t0] {
+        if (owner->state() == DictationController::State::Processing &&
+            clock().elapsedMs() - t0 >= DictationController::kWatchdogMs) {
+            owner->toIdle();
+            owner->fail(QStringLiteral("Le réseau ne répond pas, réessaie"));
+        }
+    });
+}
+
+void RecordingProcessor::close() {
+    owner_.toIdle();
+    owner_.setCommandText(std::nullopt);
+}
+
+void RecordingProcessor::stop(const QString& failure) {
+    owner_.fail(failure);
+    close();
+}
+
+QCoro::Task<void> RecordingProcessor::activate() {
+    if (in_.app && in_.app->appId != dictation::kOwnAppId)
+        Platform::current().windows().activate(*in_.app);
+    // Gives the window manager time to bring the window forward before the keys go out.
+    co_await dictation::sleepMs(DictationController::kActivationSleepMs);
+}
+
+// ---- Transcribe ------------------------------------------------------------------------------
+
+QCoro::Task<bool> RecordingProcessor::transcribe() {
+    AppSettings& settings = AppSettings::shared();
+    if (in_.pre) {
+        raw_ = in_.pre->first;
+    } else {
+        std::optional<QString> failure;
+        const TranscriptionEngine engine = settings.transcriptionEngine();
+        bool local = engine == TranscriptionEngine::Local;
+        if (engine == TranscriptionEngine::Gemini) {
+            std::optional<QString> geminiError;
+            try {
+                raw_ = co_await GeminiSpeech::transcribe(in_.wav, language_, words_);
+            } catch (const std::exception& e) {
+                geminiError = describe(e);
+            }
+            if (geminiError) {
+                Log::write(
+                    QStringLiteral("transcription: Gemini indisponible, Local prend le relais (%1)")
+                        .arg(*geminiError));
+                local = true;
+            }
+        }
+        try {
+            if (local)
+                raw_ = co_await LocalSpeech::transcribe(in_.wav, localeCode(settings.language()),
+                                                        words_);
+            else if (engine == TranscriptionEngine::Deepgram)
+                raw_ = co_await Deepgram::transcribe(in_.wav, settings.deepgramModel(),
+                                                     deepgramCode(settings.language()), words_);
+        } catch (const std::exception& e) {
+            failure = describe(e);
+        }
+        if (failure) {
+            stop(*failure);
+            co_return false;
+        }
+    }
+    Log::write(QStringLiteral("transcription: %1 caractères en %2 s")
+                   .arg(Graphemes::count(raw_))
+                   .arg(seconds(clock().elapsedMs() - t0_)));
+    if (trimBlanks(raw_).isEmpty()) {
+        stop(QStringLiteral("Transcription vide"));
+        co_return false;
+    }
+    co_return true;
+}
+
+// ---- Interpret: a voice command or a voice shortcut ------------------------------------------
+
+// A spoken instruction on the selection comes first, then a voice shortcut; both look at the raw
+// transcript, before any dictionary rule.
+QCoro::Task<bool> RecordingProcessor::interpret() {
+    AppSettings& settings = AppSettings::shared();
+    Store& store = Store::shared();
+    if (const std::optional<QString> command = owner_.commandText()) {
+        const QString selected = *command;
+        QString result;
+        std::optional<QString> failure;
+        try {
+            result = co_await VoiceCommand::apply(raw_, selected);
+        } catch (const std::exception& e) {
+            failure = describe(e);
+        }
+        if (failure) {
+            stop(*failure);
+            co_return true;
+        }
+        owner_.setCommandText(std::nullopt);
+        CorrectionRecord record;
+        record.date = clock().now();
+        record.appName = appName_;
+        record.bundleID = bundle_;
+        record.action = QStringLiteral("Commande : ") + raw_;
+        record.original = selected;
+        record.result = result;
+        store.addFix(record);
+        co_await activate();
+        co_await Paster::paste(result, settings.restoreClipboard());
+        Log::write(QStringLiteral("commande appliquée: « %1 »").arg(raw_.left(60)));
+        owner_.show(QStringLiteral("Commande appliquée"), false);
+        close();
+        co_return true;
+    }
+    if (const std::optional<Snippet> snippet = store.snippet(raw_)) {
+        co_await activate();
+        co_await Paster::paste(snippet->text, settings.restoreClipboard());
+        Log::write(QStringLiteral("raccourci vocal: « %1 »").arg(snippet->trigger));
+        owner_.show(QStringLiteral("Raccourci « %1 »").arg(snippet->trigger), false);
+        close();
+        co_return true;
+    }
+    co_return false;
+}
+
+// ---- Clean up --------------------------------------------------------------------------------
+
+QCoro::Task<void> RecordingProcessor::cleanUp() {
+    AppSettings& settings = AppSettings::shared();
+    Store& store = Store::shared();
+    OpenRouter::setToneHint(Tone::hint(bundle_));
+    corrected_ = store.applyCorrections(raw_);
+    translate_ = owner_.translateThis();
+
+    if (in_.pre && !in_.pre->second.isEmpty()) {
+        // The pieces were cleaned while the user spoke.
+        text_ = Corrector::finish(store.applyCorrections(in_.pre->second), kFinishScope);
+        co_return;
+    }
+    const int w = wordCount(corrected_);
+    if ((w < 4 || settings.rewriteEngine() == RewriteEngine::None) && !translate_) {
+        text_ = OpenRouter::basicCleanup(corrected_);
+        co_return;
+    }
+    if (!translate_ && OpenRouter::toneHint().isEmpty() &&
+        settings.transcriptionEngine() == TranscriptionEngine::Gemini &&
+        OpenRouter::alreadyClean(corrected_)) {
+        // A clean speaker costs one speech call and no rewrite.
+        text_ = OpenRouter::basicCleanup(corrected_);
+        if (settings.punctuation() == PunctuationLevel::Light) {
+            text_.replace(QStringLiteral(";"), QStringLiteral(","));
+            text_.replace(QStringLiteral(", "), QStringLiteral(" "));
+            text_.replace(QStringLiteral(","), QString());
+            text_.replace(QStringLiteral("  "), QStringLiteral(" "));
+        }
+        text_ = Corrector::finish(text_, kFinishScope);
+        Log::write(QStringLiteral("reformulation évitée : transcription déjà propre"));
+        co_return;
+    }
+    const QString system = OpenRouter::instructions(language_, words_);
+    if (settings.rewriteEngine() == RewriteEngine::Local) {
+        try {
+            text_ = co_await LocalModel::run(system, corrected_);
+        } catch (const std::exception& e) {
+            rewriteError_ = describe(e);
+        }
+        co_return;
+    }
+    // Also with the engine "none": a translation still needs the rewrite first.
+    bool remoteFailed = false;
+    try {
+        text_ = co_await OpenRouter::complete(system, corrected_, settings.openRouterModel());
+    } catch (const std::exception&) {
+        remoteFailed = true;
+    }
+    if (remoteFailed) {
+        Log::write(QStringLiteral("reformulation: OpenRouter indisponible, Local prend le relais"));
+        try {
+            text_ = co_await LocalModel::run(system, corrected_);
+        } catch (const std::exception& e) {
+            rewriteError_ = describe(e);
+        }
+    }
+}
+
+// ---- Translate -------------------------------------------------------------------------------
+
+QCoro::Task<bool> RecordingProcessor::translate() {
+    const bool pieces = in_.pre && !in_.pre->second.isEmpty();
+    if (translate_ && !rewriteError_) {
+        std::optional<QString> failure;
+        try {
+            text_ = co_await Translator::translate(text_, AppSettings::shared().translateTarget(),
+                                                   false);
+        } catch (const std::exception& e) {
+            failure = describe(e);
+        }
+        if (failure) {
+            // Text cleaned piece by piece has no rewrite to fall back on: the dictation ends.
+            if (pieces) {
+                stop(*failure);
+                co_return false;
+            }
+            rewriteError_ = failure;
+        }
+    }
+    if (rewriteError_) {
+        // The user gets the lightly cleaned text rather than nothing.
+        owner_.setLastError(*rewriteError_);
+        Log::write(QStringLiteral("reformulation: ") + *rewriteError_);
+        text_ = OpenRouter::basicCleanup(corrected_);
+    }
+    co_return true;
+}
+
+// ---- Record ----------------------------------------------------------------------------------
+
+// The record is kept, with its audio, before the delivery, which may still refuse.
+void RecordingProcessor::record() {
+    Store& store = Store::shared();
+    Dictation dictation;
+    const QString file = uuidText(dictation.id) + QStringLiteral(".wav");
+    Paths::writeFileAtomically(QDir(store.audioFolder()).filePath(file), in_.wav);
+    dictation.date = owner_.startedAt_;
+    dictation.appName = appName_;
+    dictation.bundleID = bundle_;
+    dictation.finalText = text_;
+    dictation.rawText = raw_;
+    dictation.duration = in_.duration;
+    dictation.audioFile = file;
+    store.add(dictation);
+}
+
+// ---- Deliver ---------------------------------------------------------------------------------
+
+QCoro::Task<void> RecordingProcessor::deliver() {
+    co_await activate();
+    if (!owner_.hookRunning()) {
+        stop(QStringLiteral("Accessibilité non autorisée"));
+        co_return;
+    }
+    const QString final = Hallucination::clean(text_);
+    if (isOnlyFiller(final)) {
+        stop(QStringLiteral("Je n'ai rien entendu, parle un peu plus près du micro"));
+        co_return;
+    }
+    co_await Paster::paste(final, AppSettings::shared().restoreClipboard());
+    Log::write(QStringLiteral("collé: %1 caractères dans %2, %3 s après la touche")
+                   .arg(Graphemes::count(final))
+                   .arg(in_.app && !in_.app->name.isEmpty() ? in_.app->name : QStringLiteral("?"))
+                   .arg(seconds(clock().elapsedMs() - t0_)));
+    owner_.show(QStringLiteral("%1 mots").arg(wordCount(final)), false);
+    close();
+}
+
+} // namespace ombry
