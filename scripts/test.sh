@@ -9,6 +9,8 @@ jobs=$(nproc)
 # A compiler cache, when the machine has one, makes a second run of this script quick.
 launcher=()
 command -v ccache >/dev/null 2>&1 && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+# Paths inside the clone count relative to it, so another clone of the same tree hits the cache.
+export CCACHE_BASEDIR="$PWD"
 export QT_QPA_PLATFORM=offscreen
 # The desktop tests start their own Xvfb and PulseAudio; nothing here may reach the user's own.
 unset DISPLAY WAYLAND_DISPLAY PULSE_SERVER
