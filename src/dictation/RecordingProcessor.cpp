@@ -72,10 +72,15 @@ QCoro::Task<void> RecordingProcessor::run() {
     words_ = Store::shared().words();
     language_ = promptName(AppSettings::shared().language());
 
-    if (!co_await transcribe()) co_return;
-    if (co_await interpret()) co_return;
+    // Each result is awaited into a local first: GCC 12 resumes a frame that is gone when a
+    // member coroutine is awaited inside an if condition.
+    const bool transcribed = co_await transcribe();
+    if (!transcribed) co_return;
+    const bool interpreted = co_await interpret();
+    if (interpreted) co_return;
     co_await cleanUp();
-    if (!co_await translate()) co_return;
+    const bool translated = co_await translate();
+    if (!translated) co_return;
     record();
     co_await deliver();
 }
