@@ -29,9 +29,8 @@ QWidget* SettingsPage::correction() {
     QVBoxLayout* c1 = addCard(v, QStringLiteral("Relecture"));
     addSwitch(c1, "languageToolSwitch", settings_, &AppSettings::useLanguageTool,
               &AppSettings::setUseLanguageTool, QStringLiteral("LanguageTool"), QString());
-    QCheckBox* local =
-        addSwitch(c1, "localReviewSwitch", settings_, &AppSettings::correctorUsesLocalModel,
-                  &AppSettings::setCorrectorUsesLocalModel, QStringLiteral("IA locale"), QString());
+    addSwitch(c1, "localReviewSwitch", settings_, &AppSettings::correctorUsesLocalModel,
+              &AppSettings::setCorrectorUsesLocalModel, QStringLiteral("IA locale"), QString());
     localReviewNote_ =
         text(QStringLiteral("non disponible sur cet ordinateur (modèle local requis)"), "bad");
     localReviewNote_->setVisible(!localModelAvailable_);
