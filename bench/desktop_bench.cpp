@@ -17,6 +17,7 @@
 #include "ChunkWaits.h"
 #include "DesktopProgram.h"
 #include "DesktopSession.h"
+#include "SessionBus.h"
 #include "Services.h"
 #include "SoundServer.h"
 #include "TestHttpServer.h"
@@ -344,7 +345,10 @@ int main(int argc, char** argv) {
     qputenv("XDG_CACHE_HOME", home.filePath("cache").toUtf8());
     qputenv("OMBRY_SITE_URL", "");
     qputenv("OPENROUTER_API_KEY", "sk-or-bench");
-    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+    // A private session bus: the field in front answers on its accessibility bus, so the
+    // program's questions to it are in the measured road, as on a real desktop.
+    SessionBus bus;
+    if (!bus.start()) std::fprintf(stderr, "pas de bus de session: sans accessibilité\n");
     qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     if (qEnvironmentVariableIsEmpty("OMBRY_BINARY")) qputenv("OMBRY_BINARY", OMBRY_PROGRAM_PATH);

@@ -162,6 +162,10 @@ void HotkeyMonitor::handleKeyDown(const KeyEvent& e) {
             if (this->*callback) (this->*callback)();
         });
     };
+    // With the dictation key held, any other key may make its press a chord.
+    if (down_ && !e.autoRepeat && !e.postedBySelf &&
+        !(postedByOther(e) && !settings().acceptPostedKeys()) && onKeyDuringHold)
+        onKeyDuringHold();
     if (e.keyCode == keycode::Escape && dictating()) {
         later(&HotkeyMonitor::onCancel);
         return;

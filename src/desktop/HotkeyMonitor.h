@@ -31,6 +31,8 @@ public:
     std::function<void()> onPress, onRelease, onCorrect, onDoubleCopy, onTripleCopy, onSpeak;
     std::function<void()> onCancel;    // Escape while a dictation records
     std::function<void()> onPasteLast; // Ctrl+Alt+V
+    // A key that is not a modifier went down while the dictation key is held (called at once).
+    std::function<void()> onKeyDuringHold;
     std::function<bool()> isDictating; // true while the controller records
 
     // Starts listening and writes "hotkey: ..." to the journal.

@@ -152,12 +152,79 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
     QTimer::singleShot(kRestoreTimeoutMs, [pending] { restoreOnce(pending); });
 }
 
-std::optional<QString> selectedTextViaAX() {
-    return clipboard().selectedText();
+QCoro::Task<std::optional<FocusedElement>> focusedInFront() {
+    Platform& p = Platform::current();
+    const std::optional<AppWindow> front = p.windows().frontmost();
+    // With the window in front known, only its process is asked: a focus kept by another
+    // application (a browser in the background) is not the user's.
+    const int64_t pid = front ? front->pid : 0;
+    if (front && pid <= 0) co_return std::nullopt;
+    std::optional<FocusedElement> focus = co_await p.accessibility().focused(pid);
+    co_return focus;
 }
 
-std::optional<bool> focusedIsEditable() {
-    return std::nullopt;
+QCoro::Task<std::optional<QString>> selectedTextViaAX() {
+    const std::optional<FocusedElement> focus = co_await focusedInFront();
+    if (focus) {
+        if (!focus->selection || focus->selection->isEmpty()) co_return std::nullopt;
+        co_return focus->selection;
+    }
+    Platform& p = Platform::current();
+    const std::optional<AppWindow> front = p.windows().frontmost();
+    if (!front || !clipboard().primaryOwnedBy(*front)) co_return std::nullopt;
+    co_return clipboard().selectedText();
+}
+
+QCoro::Task<std::optional<bool>> focusedIsEditable() {
+    const std::optional<FocusedElement> focus = co_await focusedInFront();
+    if (!focus) co_return std::nullopt;
+    co_return focus->editable;
+}
+
+bool landed(const FocusedElement& before, const FocusedElement& after, const QString& text,
+            const std::optional<QString>& beforeCaret) {
+    const int length = int(text.toUcs4().size());
+    const int replaced = before.selection ? int(before.selection->toUcs4().size()) : 0;
+    if (before.characterCount >= 0 && after.characterCount >= 0 &&
+        after.characterCount - before.characterCount == length - replaced && length != replaced)
+        return true;
+    return beforeCaret && !text.isEmpty() && *beforeCaret == text;
+}
+
+QCoro::Task<std::optional<bool>> checkLanded(FocusedElement before, QString text) {
+    if (!before.hasText) co_return std::nullopt;
+    Accessibility& a11y = Platform::current().accessibility();
+    const int length = int(text.toUcs4().size());
+    // The target reads the clipboard and inserts the text at its own pace.
+    for (const int waitMs : {150, 250, 400, 600}) {
+        co_await QCoro::sleepFor(std::chrono::milliseconds(waitMs));
+        const std::optional<FocusedElement> after = co_await a11y.reread(before.element);
+        if (!after || !after->hasText) co_return std::nullopt;
+        std::optional<QString> tail;
+        if (after->caretOffset >= length)
+            tail =
+                co_await a11y.text(after->element, after->caretOffset - length, after->caretOffset);
+        if (landed(before, *after, text, tail)) co_return true;
+    }
+    co_return false;
+}
+
+QCoro::Task<void> pasteAndCheck(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
+                                std::function<void()> onLost) {
+    // Asked while the paste waits for the user's modifiers, so the look costs the paste nothing.
+    QCoro::Task<std::optional<FocusedElement>> asking = focusedInFront();
+    co_await paste(text, restore, std::move(saved));
+    const std::optional<FocusedElement> before = co_await asking;
+    if (!before || !before->hasText) co_return;
+    const std::optional<AppWindow> front = Platform::current().windows().frontmost();
+    const QString app = front && !front->name.isEmpty() ? front->name : before->applicationName;
+    [](FocusedElement before, QString text, QString app,
+       std::function<void()> onLost) -> QCoro::Task<void> {
+        const std::optional<bool> arrived = co_await checkLanded(before, text);
+        if (arrived != std::optional<bool>(false)) co_return;
+        Log::write(QStringLiteral("collage: non arrivé (%1)").arg(app));
+        if (onLost) onLost();
+    }(*before, text, app, std::move(onLost));
 }
 
 QCoro::Task<std::optional<QString>> copySelection() {
@@ -168,8 +235,9 @@ QCoro::Task<std::optional<QString>> copySelection() {
     Log::write(QStringLiteral("sélection: appli %1, touches 0x%2")
                    .arg(name, QString::number(HotkeyMonitor::lastModifierFlags(), 16)));
 
-    if (const auto selected = selectedTextViaAX(); selected && !selected->trimmed().isEmpty()) {
-        Log::write(QStringLiteral("sélection lue dans la sélection primaire (%1 caractères)")
+    const std::optional<QString> selected = co_await selectedTextViaAX();
+    if (selected && !selected->trimmed().isEmpty()) {
+        Log::write(QStringLiteral("sélection lue par accessibilité (%1 caractères)")
                        .arg(selected->size()));
         co_return selected;
     }

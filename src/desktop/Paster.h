@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Accessibility.h"
 #include "platform/Desktop.h"
 
 #include <QString>
@@ -36,14 +37,39 @@ ClipboardSnapshot snapshot();
 QCoro::Task<void> paste(QString text, bool restore,
                         std::optional<ClipboardSnapshot> saved = std::nullopt);
 
+// paste(), then a look at whether the text arrived in the focused element of the window in
+// front, where its application exposes its text: when it did not, the journal says
+// "collage: non arrivé ({app})" and `onLost` is called (the caller shows the text to copy).
+// The task ends when the keys were posted; the look goes on after it.
+QCoro::Task<void> pasteAndCheck(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
+                                std::function<void()> onLost);
+
 // Posts Ctrl+key at once (key 9 is V, 8 is C).
 bool command(uint16_t key);
 
-// The text selected in the application in front (the PRIMARY selection).
-std::optional<QString> selectedTextViaAX();
+// The focused element of the window in front, as its application reports it on the
+// accessibility bus; none when the application in front exposes nothing (or does not answer
+// in time). Never waits long: every question has a short deadline.
+QCoro::Task<std::optional<FocusedElement>> focusedInFront();
 
-// Whether the focused element takes text; nullopt (unknown, callers treat it as yes) on X11.
-std::optional<bool> focusedIsEditable();
+// The text selected in the window in front: the selection of its focused element; where its
+// application exposes nothing, the PRIMARY selection when the window in front owns it (never a
+// selection left in another window). nullopt when none.
+QCoro::Task<std::optional<QString>> selectedTextViaAX();
+
+// Whether the focused element of the window in front takes text; nullopt when its
+// application does not say.
+QCoro::Task<std::optional<bool>> focusedIsEditable();
+
+// Whether `text`, pasted into the element described by `before`, is there now: its text grew
+// by the pasted length (less the selection it replaced), or the text before its caret is the
+// pasted text. `after` is the element asked again, `beforeCaret` its text ending at the caret.
+bool landed(const FocusedElement& before, const FocusedElement& after, const QString& text,
+            const std::optional<QString>& beforeCaret);
+
+// After a paste into `before`: asks the element again for a moment and tells whether the text
+// arrived; nullopt when the element cannot tell (it exposes no text).
+QCoro::Task<std::optional<bool>> checkLanded(FocusedElement before, QString text);
 
 // The selection by any means: the PRIMARY selection, else Ctrl+C and the clipboard. Clears the
 // clipboard and leaves the copied text on it: the caller snapshots before and restores.

@@ -65,6 +65,7 @@ DictationController::DictationController(QObject* parent)
     hotkey_->onSpeak = [this] { speakSelection(); };
     hotkey_->onCancel = [this] { cancel(); };
     hotkey_->onPasteLast = [this] { pasteLast(); };
+    hotkey_->onKeyDuringHold = [this] { keyDuringHold(); };
     hotkey_->isDictating = [this] { return state_ == State::Recording; };
 
     recorder_->onLevel = [this](double value) {
@@ -232,15 +233,23 @@ void DictationController::warmUpAudio() {
 
 // ---- The dictation key -------------------------------------------------------------------
 
-// A hold of 0.6 s or more is hold-to-talk: the release ends the recording. A shorter tap
-// starts a hands-free recording that the next press ends. That press must come 0.7 s or more
-// after the first one: the second press of a quick double tap is swallowed instead of ending
-// a recording that has only just begun.
+// A press captures at once but shows nothing yet: the press may be a chord (AltGr types
+// "@ # € { }" on French keyboards), which a key that is not a modifier, pressed in the first
+// 0.6 s of the hold, reveals. The recording shows (sound, strip) when the hold reaches 0.6 s,
+// which makes it hold-to-talk, or at a release before that, which makes it hands-free; the
+// next press ends a hands-free recording. That press must come 0.7 s or more after the first
+// one: the second press of a quick double tap is swallowed instead of ending a recording that
+// has only just begun. The audio of the first 0.6 s is in the recording all the same.
 void DictationController::handlePress() {
     const int64_t now = clock().elapsedMs();
     if (!handsFree_) {
         pressedAtMs_ = now;
-        begin();
+        chordHeld_ = false;
+        arm();
+        const uint64_t press = pressId_;
+        afterOnClock(this, kHoldMs, [this, press] {
+            if (press == pressId_ && arming_) showRecording();
+        });
         return;
     }
     if (now - pressedAtMs_ < kDoubleTapGuardMs) return;
@@ -249,6 +258,18 @@ void DictationController::handlePress() {
 }
 
 void DictationController::handleRelease() {
+    if (chordHeld_) {
+        chordHeld_ = false;
+        return;
+    }
+    if (arming_) {
+        showRecording();
+        if (state_ == State::Recording) {
+            setHandsFree(true);
+            Log::write(QStringLiteral("dictée sans les mains"));
+        }
+        return;
+    }
     if (state_ != State::Recording || handsFree_) return;
     if (clock().elapsedMs() - pressedAtMs_ < kHoldMs) {
         setHandsFree(true);
@@ -258,20 +279,45 @@ void DictationController::handleRelease() {
     end();
 }
 
-void DictationController::begin() {
-    if (state_ != State::Idle) {
-        if (state_ == State::Processing || state_ == State::Correcting)
-            show(QStringLiteral("Un instant, je termine…"), false);
-        return;
+void DictationController::keyDuringHold() {
+    // Later in a long hold, keys do nothing to the dictation.
+    if (!arming_) return;
+    arming_ = false;
+    chordHeld_ = true;
+    ++pressId_;
+    ++captureId_;
+    refusal_.reset();
+    if (capturing_) {
+        capturing_ = false;
+        audioQueue_->async([this] {
+            recorder_->stop();
+            recorder_->warmUp();
+        });
     }
+    selectionPending_ = false;
+    setCommandText(std::nullopt);
+    Log::write(QStringLiteral("touche: accord, dictée ignorée"));
+}
+
+void DictationController::begin() {
+    arm();
+    showRecording();
+}
+
+void DictationController::arm() {
+    ++pressId_;
+    refusal_.reset();
+    arming_ = true;
+    busyAtPress_ = state_ != State::Idle;
+    if (busyAtPress_) return;
     AppSettings& settings = AppSettings::shared();
     if (settings.transcriptionEngine() == TranscriptionEngine::Deepgram &&
         !KeyStore::shared().key(APIService::Deepgram)) {
-        fail(QStringLiteral("Clé Deepgram absente"));
+        refusal_ = QStringLiteral("Clé Deepgram absente");
         return;
     }
     if (!Platform::current().audio().microphoneAvailable()) {
-        fail(QStringLiteral("Micro non autorisé"));
+        refusal_ = QStringLiteral("Micro non autorisé");
         return;
     }
     // The text goes back to the window in front at the key press, wherever the user is when
@@ -284,57 +330,102 @@ void DictationController::begin() {
         setTranslateThis(true);
     else
         setTranslateThis(appId && settings.translateApps().contains(*appId));
-
     setCommandText(std::nullopt);
-    if (settings.voiceCommands() && appId != kOwnAppId) {
-        const std::optional<QString> selected = Paster::selectedTextViaAX();
-        if (!trimmed(selected).isEmpty()) {
-            setCommandText(selected);
-            Log::write(QStringLiteral("commande: %1 caractères sélectionnés")
-                           .arg(Graphemes::count(*selected)));
-        }
-    }
+    selectionPending_ = false;
+    startedAt_ = clock().now();
+    cancelled_ = false;
+    capturing_ = true;
+    const uint64_t capture = ++captureId_;
 
+    const QString appName =
+        targetApp_ && !targetApp_->name.isEmpty() ? targetApp_->name : QStringLiteral("?");
+    audioQueue_->async([this, appName, capture] {
+        try {
+            recorder_->start();
+        } catch (const std::exception& e) {
+            const QString reason = QString::fromUtf8(e.what());
+            QMetaObject::invokeMethod(
+                this, [this, reason, capture] { captureFailed(reason, capture); },
+                Qt::QueuedConnection);
+            return;
+        }
+        Log::write(QStringLiteral("enregistrement: début (appli %1)").arg(appName));
+        QMetaObject::invokeMethod(
+            this, [this, capture] { captureStarted(capture); }, Qt::QueuedConnection);
+    });
+}
+
+void DictationController::captureFailed(const QString& reason, uint64_t capture) {
+    if (capture != captureId_) return;
+    capturing_ = false;
+    Log::write(QStringLiteral("audio: démarrage impossible (%1)").arg(reason));
+    if (arming_) {
+        // Said when the press turns out to be a dictation; a chord says nothing.
+        refusal_ = QStringLiteral("Micro indisponible");
+        return;
+    }
+    if (state_ != State::Recording) return;
+    toIdle();
+    preview_->stop();
+    chunker_.reset();
+    fail(QStringLiteral("Micro indisponible"));
+}
+
+// The selection that a voice command would act on is read once the microphone records, never
+// before: an application that does not answer the question must not delay the recording.
+void DictationController::captureStarted(uint64_t capture) {
+    if (capture != captureId_ || !capturing_) return;
+    const std::optional<QString> appId = appIdOf(targetApp_);
+    if (!AppSettings::shared().voiceCommands() || appId == kOwnAppId) return;
+    selectionPending_ = true;
+    [](QPointer<DictationController> self, uint64_t capture) -> QCoro::Task<void> {
+        const std::optional<QString> selected = co_await Paster::selectedTextViaAX();
+        if (!self || capture != self->captureId_) co_return;
+        self->selectionPending_ = false;
+        if (trimmed(selected).isEmpty()) co_return;
+        self->setCommandText(selected);
+        Log::write(QStringLiteral("commande: %1 caractères sélectionnés")
+                       .arg(Graphemes::count(*selected)));
+        // A command is never cut in pieces.
+        if (self->chunker_) {
+            self->chunker_->cancelAll();
+            self->chunker_.reset();
+        }
+    }(this, capture);
+}
+
+void DictationController::showRecording() {
+    if (!arming_) return;
+    arming_ = false;
+    if (busyAtPress_) {
+        if (state_ == State::Processing || state_ == State::Correcting)
+            show(QStringLiteral("Un instant, je termine…"), false);
+        return;
+    }
+    if (refusal_) {
+        const QString message = *refusal_;
+        refusal_.reset();
+        fail(message);
+        return;
+    }
+    AppSettings& settings = AppSettings::shared();
     if (settings.sounds()) playSound(Sound::Tink);
     if (onRecordingBegins) onRecordingBegins();
     setState(State::Recording);
-    startedAt_ = clock().now();
     setLiveText(QString());
     if (settings.livePreview()) preview_->start(localeCode(settings.language()), false, false);
-    cancelled_ = false;
 
     // Long dictations are transcribed and cleaned piece by piece while the user speaks, when
     // the remote speech engine and the remote rewrite both serve it. Never for a command.
     chunker_.reset();
     if (settings.transcriptionEngine() == TranscriptionEngine::Gemini &&
         settings.rewriteEngine() == RewriteEngine::OpenRouter && !commandText_ && hasRemote())
-        chunker_ = std::make_shared<Chunker>(Tone::hint(appId));
-
-    const QString appName =
-        targetApp_ && !targetApp_->name.isEmpty() ? targetApp_->name : QStringLiteral("?");
-    audioQueue_->async([this, appName] {
-        try {
-            recorder_->start();
-        } catch (const std::exception& e) {
-            const QString reason = QString::fromUtf8(e.what());
-            QMetaObject::invokeMethod(
-                this,
-                [this, reason] {
-                    Log::write(QStringLiteral("audio: démarrage impossible (%1)").arg(reason));
-                    toIdle();
-                    preview_->stop();
-                    chunker_.reset();
-                    fail(QStringLiteral("Micro indisponible"));
-                },
-                Qt::QueuedConnection);
-            return;
-        }
-        Log::write(QStringLiteral("enregistrement: début (appli %1)").arg(appName));
-    });
+        chunker_ = std::make_shared<Chunker>(Tone::hint(appIdOf(targetApp_)));
 }
 
 void DictationController::end() {
     if (state_ != State::Recording) return;
+    capturing_ = false;
     if (AppSettings::shared().sounds()) playSound(Sound::Pop);
     preview_->stop();
     setState(State::Processing);
@@ -377,6 +468,12 @@ QCoro::Task<void> DictationController::finishAndProcess(std::shared_ptr<Chunker>
                                                         QByteArray wav, double duration,
                                                         QByteArray pcm,
                                                         std::optional<AppWindow> app) {
+    // A voice command's selection still being read is waited for (its questions have short
+    // deadlines).
+    QPointer<DictationController> self(this);
+    for (int i = 0; i < kSelectionWaitMs / 10 && self && selectionPending_; ++i)
+        co_await dictation::sleepMs(10);
+    if (!self) co_return;
     std::optional<std::pair<QString, QString>> pre;
     if (chunker && chunker->taskCount() > 0) {
         // Pieces that failed are not patched: without a result the whole recording goes to
@@ -392,6 +489,9 @@ QCoro::Task<void> DictationController::finishAndProcess(std::shared_ptr<Chunker>
 void DictationController::cancel() {
     if (state_ != State::Recording) return;
     cancelled_ = true;
+    capturing_ = false;
+    ++captureId_;
+    selectionPending_ = false;
     setHandsFree(false);
     if (chunker_) chunker_->cancelAll();
     preview_->stop();
@@ -435,6 +535,16 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
     co_await processor.run();
 }
 
+void DictationController::showNotPasted(const QString& text) {
+    if (onBubble) onBubble(QStringLiteral("Texte non collé"), QString(), text);
+}
+
+std::function<void()> DictationController::notPasted(const QString& text) {
+    return [self = QPointer<DictationController>(this), text] {
+        if (self) self->showNotPasted(text);
+    };
+}
+
 void DictationController::pasteLast() {
     if (state_ != State::Idle || Store::shared().dictations().isEmpty()) return;
     // As stored: the text of the record, before the last hallucination pass.
@@ -442,7 +552,8 @@ void DictationController::pasteLast() {
     [](QPointer<DictationController> self, QString text) -> QCoro::Task<void> {
         co_await Paster::modifierWait();
         if (!self) co_return;
-        co_await Paster::paste(text, AppSettings::shared().restoreClipboard());
+        co_await Paster::pasteAndCheck(text, AppSettings::shared().restoreClipboard(), std::nullopt,
+                                       self->notPasted(text));
         self->show(QStringLiteral("Dernière dictée recollée"), false);
     }(this, text);
 }

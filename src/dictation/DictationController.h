@@ -80,15 +80,20 @@ public:
     // Opens the sound server connection ahead of the first dictation.
     void warmUpAudio();
 
-    // The dictation key went down: begins a recording, or ends a hands-free one (a press
-    // within kDoubleTapGuardMs of the one that began it is ignored).
+    // The dictation key went down: starts capturing, shown as a recording once the hold
+    // reaches kHoldMs or at an earlier release; or ends a hands-free one (a press within
+    // kDoubleTapGuardMs of the one that began it is ignored).
     void handlePress();
     // The dictation key went up: ends a recording held kHoldMs or more; a shorter tap makes it
     // hands-free.
     void handleRelease();
+    // A key that is not a modifier went down while the dictation key is held: in the first
+    // kHoldMs the press was a chord (AltGr + a key), and nothing of a dictation happens.
+    void keyDuringHold();
 
-    // Starts a recording when idle (checks, target window, translation, voice command, chunker,
-    // the recorder on the audio queue); says "Un instant, je termine…" when busy.
+    // Starts a recording at once when idle (checks, target window, translation, the recorder
+    // on the audio queue, then the sound, the strip and the chunker); says "Un instant, je
+    // termine…" when busy.
     void begin();
     // Stops the recording and hands it to the pipeline.
     void end();
@@ -104,6 +109,10 @@ public:
     // to run.
     QCoro::Task<void> process(QByteArray wav, double duration, std::optional<AppWindow> app,
                               std::optional<std::pair<QString, QString>> pre);
+    // A text that was pasted but did not arrive: the result card shows it with its copy button.
+    void showNotPasted(const QString& text);
+    // What to call when a paste of `text` did not arrive, as long as this controller lives.
+    std::function<void()> notPasted(const QString& text);
     // Pastes the newest dictation again (Ctrl+Alt+V).
     void pasteLast();
 
@@ -126,6 +135,8 @@ public:
     static constexpr int kWatchdogMs = 40000;
     static constexpr int kTrustPollMs = 2000;
     static constexpr int kActivationSleepMs = 80;
+    // The longest wait of a finished recording for the selection of its voice command.
+    static constexpr int kSelectionWaitMs = 3000;
 
 Q_SIGNALS:
     void stateChanged();
@@ -156,6 +167,14 @@ private:
     void setTrusted(bool t);
     void setHandsFree(bool h);
     void toIdle();
+
+    // The silent part of a press: checks, target window, the capture on the audio queue.
+    void arm();
+    // The visible part: the sound, the strip, the live preview and the chunker; or what
+    // refused the press.
+    void showRecording();
+    void captureStarted(uint64_t capture);
+    void captureFailed(const QString& reason, uint64_t capture);
 
     // What follows the recorder's stop, back on the main thread.
     void afterStop(QByteArray wav, double duration, QByteArray pcm, std::optional<AppWindow> app);
@@ -189,6 +208,15 @@ private:
     std::optional<AppWindow> targetApp_;
     QDateTime startedAt_;
     int64_t pressedAtMs_ = 0;
+    // The press not shown yet, which a chord may still cancel.
+    bool arming_ = false;
+    bool busyAtPress_ = false;
+    std::optional<QString> refusal_; // what the press will say instead of recording
+    bool chordHeld_ = false;         // the key of a chord is still down: its release is nothing
+    bool capturing_ = false;
+    bool selectionPending_ = false;
+    uint64_t pressId_ = 0;   // each press; a timer or answer of an older one is dropped
+    uint64_t captureId_ = 0; // each capture started
 };
 
 } // namespace ombry

@@ -193,7 +193,8 @@ QCoro::Task<bool> RecordingProcessor::interpret() {
         record.result = result;
         store.addFix(record);
         co_await activate();
-        co_await Paster::paste(result, settings.restoreClipboard());
+        co_await Paster::pasteAndCheck(result, settings.restoreClipboard(), std::nullopt,
+                                       owner_.notPasted(result));
         Log::write(QStringLiteral("commande appliquée: « %1 »").arg(raw_.left(60)));
         owner_.show(QStringLiteral("Commande appliquée"), false);
         close();
@@ -201,7 +202,8 @@ QCoro::Task<bool> RecordingProcessor::interpret() {
     }
     if (const std::optional<Snippet> snippet = store.snippet(raw_)) {
         co_await activate();
-        co_await Paster::paste(snippet->text, settings.restoreClipboard());
+        co_await Paster::pasteAndCheck(snippet->text, settings.restoreClipboard(), std::nullopt,
+                                       owner_.notPasted(snippet->text));
         Log::write(QStringLiteral("raccourci vocal: « %1 »").arg(snippet->trigger));
         owner_.show(QStringLiteral("Raccourci « %1 »").arg(snippet->trigger), false);
         close();
@@ -331,7 +333,8 @@ QCoro::Task<void> RecordingProcessor::deliver() {
         stop(QStringLiteral("Je n'ai rien entendu, parle un peu plus près du micro"));
         co_return;
     }
-    co_await Paster::paste(final, AppSettings::shared().restoreClipboard());
+    co_await Paster::pasteAndCheck(final, AppSettings::shared().restoreClipboard(), std::nullopt,
+                                   owner_.notPasted(final));
     Log::write(QStringLiteral("collé: %1 caractères dans %2, %3 s après la touche")
                    .arg(Graphemes::count(final))
                    .arg(in_.app && !in_.app->name.isEmpty() ? in_.app->name : QStringLiteral("?"))

@@ -113,7 +113,9 @@ QCoro::Task<void> DictationController::correctSelection(bool alreadyCopied, bool
 
     // A translation of text that cannot be edited (a web page's body) opens beside it and
     // leaves the page alone. An unknown element counts as editable.
-    if (translate && Paster::focusedIsEditable() == std::optional<bool>(false)) {
+    std::optional<bool> editable;
+    if (translate) editable = co_await Paster::focusedIsEditable();
+    if (translate && editable == std::optional<bool>(false)) {
         clipboard.restore(saved);
         toIdle();
         QString target = settings.translateTarget();
@@ -124,7 +126,7 @@ QCoro::Task<void> DictationController::correctSelection(bool alreadyCopied, bool
         co_return;
     }
     // The selection still there is replaced; the user's clipboard always comes back.
-    co_await Paster::paste(result, true, saved);
+    co_await Paster::pasteAndCheck(result, true, saved, notPasted(result));
     toIdle();
     show(translate ? QStringLiteral("Texte traduit")
          : changed ? QStringLiteral("Texte corrigé")
@@ -142,7 +144,8 @@ void DictationController::speakSelection() {
     [](QPointer<DictationController> self) -> QCoro::Task<void> {
         co_await Paster::modifierWait();
         if (!self) co_return;
-        std::optional<QString> selected = Paster::selectedTextViaAX();
+        std::optional<QString> selected = co_await Paster::selectedTextViaAX();
+        if (!self) co_return;
         if (trimmed(selected).isEmpty()) {
             Clipboard& clipboard = Platform::current().clipboard();
             const ClipboardSnapshot saved = Paster::snapshot();

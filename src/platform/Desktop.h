@@ -103,6 +103,8 @@ public:
     virtual bool post(uint16_t keyCode, uint64_t modifiers) = 0;
 };
 
+struct AppWindow;
+
 // What a clipboard held: every format (MIME type) with its bytes, in the owner's order.
 using ClipboardSnapshot = QList<QPair<QString, QByteArray>>;
 
@@ -121,8 +123,11 @@ public:
     virtual std::optional<QString> text() = 0;
     // Goes up each time the clipboard's content changes, whoever changed it.
     virtual uint64_t changeCount() = 0;
-    // The text selected in the application in front (PRIMARY on X11); nullopt when none.
+    // The text of the PRIMARY selection, whoever owns it; nullopt when none.
     virtual std::optional<QString> selectedText() = 0;
+    // Whether the PRIMARY selection belongs to this window's application (the same display
+    // client or the same process): a selection left in another window is not the user's now.
+    virtual bool primaryOwnedBy(const AppWindow& window) = 0;
 };
 
 // An application window, as remembered at a key press.

@@ -19,7 +19,8 @@ Platform::Platform()
       browser_(linux_platform::makeBrowser()), keyboard_(x11::makeKeyboardHook()),
       keyPoster_(x11::makeKeyPoster()), clipboard_(x11::makeClipboard()),
       windows_(x11::makeWindows()), audio_(linux_platform::makeAudioSystem()),
-      speech_(linux_platform::makeSpeechOutput()) {}
+      speech_(linux_platform::makeSpeechOutput()),
+      accessibility_(linux_platform::makeAccessibility()) {}
 
 void Platform::setClock(std::unique_ptr<Clock> c) {
     clock_ = std::move(c);
@@ -53,6 +54,9 @@ void Platform::setAudio(std::unique_ptr<AudioSystem> a) {
 }
 void Platform::setSpeech(std::unique_ptr<SpeechOutput> s) {
     speech_ = std::move(s);
+}
+void Platform::setAccessibility(std::unique_ptr<Accessibility> a) {
+    accessibility_ = std::move(a);
 }
 
 } // namespace ombry

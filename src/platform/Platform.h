@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Accessibility.h"
 #include "platform/Desktop.h"
 
 #include <QString>
@@ -64,6 +65,7 @@ public:
     Windows& windows() { return *windows_; }
     AudioSystem& audio() { return *audio_; }
     SpeechOutput& speech() { return *speech_; }
+    Accessibility& accessibility() { return *accessibility_; }
 
     // Replacing a service; the previous one is destroyed. For start-up and tests only.
     void setClock(std::unique_ptr<Clock> c);
@@ -77,6 +79,7 @@ public:
     void setWindows(std::unique_ptr<Windows> w);
     void setAudio(std::unique_ptr<AudioSystem> a);
     void setSpeech(std::unique_ptr<SpeechOutput> s);
+    void setAccessibility(std::unique_ptr<Accessibility> a);
 
 private:
     Platform();
@@ -91,6 +94,7 @@ private:
     std::unique_ptr<Windows> windows_;
     std::unique_ptr<AudioSystem> audio_;
     std::unique_ptr<SpeechOutput> speech_;
+    std::unique_ptr<Accessibility> accessibility_;
 };
 
 } // namespace ombry

@@ -17,17 +17,26 @@ private Q_SLOTS:
     void init() { f.setUp(); }
     void cleanup() { f.tearDown(); }
 
-    // A hold of 0.6 s ends at the release; a tap of 0.59 s goes on hands-free, the next press
-    // within 0.7 s of the first is swallowed with its release, and one at 0.7 s ends it.
+    // A press shows nothing until the hold reaches 0.6 s, and the release then ends it; a tap
+    // of 0.59 s shows the recording and goes on hands-free, the next press within 0.7 s of the
+    // first is swallowed with its release, and one at 0.7 s ends it.
     void holdAndTap() {
-        QVERIFY(f.startRecording());
-        f.advance(600);
+        AppSettings::shared().setSounds(true);
+        QVERIFY(f.press());
+        f.advance(599);
+        QTest::qWait(20);
+        QCOMPARE(f.state(), State::Idle);
+        QVERIFY(f.sounds().isEmpty());
+        f.advance(1);
+        QTRY_COMPARE(f.state(), State::Recording);
+        QCOMPARE(f.sounds(), QStringList{"Tink"});
         f.c().handleRelease();
         QVERIFY(f.state() != State::Recording);
         QVERIFY(!f.c().handsFree());
         QTRY_COMPARE(f.state(), State::Idle); // nothing recorded: ends quietly
+        AppSettings::shared().setSounds(false);
 
-        QVERIFY(f.startRecording());
+        QVERIFY(f.press());
         f.advance(590);
         f.c().handleRelease();
         QCOMPARE(f.state(), State::Recording);
@@ -45,6 +54,57 @@ private Q_SLOTS:
         QTRY_COMPARE(f.state(), State::Idle);
     }
 
+    // AltGr followed by a key within 0.6 s types a character (@, €, # on French keyboards):
+    // a chord, of which nothing shows, sounds, records or is sent, whether the key comes
+    // before or after the release of AltGr, and whatever the key. Later in a hold, keys do
+    // nothing to the dictation.
+    void chords_data() {
+        QTest::addColumn<int>("heldMs");
+        QTest::newRow("AltGr+2 at once") << 50;
+        QTest::newRow("a key at 0.59 s") << 590;
+    }
+    void chords() {
+        QFETCH(int, heldMs);
+        AppSettings::shared().setSounds(true);
+        FakeKeyboard& kb = f.platform.keyboard();
+        const int captures = f.platform.audio().captures;
+        const int stored = Store::shared().dictations().size();
+        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
+                 modifier::Option | modifier::RightOptionDown});
+        QTRY_VERIFY(f.platform.audio().capturing()); // no first word is lost to the wait
+        f.platform.audio().feed(tone(0.5));
+        f.advance(heldMs);
+        kb.send(
+            {KeyEvent::Type::KeyDown, 19 /* 2 */, modifier::Option | modifier::RightOptionDown});
+        QTRY_VERIFY(!f.platform.audio().capturing());
+        f.advance(1000);
+        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
+        QTest::qWait(50);
+        QCOMPARE(f.state(), State::Idle);
+        QVERIFY(!f.c().handsFree());
+        QVERIFY(f.sounds().isEmpty());
+        QVERIFY(!f.c().flash());
+        QCOMPARE(f.platform.audio().captures, captures + 1);
+        QCOMPARE(Store::shared().dictations().size(), stored);
+        QVERIFY(f.models.calls.isEmpty());
+        QVERIFY(f.pasted.isEmpty());
+        QVERIFY(!kb.swallows(keycode::Escape, 0));
+
+        // A key typed later in a long hold leaves the dictation alone.
+        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
+                 modifier::Option | modifier::RightOptionDown});
+        QTRY_VERIFY(f.platform.audio().capturing());
+        f.platform.audio().feed(tone());
+        f.advance(700);
+        QTRY_COMPARE(f.state(), State::Recording);
+        kb.send({KeyEvent::Type::KeyDown, 19, modifier::Option | modifier::RightOptionDown});
+        QTest::qWait(20);
+        QCOMPARE(f.state(), State::Recording);
+        f.advance(500);
+        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
+        QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+    }
+
     // The keys come through the hotkey monitor: the dictation key of the settings, and Escape,
     // which is taken from the application only while a recording runs.
     void keysThroughTheMonitor() {
@@ -52,7 +112,9 @@ private Q_SLOTS:
         QVERIFY(!kb.swallows(keycode::Escape, 0));
         kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
                  modifier::Option | modifier::RightOptionDown});
-        QCOMPARE(f.state(), State::Recording);
+        QTRY_VERIFY(f.platform.audio().capturing());
+        f.advance(DictationController::kHoldMs);
+        QTRY_COMPARE(f.state(), State::Recording);
         QVERIFY(kb.swallows(keycode::Escape, 0));
         kb.send({KeyEvent::Type::KeyDown, keycode::Escape, 0});
         QTRY_COMPARE(f.state(), State::Idle);
@@ -65,7 +127,7 @@ private Q_SLOTS:
     // A cancel is confirmed by ear even with sounds off; nothing is sent, stored or pasted.
     void cancelDropsTheRecording() {
         const int stored = Store::shared().dictations().size();
-        QVERIFY(f.startRecording());
+        QVERIFY(f.press());
         f.platform.audio().feed(tone(2.0));
         f.c().handleRelease();
         QVERIFY(f.c().handsFree());
@@ -129,6 +191,7 @@ private Q_SLOTS:
         if (setup == "mic") f.platform.audio().available = false;
         if (setup == "capture") f.platform.audio().captureFails = true;
         f.c().handlePress();
+        f.advance(DictationController::kHoldMs);
         QTRY_COMPARE(f.c().flash().value_or(""), message);
         QCOMPARE(f.state(), State::Idle);
         QVERIFY(f.c().flashIsError());

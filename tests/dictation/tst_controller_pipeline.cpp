@@ -280,6 +280,61 @@ private Q_SLOTS:
         QCOMPARE(f.models.calls, QStringList{"transcription"});
     }
 
+    // The selected text is that of the focused element of the window in front: what its
+    // application says first; where it says nothing, PRIMARY only when that window owns it.
+    void selectionOfTheWindowInFront() {
+        // Text selected earlier in another window: the dictation stays a dictation.
+        f.platform.clipboard().selection = "un texte d'une autre fenêtre";
+        f.platform.clipboard().primaryInFront = false;
+        dictateToEnd();
+        QCOMPARE(f.models.calls, QStringList{"transcription"});
+        QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+
+        // The field in front has a selection: the dictation is an instruction on it.
+        f.models.calls.clear();
+        f.pasted.clear();
+        f.platform.accessibility().focus =
+            f.field("Vous devez rendre le rapport", QString("vous devez rendre le rapport"));
+        dictateToEnd();
+        QCOMPARE(f.models.calls, (QStringList{"transcription", "commande"}));
+        QCOMPARE(Store::shared().fixes().first().original, QString("vous devez rendre le rapport"));
+
+        // The field in front has nothing selected: PRIMARY, even its own, is not asked.
+        f.models.calls.clear();
+        f.pasted.clear();
+        f.platform.accessibility().focus = f.field("Bonjour");
+        f.platform.clipboard().primaryInFront = true;
+        dictateToEnd();
+        QCOMPARE(f.models.calls, QStringList{"transcription"});
+        QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+        QVERIFY(f.platform.accessibility().asked > 0);
+    }
+
+    // Where the field in front exposes its text, a paste that did not arrive there opens the
+    // card with the text and its copy button, and the journal says so; one that arrived, not.
+    void pasteThatDidNotLand() {
+        QStringList cards;
+        f.c().onBubble = [&cards](const QString& title, const QString&, const QString& text) {
+            cards << title + " | " + text;
+        };
+        f.platform.accessibility().focus = f.field("Cher Paul, ");
+        dictateToEnd();
+        QCOMPARE(f.platform.accessibility().content, QString("Cher Paul, Bonjour tout le monde."));
+        QTest::qWait(500);
+        QVERIFY(cards.isEmpty());
+
+        f.pasted.clear();
+        f.platform.accessibility().focus = f.field("Cher Paul, ");
+        f.fieldTakesPastes = false;
+        dictateToEnd();
+        QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+        QTRY_COMPARE(cards, QStringList{"Texte non collé | Bonjour tout le monde."});
+        Log::sync();
+        QFile journal(Log::url());
+        QVERIFY(journal.open(QIODevice::ReadOnly));
+        QVERIFY(journal.readAll().contains("collage: non arrivé (Éditeur de texte)"));
+    }
+
     // Ctrl+Alt+V pastes the newest record as stored, and nothing during a recording.
     void pasteLast() {
         Dictation d;

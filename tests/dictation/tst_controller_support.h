@@ -14,6 +14,7 @@
 #include "data/Settings.h"
 #include "data/Store.h"
 #include "desktop/HotkeyMonitor.h"
+#include "desktop/Log.h"
 #include "dictation/DictationController.h"
 
 #include <QJsonArray>
@@ -115,6 +116,10 @@ public:
         // Through restore(), so that a paste of an earlier test no longer puts its clipboard back.
         platform.clipboard().restore({{"text/plain", QByteArray("presse-papiers")}});
         platform.clipboard().selection.reset();
+        platform.clipboard().primaryInFront = true;
+        platform.accessibility().focus.reset();
+        platform.accessibility().content.clear();
+        fieldTakesPastes = true;
         platform.windows().front = editor;
         platform.windows().activated.clear();
         platform.keyPoster().posted.clear();
@@ -123,7 +128,21 @@ public:
         pasted.clear();
         attention = 0;
         platform.keyPoster().onPost = [this](const KeyCombo& k) {
-            if (k.keyCode == keycode::V) pasted << platform.clipboard().fetch().value_or("");
+            if (k.keyCode != keycode::V) return;
+            const QString text = platform.clipboard().fetch().value_or("");
+            pasted << text;
+            // A focused field that exposes its text takes the paste at its caret.
+            std::optional<FocusedElement>& field = platform.accessibility().focus;
+            if (!field || !fieldTakesPastes) return;
+            QList<uint> chars = platform.accessibility().content.toUcs4();
+            const QList<uint> added = text.toUcs4();
+            const int at = std::clamp(field->caretOffset, 0, int(chars.size()));
+            for (int i = 0; i < added.size(); ++i)
+                chars.insert(at + i, added[i]);
+            platform.accessibility().content = QString::fromUcs4(
+                reinterpret_cast<const char32_t*>(chars.constData()), chars.size());
+            field->characterCount = int(chars.size());
+            field->caretOffset = at + int(added.size());
         };
         controller = std::make_unique<DictationController>();
         controller->onNeedsAttention = [this] { ++attention; };
@@ -158,11 +177,18 @@ public:
         await(controller->process(AudioRecorder::wav(tone()), 1.0, editor, std::move(pre)));
     }
 
-    // Starts a recording with the dictation key and waits until the microphone captures.
-    bool startRecording() {
+    // Presses the dictation key and waits until the microphone captures: nothing shows yet.
+    bool press() {
         controller->handlePress();
-        if (state() != DictationController::State::Recording) return false;
         return QTest::qWaitFor([this] { return platform.audio().capturing(); }, 5000);
+    }
+
+    // Starts a recording with the dictation key held until it shows (0.6 s).
+    bool startRecording() {
+        if (!press()) return false;
+        advance(DictationController::kHoldMs);
+        return QTest::qWaitFor([this] { return state() == DictationController::State::Recording; },
+                               5000);
     }
 
     // A whole dictation by the key: a second of speech, held, released; Shift held at the
@@ -179,6 +205,23 @@ public:
     }
 
     void advance(int64_t ms) { platform.clock().advance(ms); }
+
+    // A focused text field of the editor, as its application describes it on the
+    // accessibility bus.
+    FocusedElement field(const QString& content, std::optional<QString> selection = {}) {
+        FocusedElement e;
+        e.element = {":1.42", "/org/a11y/atspi/accessible/7"};
+        e.pid = editor.pid;
+        e.applicationName = editor.name;
+        e.editable = true;
+        e.hasText = true;
+        e.selection = std::move(selection);
+        e.characterCount = int(content.toUcs4().size());
+        e.caretOffset = e.characterCount;
+        platform.accessibility().content = content;
+        return e;
+    }
+    bool fieldTakesPastes = true;
 };
 
 } // namespace ombry::test

@@ -89,6 +89,9 @@ class TstDesktopDictation : public QObject {
     QString lastStored; // the final text of the newest dictation in the history
     int stored = 0;     // dictations the history must hold
 
+    // The key right of the space bar: Right Alt, or AltGr on a French layout.
+    static constexpr int kRightAlt = 108;
+
     DesktopSession& desktop() { return *DesktopSession::current(); }
     int key(const char* name) { return desktop().keycode(name); }
     QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
@@ -107,11 +110,11 @@ class TstDesktopDictation : public QObject {
 
     // The dictation key held on the keyboard device while the sentence is spoken.
     void holdAndSpeak(int mark) {
-        QVERIFY(desktop().keyboardPress(key("Alt_R")));
+        QVERIFY(desktop().keyboardPress(kRightAlt));
         QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
                  qPrintable(journalSince(mark)));
         QVERIFY(speak());
-        QVERIFY(desktop().keyboardRelease(key("Alt_R")));
+        QVERIFY(desktop().keyboardRelease(kRightAlt));
     }
 
     // The field in front, holding nothing yet, with the user's own text on the clipboard.
@@ -158,12 +161,12 @@ class TstDesktopDictation : public QObject {
         const int mark = program.mark();
         if (handsFree) {
             // A tap starts, the sentence is spoken with no key held, a second tap ends.
-            QVERIFY(desktop().keyboardChord({key("Alt_R")}));
+            QVERIFY(desktop().keyboardChord({kRightAlt}));
             QVERIFY2(program.waitForLine(QStringLiteral("dictée sans les mains"), mark),
                      qPrintable(journalSince(mark)));
             QVERIFY(program.waitForLine(QStringLiteral("enregistrement: début"), mark));
             QVERIFY(speak());
-            QVERIFY(desktop().keyboardChord({key("Alt_R")}));
+            QVERIFY(desktop().keyboardChord({kRightAlt}));
         } else {
             holdAndSpeak(mark);
             if (QTest::currentTestFailed()) return;
@@ -311,14 +314,16 @@ private Q_SLOTS:
         SpeakerTap speakers(sound);
         ClipboardWatch watch;
         const int mark = program.mark();
-        QVERIFY(desktop().keyboardPress(key("Alt_R")));
+        QVERIFY(desktop().keyboardPress(kRightAlt));
         QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
                  qPrintable(journalSince(mark)));
+        // Past the first 0.6 s of the hold, where another key would make the press a chord.
+        QTest::qWait(900);
         QVERIFY(desktop().keyboardChord({key("Escape")}));
         QVERIFY2(program.waitForLine(QStringLiteral("dictée annulée"), mark),
                  qPrintable(journalSince(mark)));
         QVERIFY(speakers.heardSomething());
-        QVERIFY(desktop().keyboardRelease(key("Alt_R")));
+        QVERIFY(desktop().keyboardRelease(kRightAlt));
         QVERIFY(program.waitFor(
             [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
             mark));
@@ -440,6 +445,43 @@ private Q_SLOTS:
         QVERIFY(!program.hasLine(QStringLiteral("collé:"), mark));
         QCOMPARE(desktop().closeTarget().value_or("?"), QString());
         QCOMPARE(history().size(), stored);
+    }
+
+    // Text selected earlier in another window (PRIMARY owned by another client) is no
+    // selection of the field in front: the dictation stays a dictation, not a command on it.
+    void selectionOfAnotherWindowIsNoCommand() {
+        QVERIFY(
+            desktop().setClipboard("un vieux texte d'une page web", {}, QStringLiteral("primary")));
+        dictateInto(QStringLiteral("euh merci pour votre retour"),
+                    QStringLiteral("Merci pour votre retour."), false);
+    }
+
+    // On a French keyboard AltGr types characters: each chord types its character into the
+    // field and starts no dictation (nothing shown, recorded or sent).
+    void altGrChordsTypeCharacters() {
+        QVERIFY(desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("fr")}).exitCode == 0);
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        const int mark = program.mark();
+        // AltGr (the key right of the space bar) with E, À/0 and "/3: € @ #.
+        for (const int k : {26, 19, 12}) {
+            QVERIFY(desktop().keyboardChord({kRightAlt, k}));
+            QTest::qWait(100);
+        }
+        QVERIFY2(program.waitFor(
+                     [](const QString& l) { return l.contains("accord, dictée ignorée"); }, mark),
+                 qPrintable(journalSince(mark)));
+        QTest::qWait(800);
+        QCOMPARE(desktop().closeTarget().value_or("?"), QString("€@#"));
+        QVERIFY(services.calls.isEmpty());
+        QVERIFY2(!program.hasLine(QStringLiteral("enregistrement: fin"), mark) &&
+                     !program.hasLine(QStringLiteral("dictée sans les mains"), mark),
+                 qPrintable(journalSince(mark)));
+        QCOMPARE(history().size(), stored);
+
+        // The same key held alone is still a dictation, with none of its first words lost.
+        dictateInto(QStringLiteral("euh à demain"), QStringLiteral("À demain."), false);
+        QVERIFY(desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("us")}).exitCode == 0);
     }
 };
 

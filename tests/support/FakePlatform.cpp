@@ -1,5 +1,6 @@
 #include "FakePlatform.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -178,6 +179,27 @@ bool FakeAudio::capturingOutput() const {
     return bool(onOutputPcm_);
 }
 
+QCoro::Task<std::optional<FocusedElement>> FakeAccessibility::focused(int64_t pid) {
+    ++asked;
+    if (!focus || (pid > 0 && focus->pid != pid)) co_return std::nullopt;
+    co_return focus;
+}
+
+QCoro::Task<std::optional<FocusedElement>> FakeAccessibility::reread(AccessibleElement element) {
+    if (!focus || !(focus->element == element)) co_return std::nullopt;
+    co_return focus;
+}
+
+QCoro::Task<std::optional<QString>> FakeAccessibility::text(AccessibleElement element, int start,
+                                                            int end) {
+    if (!focus || !(focus->element == element)) co_return std::nullopt;
+    const QList<uint> chars = content.toUcs4();
+    start = std::clamp(start, 0, int(chars.size()));
+    end = std::clamp(end, start, int(chars.size()));
+    co_return QString::fromUcs4(reinterpret_cast<const char32_t*>(chars.constData()) + start,
+                                end - start);
+}
+
 FakePlatform::FakePlatform() {
     auto clock = std::make_unique<ManualClock>();
     auto keychain = std::make_unique<FakeKeychain>();
@@ -190,6 +212,7 @@ FakePlatform::FakePlatform() {
     auto windows = std::make_unique<FakeWindows>();
     auto audio = std::make_unique<FakeAudio>();
     auto speech = std::make_unique<FakeSpeech>();
+    auto accessibility = std::make_unique<FakeAccessibility>();
     clock_ = clock.get();
     keychain_ = keychain.get();
     notifier_ = notifier.get();
@@ -201,6 +224,7 @@ FakePlatform::FakePlatform() {
     windows_ = windows.get();
     audio_ = audio.get();
     speech_ = speech.get();
+    accessibility_ = accessibility.get();
     Platform& p = Platform::current();
     p.setClock(std::move(clock));
     p.setKeychain(std::move(keychain));
@@ -213,6 +237,7 @@ FakePlatform::FakePlatform() {
     p.setWindows(std::move(windows));
     p.setAudio(std::move(audio));
     p.setSpeech(std::move(speech));
+    p.setAccessibility(std::move(accessibility));
 }
 
 FakePlatform::~FakePlatform() {

@@ -99,8 +99,22 @@ public:
     std::optional<QString> text() override;
     uint64_t changeCount() override { return changes; }
     std::optional<QString> selectedText() override { return selection; }
+    bool primaryInFront = true; // PRIMARY belongs to the window in front
+    bool primaryOwnedBy(const AppWindow&) override { return primaryInFront; }
     // Another application reads the clipboard: returns its text and calls onFetched once.
     std::optional<QString> fetch();
+};
+
+// The accessibility bus as the application in front would answer it.
+class FakeAccessibility final : public Accessibility {
+public:
+    std::optional<FocusedElement> focus; // none: the application in front exposes nothing
+    QString content;                     // the focused element's whole text
+    int asked = 0;                       // calls to focused()
+    QCoro::Task<std::optional<FocusedElement>> focused(int64_t pid) override;
+    QCoro::Task<std::optional<FocusedElement>> reread(AccessibleElement element) override;
+    QCoro::Task<std::optional<QString>> text(AccessibleElement element, int start,
+                                             int end) override;
 };
 
 class FakeWindows final : public Windows {
@@ -198,6 +212,7 @@ public:
     FakeWindows& windows() { return *windows_; }
     FakeAudio& audio() { return *audio_; }
     FakeSpeech& speech() { return *speech_; }
+    FakeAccessibility& accessibility() { return *accessibility_; }
 
 private:
     ManualClock* clock_;
@@ -211,6 +226,7 @@ private:
     FakeWindows* windows_;
     FakeAudio* audio_;
     FakeSpeech* speech_;
+    FakeAccessibility* accessibility_;
 };
 
 } // namespace ombry::test

@@ -17,5 +17,7 @@ std::unique_ptr<Browser> makeBrowser();
 // runs never need a sound server.
 std::unique_ptr<AudioSystem> makeAudioSystem();
 std::unique_ptr<SpeechOutput> makeSpeechOutput();
+// The accessibility bus (AT-SPI), for X11 and Wayland sessions alike.
+std::unique_ptr<Accessibility> makeAccessibility();
 
 } // namespace ombry::linux_platform

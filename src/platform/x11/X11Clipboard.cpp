@@ -8,6 +8,10 @@
 #include <cstring>
 #include <xcb/xcb.h>
 
+// Xlib defines macros (Bool, Status) that Qt's headers must not see.
+#include "platform/x11/X11Display.h"
+#include <X11/Xatom.h>
+
 namespace ombry::x11 {
 
 WatchedText::WatchedText(const QString& text, std::shared_ptr<Watch> watch)
@@ -184,6 +188,22 @@ std::optional<QString> X11Clipboard::selectedText() {
     // there until someone selects something else: never a selection in the window in front.
     if (clipboard->ownsSelection()) return std::nullopt;
     return textOf(QClipboard::Selection);
+}
+
+bool X11Clipboard::primaryOwnedBy(const AppWindow& window) {
+    if (window.id == 0) return false;
+    if (!connection_) connection_ = std::make_unique<Connection>();
+    if (!*connection_ && !connection_->open()) return false;
+    Display* display = connection_->get();
+    ErrorTrap trap(display);
+    const Window owner = XGetSelectionOwner(display, XA_PRIMARY);
+    if (owner == None) return false;
+    // Toolkits own selections with hidden windows of their own connection; some put the
+    // process id on them.
+    if (sameClient(display, owner, Window(window.id))) return true;
+    const std::optional<uint32_t> pid =
+        cardinalProperty(display, owner, connection_->atom("_NET_WM_PID"));
+    return pid && window.pid > 0 && int64_t(*pid) == window.pid;
 }
 
 } // namespace ombry::x11

@@ -10,6 +10,8 @@ class QClipboard;
 
 namespace ombry::x11 {
 
+class Connection;
+
 // A text put on the clipboard by the program, which tells when another client fetches it: Qt
 // asks the data object for its bytes once for each request of another client (the target's
 // paste, an `xclip -o`), and never when the content is only announced. Reads made by this
@@ -58,6 +60,7 @@ public:
     std::optional<QString> text() override;
     uint64_t changeCount() override;
     std::optional<QString> selectedText() override;
+    bool primaryOwnedBy(const AppWindow& window) override;
 
 private:
     QClipboard* board();
@@ -66,6 +69,7 @@ private:
     QPointer<QClipboard> watched_;
     std::unique_ptr<QObject> context_; // owns the connection to QClipboard::changed
     uint64_t changes_ = 0;
+    std::unique_ptr<Connection> connection_; // asks who owns PRIMARY
 };
 
 } // namespace ombry::x11

@@ -5,6 +5,12 @@
 #include <algorithm>
 #include <mutex>
 
+// The display structure, for the resource-id mask of the connection; last, since it defines
+// min and max as macros.
+#include <X11/Xlibint.h>
+#undef min
+#undef max
+
 namespace ombry::x11 {
 
 namespace {
@@ -148,6 +154,12 @@ std::vector<Atom> atomListProperty(Display* display, Window window, Atom propert
     if (!readProperty(display, window, property, p) || p.format != 32) return {};
     const auto* items = reinterpret_cast<unsigned long*>(p.data);
     return std::vector<Atom>(items, items + p.count);
+}
+
+bool sameClient(Display* display, XID a, XID b) {
+    // Every client's ids share the base outside the mask, which is the same for all clients.
+    const XID mask = display->resource_mask;
+    return (a & ~mask) == (b & ~mask);
 }
 
 } // namespace ombry::x11

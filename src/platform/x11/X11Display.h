@@ -62,4 +62,8 @@ std::optional<uint32_t> cardinalProperty(Display* display, Window window, Atom p
 std::optional<QByteArray> byteProperty(Display* display, Window window, Atom property);
 std::vector<Atom> atomListProperty(Display* display, Window window, Atom property);
 
+// Whether two resources (windows) were made by the same client connection: the server gives
+// each client its own range of resource ids.
+bool sameClient(Display* display, XID a, XID b);
+
 } // namespace ombry::x11
