@@ -270,7 +270,9 @@ void DictationController::begin() {
         fail(QStringLiteral("Clé Deepgram absente"));
         return;
     }
-    if (!Platform::current().audio().microphoneAvailable()) {
+    // No sound server is the missing permission; a server without a microphone is found by
+    // the recorder's start, and shown as an unavailable microphone.
+    if (!Platform::current().audio().serverAvailable()) {
         fail(QStringLiteral("Micro non autorisé"));
         return;
     }
