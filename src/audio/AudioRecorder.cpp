@@ -256,12 +256,18 @@ void AudioRecorder::start() {
         source = other;
         stream = audio.capture(*source, onPcm, onEnd);
     }
+    const SampleFormat format = stream->sourceFormat();
     s.stream = std::move(stream);
     {
         std::lock_guard guard(s.stateLock);
         s.currentUID = source == wanted ? wanted : std::nullopt;
     }
-    Log::write(QStringLiteral("audio: entrée %1 Hz, 1 canaux").arg(kSampleRate));
+    // What the source delivers, before the server converts it to 16 kHz mono.
+    if (format.rate > 0)
+        Log::write(
+            QStringLiteral("audio: entrée %1 Hz, %2 canaux").arg(format.rate).arg(format.channels));
+    else
+        Log::write(QStringLiteral("audio: entrée de format inconnu"));
     s.recording = true;
 }
 

@@ -1,14 +1,15 @@
 // The PulseAudio side against a private sound server: speech played into the test microphone
 // is recorded whole, monitors are not microphones (not even as the server's default source),
 // plugging and unplugging a source is heard, a source unplugged mid-recording ends it with
-// what was said so far, and the program's sounds and speech reach the speakers but never the
-// microphone.
+// what was said so far, the journal names the source's own format, and the program's sounds
+// and speech reach the speakers but never the microphone.
 #include "FakePlatform.h"
 #include "SoundServer.h"
 #include "audio/AudioRecorder.h"
 #include "audio/Microphones.h"
 #include "audio/Sounds.h"
 #include "data/Settings.h"
+#include "desktop/Log.h"
 #include "platform/linux/LinuxPlatform.h"
 
 #include <QFile>
@@ -77,6 +78,20 @@ class TstPulse : public QObject {
     QByteArray speechPcm;
 
     AudioSystem& audio() { return Platform::current().audio(); }
+    QString journalPath() const { return dir.filePath(QStringLiteral("journal.log")); }
+
+    // The last journal line that starts with the text (after the time stamp).
+    QString lastLine(const QString& start) const {
+        Log::sync();
+        QFile f(journalPath());
+        if (!f.open(QIODevice::ReadOnly)) return {};
+        QString found;
+        for (const QString& line : QString::fromUtf8(f.readAll()).split(u'\n')) {
+            const QString message = line.section(u' ', 1);
+            if (message.startsWith(start)) found = message;
+        }
+        return found;
+    }
 
 private Q_SLOTS:
     void initTestCase() {
@@ -104,7 +119,9 @@ private Q_SLOTS:
         Platform::current().setAudio(linux_platform::makeAudioSystem());
         Platform::current().setSpeech(linux_platform::makeSpeechOutput());
         AppSettings::shared().setMicrophoneUID(std::nullopt);
+        Log::resetForTests(journalPath());
     }
+    void cleanupTestCase() { Log::resetForTests(); }
     // Whatever a test did to the devices, the next one finds the test microphone plugged in,
     // the default source, and nothing chosen.
     void cleanup() {
@@ -242,6 +259,30 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
         QVERIFY(!r.isRecording());
         QVERIFY(server.setDefaultSource(QStringLiteral("testmic")));
+    }
+
+    // The journal gives the rate and channels of the source, not the 16 kHz mono that the
+    // server converts them to for the recording.
+    void sourceFormatInTheJournal() {
+        const QList<std::tuple<QString, int, int>> sources{{QStringLiteral("hifimic"), 44100, 2},
+                                                           {QStringLiteral("headset"), 48000, 1}};
+        for (const auto& [name, rate, channels] : sources) {
+            const int module = server.loadModule(QStringLiteral("module-null-source"),
+                                                 {QStringLiteral("source_name=%1").arg(name),
+                                                  QStringLiteral("rate=%1").arg(rate),
+                                                  QStringLiteral("channels=%1").arg(channels)});
+            QVERIFY(module >= 0);
+            AppSettings::shared().setMicrophoneUID(name);
+            AudioRecorder r;
+            r.start();
+            QCOMPARE(r.currentUID(), std::optional<QString>(name));
+            QCOMPARE(lastLine(QStringLiteral("audio: entrée")),
+                     QStringLiteral("audio: entrée %1 Hz, %2 canaux").arg(rate).arg(channels));
+            QTest::qWait(300);
+            r.stop();
+            QVERIFY(server.unloadModule(module));
+        }
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
     }
 
     void hotPlugIsHeard() {

@@ -7,7 +7,10 @@
 #include "audio/Microphones.h"
 #include "audio/Sounds.h"
 #include "data/Settings.h"
+#include "desktop/Log.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 #include <QtEndian>
@@ -281,6 +284,25 @@ private Q_SLOTS:
         QCOMPARE(audio().capturedFrom, QStringLiteral("usb-mic"));
         QCOMPARE(r.currentUID(), std::nullopt);
         r.stop();
+    }
+
+    // The journal gives the rate and channels of the source itself, not those of the 16 kHz
+    // mono capture that the server converts them to.
+    void sourceFormatInTheJournal() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("journal.log"));
+        Log::resetForTests(path);
+        audio().format = {44100, 2};
+        AudioRecorder r;
+        r.start();
+        r.stop();
+        Log::sync();
+        Log::resetForTests();
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        const QString journal = QString::fromUtf8(f.readAll());
+        QVERIFY2(journal.contains(QStringLiteral("audio: entrée 44100 Hz, 2 canaux")),
+                 qPrintable(journal));
     }
 
     void sounds() {
