@@ -1,5 +1,6 @@
 #include "audio/AudioRecorder.h"
 
+#include "audio/Microphones.h"
 #include "data/Settings.h"
 #include "desktop/Log.h"
 #include "platform/Platform.h"
@@ -223,27 +224,50 @@ void AudioRecorder::start() {
         });
     };
 
-    // The microphone of the settings, or the server's default. A chosen microphone that is
-    // not plugged in leaves the input on the default.
+    // The microphone of the settings when it is plugged in, else the server's default when
+    // that is a microphone. Never a monitor: with no microphone there is no recording, rather
+    // than a recording of what the computer plays.
     std::optional<QString> wanted = AppSettings::shared().microphoneUID();
     if (wanted && wanted->isEmpty()) wanted.reset();
     AudioSystem& audio = Platform::current().audio();
+    const QList<Microphones::Device> mics = Microphones::all();
+    const QString fallback = audio.defaultSource();
+    std::optional<QString> source = Microphones::choose(wanted, mics, fallback);
+    auto notChosen = [&](const QString& why) {
+        Log::write(QStringLiteral("micro: impossible de choisir %1 (%2)").arg(*wanted, why));
+    };
+    if (wanted && source != wanted) notChosen(QStringLiteral("absent"));
+    if (!source) {
+        if (fallback.isEmpty() && !audio.serverAvailable())
+            throw std::runtime_error("micro indisponible (pas de serveur de son)");
+        throw std::runtime_error(QStringLiteral("aucun micro, source par défaut : %1")
+                                     .arg(fallback.isEmpty() ? QStringLiteral("aucune") : fallback)
+                                     .toStdString());
+    }
     std::unique_ptr<CaptureStream> stream;
     try {
-        stream = audio.capture(wanted.value_or(QString()), onPcm, onEnd);
+        stream = audio.capture(*source, onPcm, onEnd);
     } catch (const std::runtime_error& e) {
-        if (!wanted) throw;
-        Log::write(QStringLiteral("micro: impossible de choisir %1 (%2)")
-                       .arg(*wanted, QString::fromUtf8(e.what())));
-        wanted.reset();
-        stream = audio.capture(QString(), onPcm, onEnd);
+        // Unplugged between the list and the connection: the default microphone, if any.
+        const std::optional<QString> other =
+            source == wanted ? Microphones::choose(std::nullopt, mics, fallback) : std::nullopt;
+        if (!other || other == source) throw;
+        notChosen(QString::fromUtf8(e.what()));
+        source = other;
+        stream = audio.capture(*source, onPcm, onEnd);
     }
+    const SampleFormat format = stream->sourceFormat();
     s.stream = std::move(stream);
     {
         std::lock_guard guard(s.stateLock);
-        s.currentUID = wanted;
+        s.currentUID = source == wanted ? wanted : std::nullopt;
     }
-    Log::write(QStringLiteral("audio: entrée %1 Hz, 1 canaux").arg(kSampleRate));
+    // What the source delivers, before the server converts it to 16 kHz mono.
+    if (format.rate > 0)
+        Log::write(
+            QStringLiteral("audio: entrée %1 Hz, %2 canaux").arg(format.rate).arg(format.channels));
+    else
+        Log::write(QStringLiteral("audio: entrée de format inconnu"));
     s.recording = true;
 }
 
@@ -347,7 +371,7 @@ std::optional<QString> AudioRecorder::currentUID() const {
 
 void AudioRecorder::warmUp() {
     // Asking connects to the sound server, which is what the first start would wait for.
-    Platform::current().audio().microphoneAvailable();
+    Platform::current().audio().serverAvailable();
 }
 
 } // namespace ombry

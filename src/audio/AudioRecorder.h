@@ -56,8 +56,10 @@ public:
     AudioRecorder& operator=(const AudioRecorder&) = delete;
 
     // Starts recording from the microphone chosen in the settings (microphoneUID; none, or
-    // one that is not plugged in, means the server's default). Does nothing while recording.
-    // Throws std::runtime_error when the capture cannot start; the recorder then stays idle.
+    // one that is not plugged in, means the server's default when that is a microphone: see
+    // Microphones::choose). Does nothing while recording. Throws std::runtime_error when there
+    // is no microphone (never recording the monitor of an output instead) or the capture
+    // cannot start; the recorder then stays idle.
     void start();
 
     struct Stopped {

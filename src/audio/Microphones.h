@@ -22,6 +22,15 @@ QList<Device> all();
 // The first microphone with this uid.
 std::optional<Device> device(const QString& uid);
 
+// The source to record from, among the microphones the server lists: the wanted one when it
+// is plugged in, else the server's default source when it is a microphone; none otherwise.
+// Without any input the servers make the monitor of an output the default source, and what
+// the computer plays is never taken for the user's voice. An empty wanted is none.
+std::optional<QString> choose(const std::optional<QString>& wanted,
+                              const QList<Device>& microphones, const QString& defaultSource);
+// The same choice on what the server lists now. Blocks on the server: not on the main thread.
+std::optional<QString> source(const std::optional<QString>& wanted);
+
 // Emits changed() on the main thread whenever a microphone is plugged in or out. Made on first
 // use (which must be on the main thread), it lives as long as the program.
 class Watcher : public QObject {

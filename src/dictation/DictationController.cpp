@@ -316,7 +316,9 @@ void DictationController::arm() {
         refusal_ = QStringLiteral("Clé Deepgram absente");
         return;
     }
-    if (!Platform::current().audio().microphoneAvailable()) {
+    // No sound server is the missing permission; a server without a microphone is found by
+    // the recorder's start, and shown as an unavailable microphone.
+    if (!Platform::current().audio().serverAvailable()) {
         refusal_ = QStringLiteral("Micro non autorisé");
         return;
     }

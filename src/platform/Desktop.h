@@ -164,12 +164,22 @@ struct PlayingApp {
     bool operator==(const PlayingApp&) const = default;
 };
 
+// The format a source delivers, before the server converts it for a capture.
+struct SampleFormat {
+    int rate = 0;     // frames a second
+    int channels = 0; // 0 and 0: unknown
+    bool operator==(const SampleFormat&) const = default;
+};
+
 // One running capture of PCM (S16LE mono 16 kHz).
 class CaptureStream {
 public:
     virtual ~CaptureStream() = default;
     // Stops and waits until no callback runs any more. May block: call it off the main thread.
     virtual void stop() = 0;
+    // The source's own rate and channels (the capture is converted from them); unknown where
+    // the system does not say.
+    virtual SampleFormat sourceFormat() const { return {}; }
 };
 
 class AudioSystem {
@@ -179,15 +189,23 @@ public:
     using PcmHandler = std::function<void(const QByteArray& pcm)>;
     // Called once, on the capture thread, when the source goes away or the server fails.
     using EndHandler = std::function<void(const QString& reason)>;
-    // Starts capturing from a source (empty: the server's default microphone). Throws
-    // std::runtime_error when the capture cannot start. May block: off the main thread.
+    // Starts capturing from a source by name, whatever it is (empty: the server's default
+    // source, which may be a monitor: Microphones::source() is the choice of a microphone).
+    // Throws std::runtime_error when the capture cannot start. May block: off the main thread.
     virtual std::unique_ptr<CaptureStream> capture(const QString& source, PcmHandler onPcm,
                                                    EndHandler onEnd) = 0;
     // The microphones: sources that are not monitors.
     virtual QList<AudioSource> microphones() = 0;
+    // The name of the server's default source. Without any input the servers make it the
+    // monitor of an output; empty when there is no server. May block briefly.
+    virtual QString defaultSource() = 0;
     // handler is called on the main thread whenever the list of microphones changes.
     virtual void watchMicrophones(std::function<void()> handler) = 0;
-    // Whether the server accepts a record stream now.
+    // Whether the server answers, and so accepts a record stream: the microphone permission of
+    // this desktop. A live connection answers at once.
+    virtual bool serverAvailable() = 0;
+    // Whether there is a microphone by default: the server answers and its default source is
+    // a microphone, not the monitor of an output. May block briefly.
     virtual bool microphoneAvailable() = 0;
     // Stops every sound that play() started and that is still playing (a recording played
     // again is cut when another is asked for). Does nothing where nothing can play.

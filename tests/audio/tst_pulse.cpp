@@ -1,6 +1,7 @@
 // The PulseAudio side against a private sound server: speech played into the test microphone
-// is recorded whole, monitors are not microphones, plugging and unplugging a source is heard,
-// a source unplugged mid-recording ends it with what was said so far, and the program's sounds
+// is recorded whole, monitors are not microphones (not even as the server's default source),
+// plugging and unplugging a source is heard, a source unplugged mid-recording ends it with
+// what was said so far, the journal names the source's own format, and the program's sounds
 // and speech reach the speakers but never the microphone.
 #include "FakePlatform.h"
 #include "SoundServer.h"
@@ -8,6 +9,7 @@
 #include "audio/Microphones.h"
 #include "audio/Sounds.h"
 #include "data/Settings.h"
+#include "desktop/Log.h"
 #include "platform/linux/LinuxPlatform.h"
 
 #include <QFile>
@@ -76,6 +78,20 @@ class TstPulse : public QObject {
     QByteArray speechPcm;
 
     AudioSystem& audio() { return Platform::current().audio(); }
+    QString journalPath() const { return dir.filePath(QStringLiteral("journal.log")); }
+
+    // The last journal line that starts with the text (after the time stamp).
+    QString lastLine(const QString& start) const {
+        Log::sync();
+        QFile f(journalPath());
+        if (!f.open(QIODevice::ReadOnly)) return {};
+        QString found;
+        for (const QString& line : QString::fromUtf8(f.readAll()).split(u'\n')) {
+            const QString message = line.section(u' ', 1);
+            if (message.startsWith(start)) found = message;
+        }
+        return found;
+    }
 
 private Q_SLOTS:
     void initTestCase() {
@@ -84,8 +100,10 @@ private Q_SLOTS:
         qputenv("PULSE_SERVER", "unix:/nonexistent/native");
         {
             auto none = linux_platform::makeAudioSystem();
+            QVERIFY(!none->serverAvailable());
             QVERIFY(!none->microphoneAvailable());
             QVERIFY(none->microphones().isEmpty());
+            QVERIFY(none->defaultSource().isEmpty());
             QVERIFY_THROWS_EXCEPTION(std::runtime_error, none->capture({}, {}, {}));
             none->play(QByteArray(200, '\0'), 16000);
         }
@@ -101,10 +119,22 @@ private Q_SLOTS:
         Platform::current().setAudio(linux_platform::makeAudioSystem());
         Platform::current().setSpeech(linux_platform::makeSpeechOutput());
         AppSettings::shared().setMicrophoneUID(std::nullopt);
+        Log::resetForTests(journalPath());
+    }
+    void cleanupTestCase() { Log::resetForTests(); }
+    // Whatever a test did to the devices, the next one finds the test microphone plugged in,
+    // the default source, and nothing chosen.
+    void cleanup() {
+        if (!server.running()) return;
+        server.plugTestMic(); // false when it is there already
+        server.setDefaultSource(QStringLiteral("testmic"));
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
     }
 
     void microphonesLeaveOutMonitors() {
+        QVERIFY(audio().serverAvailable());
         QVERIFY(audio().microphoneAvailable());
+        QCOMPARE(audio().defaultSource(), QStringLiteral("testmic"));
         const QStringList mics = names(audio().microphones());
         QCOMPARE(mics, QStringList{QStringLiteral("testmic")});
         QCOMPARE(Microphones::device(QStringLiteral("testmic"))->name, QStringLiteral("TestMic"));
@@ -193,6 +223,68 @@ private Q_SLOTS:
         AppSettings::shared().setMicrophoneUID(std::nullopt);
     }
 
+    // Without an input the server makes the monitor of an output its default source: the
+    // recorder then refuses to start rather than record what the computer plays, whether a
+    // microphone was chosen (and is gone) or not. A microphone that is there still records,
+    // chosen or as the default.
+    void monitorIsNoMicrophone() {
+        AudioRecorder r;
+        QVERIFY(server.unplugTestMic());
+        QTRY_VERIFY(audio().microphones().isEmpty());
+        QVERIFY2(audio().defaultSource().endsWith(QStringLiteral(".monitor")),
+                 qPrintable(audio().defaultSource()));
+        QVERIFY(audio().serverAvailable());
+        QVERIFY(!audio().microphoneAvailable());
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        AppSettings::shared().setMicrophoneUID(QStringLiteral("testmic"));
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        QVERIFY(!r.isRecording());
+
+        QVERIFY(server.plugTestMic());
+        QVERIFY(audio().microphoneAvailable());
+        r.start();
+        QCOMPARE(r.currentUID(), std::optional<QString>(QStringLiteral("testmic")));
+        QVERIFY(server.play(speech));
+        QVERIFY(AudioRecorder::peak(r.stopRaw()) > 5000);
+
+        // A monitor made the default by hand is no microphone either, though the chosen
+        // microphone still records.
+        QVERIFY(server.setDefaultSource(QStringLiteral("speakers.monitor")));
+        QVERIFY(!audio().microphoneAvailable());
+        r.start();
+        QCOMPARE(r.currentUID(), std::optional<QString>(QStringLiteral("testmic")));
+        QVERIFY(server.play(speech));
+        QVERIFY(AudioRecorder::peak(r.stopRaw()) > 5000);
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        QVERIFY(!r.isRecording());
+        QVERIFY(server.setDefaultSource(QStringLiteral("testmic")));
+    }
+
+    // The journal gives the rate and channels of the source, not the 16 kHz mono that the
+    // server converts them to for the recording.
+    void sourceFormatInTheJournal() {
+        const QList<std::tuple<QString, int, int>> sources{{QStringLiteral("hifimic"), 44100, 2},
+                                                           {QStringLiteral("headset"), 48000, 1}};
+        for (const auto& [name, rate, channels] : sources) {
+            const int module = server.loadModule(QStringLiteral("module-null-source"),
+                                                 {QStringLiteral("source_name=%1").arg(name),
+                                                  QStringLiteral("rate=%1").arg(rate),
+                                                  QStringLiteral("channels=%1").arg(channels)});
+            QVERIFY(module >= 0);
+            AppSettings::shared().setMicrophoneUID(name);
+            AudioRecorder r;
+            r.start();
+            QCOMPARE(r.currentUID(), std::optional<QString>(name));
+            QCOMPARE(lastLine(QStringLiteral("audio: entrée")),
+                     QStringLiteral("audio: entrée %1 Hz, %2 canaux").arg(rate).arg(channels));
+            QTest::qWait(300);
+            r.stop();
+            QVERIFY(server.unloadModule(module));
+        }
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
+    }
+
     void hotPlugIsHeard() {
         Microphones::Watcher watcher;
         QSignalSpy changed(&watcher, &Microphones::Watcher::changed);
@@ -234,9 +326,26 @@ private Q_SLOTS:
         QTRY_COMPARE(lost.size(), 1);
         QVERIFY(lostOnMain);
         QVERIFY(r.isRecording());
+        // The recording does not move on to another source, a monitor least of all: nothing
+        // more comes in.
+        const int64_t heard = r.size();
+        QVERIFY(server.play(speech, QStringLiteral("speakers")));
+        QCOMPARE(r.size(), heard);
         const AudioRecorder::Stopped s = r.stop();
         QVERIFY(s.duration > double(speechPcm.size()) / AudioRecorder::kBytesPerSecond);
         QVERIFY(AudioRecorder::peak(r.lastPCM()) > 5000);
+
+        // The next start, the microphone still chosen: a monitor as the default is no
+        // fallback, the default microphone is.
+        QVERIFY(server.setDefaultSource(QStringLiteral("speakers.monitor")));
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        QVERIFY(!r.isRecording());
+        QVERIFY(server.setDefaultSource(QStringLiteral("testmic")));
+        r.start();
+        QVERIFY(r.isRecording());
+        QCOMPARE(r.currentUID(), std::nullopt);
+        QVERIFY(server.play(speech));
+        QVERIFY(AudioRecorder::peak(r.stopRaw()) > 5000);
         AppSettings::shared().setMicrophoneUID(std::nullopt);
         // The next recording starts normally.
         r.start();

@@ -1,11 +1,16 @@
 // The recorder's logic around the capture, driven through the fake audio system: what stop()
-// hands back, the level and pause signals and their threads, and the start rules. The
-// microphone choice and a source that goes away are played on the real sound server.
+// hands back, the level and pause signals and their threads, the start rules, and the choice
+// of the microphone, which is never the monitor of an output. The same choice and a source
+// that goes away are played on the real sound server too (tst_pulse).
 #include "FakePlatform.h"
 #include "audio/AudioRecorder.h"
+#include "audio/Microphones.h"
 #include "audio/Sounds.h"
 #include "data/Settings.h"
+#include "desktop/Log.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 #include <QtEndian>
@@ -191,7 +196,7 @@ private Q_SLOTS:
         r.start();
         r.start(); // already recording: nothing happens
         QCOMPARE(audio().captures, 1);
-        QCOMPARE(audio().capturedFrom, QString());
+        QCOMPARE(audio().capturedFrom, QStringLiteral("test-mic")); // the default, by its name
         QCOMPARE(r.currentUID(), std::nullopt);
         r.stop();
 
@@ -200,6 +205,104 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
         QVERIFY(!r.isRecording());
         QCOMPARE(r.stop().wav, QByteArray());
+    }
+
+    void choice_data() {
+        QTest::addColumn<QString>("wanted");          // empty: none chosen
+        QTest::addColumn<QStringList>("microphones"); // what the server lists as microphones
+        QTest::addColumn<QString>("defaultSource");
+        QTest::addColumn<QString>("chosen"); // empty: no microphone
+        const QStringList two{"usb", "builtin"};
+        QTest::newRow("default microphone") << "" << two << "builtin"
+                                            << "builtin";
+        QTest::newRow("wanted, plugged in") << "usb" << two << "builtin"
+                                            << "usb";
+        QTest::newRow("wanted, unplugged") << "gone" << two << "builtin"
+                                           << "builtin";
+        // Without an input the servers make a monitor the default source.
+        QTest::newRow("only monitors") << "" << QStringList{} << "speakers.monitor"
+                                       << "";
+        QTest::newRow("wanted gone, default a monitor")
+            << "gone" << QStringList{} << "speakers.monitor"
+            << "";
+        // A monitor as the default is no microphone, even beside one that is not chosen...
+        QTest::newRow("default a monitor") << "" << two << "speakers.monitor"
+                                           << "";
+        // ...but the one the user chose is taken.
+        QTest::newRow("wanted, default a monitor") << "usb" << two << "speakers.monitor"
+                                                   << "usb";
+        // A monitor's name in the settings is not a microphone either.
+        QTest::newRow("wanted a monitor") << "speakers.monitor" << two << "builtin"
+                                          << "builtin";
+        QTest::newRow("no server") << "usb" << QStringList{} << ""
+                                   << "";
+    }
+    void choice() {
+        QFETCH(QString, wanted);
+        QFETCH(QStringList, microphones);
+        QFETCH(QString, defaultSource);
+        QFETCH(QString, chosen);
+        QList<Microphones::Device> devices;
+        for (const QString& uid : microphones)
+            devices << Microphones::Device{uid, uid.toUpper()};
+        const std::optional<QString> got = Microphones::choose(
+            wanted.isEmpty() ? std::nullopt : std::optional(wanted), devices, defaultSource);
+        QCOMPARE(got.value_or(QString()), chosen);
+    }
+
+    // The recorder records a microphone or nothing: when the chosen one is gone and the
+    // server's default source is the monitor of an output, start refuses (the controller says
+    // "Micro indisponible") and no capture is opened, where it used to record what the
+    // computer plays.
+    void neverRecordsAMonitor() {
+        AudioRecorder r;
+        const QList<AudioSource> usb{{"usb-mic", "Micro USB"}};
+        audio().mics = usb;
+        audio().defaultName = QStringLiteral("speakers.monitor");
+        QVERIFY(!audio().microphoneAvailable());
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start()); // none chosen
+        AppSettings::shared().setMicrophoneUID(QStringLiteral("usb-mic"));
+        r.start(); // the chosen one records
+        QCOMPARE(audio().capturedFrom, QStringLiteral("usb-mic"));
+        QCOMPARE(r.currentUID(), std::optional<QString>(QStringLiteral("usb-mic")));
+        audio().feed(run(100, 3000));
+        QCOMPARE(r.stopRaw(), run(100, 3000));
+
+        // Unplugged: the server is left with monitors only.
+        audio().mics.clear();
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        AppSettings::shared().setMicrophoneUID(std::nullopt);
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
+        QVERIFY(!r.isRecording());
+        QCOMPARE(audio().captures, 1);
+
+        // Back, as the default this time.
+        audio().mics = usb;
+        audio().defaultName = QStringLiteral("usb-mic");
+        QVERIFY(audio().microphoneAvailable());
+        r.start();
+        QCOMPARE(audio().capturedFrom, QStringLiteral("usb-mic"));
+        QCOMPARE(r.currentUID(), std::nullopt);
+        r.stop();
+    }
+
+    // The journal gives the rate and channels of the source itself, not those of the 16 kHz
+    // mono capture that the server converts them to.
+    void sourceFormatInTheJournal() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("journal.log"));
+        Log::resetForTests(path);
+        audio().format = {44100, 2};
+        AudioRecorder r;
+        r.start();
+        r.stop();
+        Log::sync();
+        Log::resetForTests();
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        const QString journal = QString::fromUtf8(f.readAll());
+        QVERIFY2(journal.contains(QStringLiteral("audio: entrée 44100 Hz, 2 canaux")),
+                 qPrintable(journal));
     }
 
     void sounds() {

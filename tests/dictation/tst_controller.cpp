@@ -179,6 +179,9 @@ private Q_SLOTS:
                                             << "Micro non autorisé" << 1;
         QTest::newRow("capture refused") << "capture"
                                          << "Micro indisponible" << 0;
+        // The server answers but has no input: its default source is the monitor of an output.
+        QTest::newRow("no microphone") << "monitor"
+                                       << "Micro indisponible" << 0;
     }
     // What begin refuses ends in idle with an error and "Basso", sounds on or off, and opens
     // the settings only for what the user can fix there.
@@ -190,6 +193,11 @@ private Q_SLOTS:
             AppSettings::shared().setTranscriptionEngine(TranscriptionEngine::Deepgram);
         if (setup == "mic") f.platform.audio().available = false;
         if (setup == "capture") f.platform.audio().captureFails = true;
+        if (setup == "monitor") {
+            f.platform.audio().mics.clear();
+            f.platform.audio().defaultName = "speakers.monitor";
+        }
+        const int captures = f.platform.audio().captures;
         f.c().handlePress();
         f.advance(DictationController::kHoldMs);
         QTRY_COMPARE(f.c().flash().value_or(""), message);
@@ -198,6 +206,7 @@ private Q_SLOTS:
         QCOMPARE(*f.c().lastError(), message);
         QCOMPARE(f.sounds(), QStringList{"Basso"});
         QCOMPARE(f.attention, attention);
+        QCOMPARE(f.platform.audio().captures, captures);
     }
 
     void failOpensSettings_data() {
@@ -280,13 +289,28 @@ private Q_SLOTS:
         QVERIFY(!f.c().trusted());
     }
 
-    // A microphone unplugged mid-recording ends the dictation with what it heard.
+    // A microphone unplugged mid-recording ends the dictation with what it heard. When it was
+    // the only one, the server's default source becomes the monitor of an output: the next
+    // press says the microphone is missing instead of dictating what the computer plays.
     void sourceLost() {
+        AppSettings::shared().setMicrophoneUID("test-mic");
         QVERIFY(f.startRecording());
+        QCOMPARE(f.platform.audio().capturedFrom, QString("test-mic"));
         f.platform.audio().feed(tone());
+        f.platform.audio().mics.clear();
+        f.platform.audio().defaultName = "speakers.monitor";
         f.platform.audio().end("source débranchée");
         QTRY_COMPARE(f.state(), State::Idle);
         QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+
+        const int captures = f.platform.audio().captures;
+        f.c().handlePress();
+        QTRY_COMPARE(f.c().flash().value_or(""), QString("Micro indisponible"));
+        QCOMPARE(f.state(), State::Idle);
+        QCOMPARE(f.platform.audio().captures, captures);
+        QCOMPARE(f.attention, 0);
+        f.c().handleRelease();
+        QCOMPARE(f.state(), State::Idle);
     }
 };
 

@@ -112,6 +112,9 @@ public:
         platform.keyboard().available = true;
         platform.audio().available = true;
         platform.audio().captureFails = false;
+        platform.audio().mics = {{"test-mic", "Micro de test"}};
+        platform.audio().defaultName = "test-mic";
+        s.setMicrophoneUID(std::nullopt);
         platform.audio().played.clear();
         // Through restore(), so that a paste of an earlier test no longer puts its clipboard back.
         platform.clipboard().restore({{"text/plain", QByteArray("presse-papiers")}});

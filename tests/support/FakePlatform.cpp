@@ -80,26 +80,42 @@ std::optional<QString> FakeClipboard::fetch() {
 
 class FakeCapture final : public CaptureStream {
 public:
-    explicit FakeCapture(FakeAudio& audio) : audio_(audio) {}
+    FakeCapture(FakeAudio& audio, SampleFormat format) : audio_(audio), format_(format) {}
     void stop() override {
         std::lock_guard lock(audio_.mutex_);
         audio_.onPcm_ = {};
         audio_.onEnd_ = {};
     }
+    SampleFormat sourceFormat() const override { return format_; }
 
 private:
     FakeAudio& audio_;
+    SampleFormat format_;
 };
+
+namespace {
+bool named(const QList<AudioSource>& sources, const QString& name) {
+    return std::any_of(sources.begin(), sources.end(),
+                       [&](const AudioSource& s) { return s.name == name; });
+}
+} // namespace
+
+bool FakeAudio::microphoneAvailable() {
+    return available && named(mics, defaultName);
+}
 
 std::unique_ptr<CaptureStream> FakeAudio::capture(const QString& source, PcmHandler onPcm,
                                                   EndHandler onEnd) {
     if (!available || captureFails) throw std::runtime_error("micro indisponible (test)");
+    const QString name = source.isEmpty() ? defaultName : source;
+    if (!named(mics, name) && !named(monitors, name))
+        throw std::runtime_error("source absente (test)");
     std::lock_guard lock(mutex_);
     capturedFrom = source;
     ++captures;
     onPcm_ = std::move(onPcm);
     onEnd_ = std::move(onEnd);
-    return std::make_unique<FakeCapture>(*this);
+    return std::make_unique<FakeCapture>(*this, format);
 }
 
 void FakeAudio::play(const QByteArray& pcm, int rate) {

@@ -134,18 +134,26 @@ public:
 // Capture plays the PCM a test gives it; stop() returns at once.
 class FakeAudio final : public AudioSystem {
 public:
-    bool available = true;
+    bool available = true;     // the sound server answers
     bool captureFails = false; // the server is reachable but refuses the record stream
     QList<AudioSource> mics{{QStringLiteral("test-mic"), QStringLiteral("Micro de test")}};
-    QList<QPair<QByteArray, int>> played; // (pcm, rate) of every sound played
-    QString capturedFrom;                 // the source of the last capture
+    // The outputs' monitors, which a capture by name reaches but which are no microphones.
+    QList<AudioSource> monitors{{QStringLiteral("speakers.monitor"), QStringLiteral("Speakers")}};
+    QString defaultName = QStringLiteral("test-mic"); // the server's default source
+    SampleFormat format{48000, 2};                    // what every source delivers
+    QList<QPair<QByteArray, int>> played;             // (pcm, rate) of every sound played
+    QString capturedFrom;                             // the source of the last capture, as asked
     int captures = 0;
 
+    // Any listed source by name (empty: the default source); throws when the server is away,
+    // refuses, or the source is not there.
     std::unique_ptr<CaptureStream> capture(const QString& source, PcmHandler onPcm,
                                            EndHandler onEnd) override;
-    QList<AudioSource> microphones() override { return mics; }
+    QList<AudioSource> microphones() override { return available ? mics : QList<AudioSource>{}; }
+    QString defaultSource() override { return available ? defaultName : QString(); }
     void watchMicrophones(std::function<void()> handler) override { micsChanged = handler; }
-    bool microphoneAvailable() override { return available; }
+    bool serverAvailable() override { return available; }
+    bool microphoneAvailable() override;
     void play(const QByteArray& pcm, int rate) override;
     int stops = 0; // calls of stopPlaying
     void stopPlaying() override { ++stops; }

@@ -98,13 +98,9 @@ bool SoundServer::start() {
         loadModule(QStringLiteral("module-null-sink"),
                    {QStringLiteral("sink_name=speakers"),
                     QStringLiteral("sink_properties=device.description=Speakers")}) >= 0 &&
-        loadModule(QStringLiteral("module-remap-source"),
-                   {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=testmic"),
-                    QStringLiteral("source_properties=device.description=TestMic")}) >= 0 &&
+        plugTestMic() &&
         run(QStringLiteral("pactl"),
-            {QStringLiteral("set-default-sink"), QStringLiteral("speakers")}) &&
-        run(QStringLiteral("pactl"),
-            {QStringLiteral("set-default-source"), QStringLiteral("testmic")});
+            {QStringLiteral("set-default-sink"), QStringLiteral("speakers")});
     if (!ok) {
         error_ = QStringLiteral("the test devices could not be set up");
         stop();
@@ -159,6 +155,7 @@ void SoundServer::stop() {
             QThread::msleep(50);
         if (::kill(pid_t(pid_), 0) == 0) ::kill(pid_t(pid_), SIGKILL);
         pid_ = 0;
+        testMicModule_ = -1;
         if (hadRuntimeDir_)
             qputenv("XDG_RUNTIME_DIR", savedRuntimeDir_);
         else
@@ -191,6 +188,25 @@ bool SoundServer::unloadModule(int index) {
     bool ok = false;
     pactl({QStringLiteral("unload-module"), QString::number(index)}, &ok);
     return ok;
+}
+
+bool SoundServer::unplugTestMic() {
+    if (testMicModule_ < 0 || !unloadModule(testMicModule_)) return false;
+    testMicModule_ = -1;
+    return true;
+}
+
+bool SoundServer::plugTestMic() {
+    if (testMicModule_ >= 0) return false;
+    testMicModule_ =
+        loadModule(QStringLiteral("module-remap-source"),
+                   {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=testmic"),
+                    QStringLiteral("source_properties=device.description=TestMic")});
+    return testMicModule_ >= 0 && setDefaultSource(QStringLiteral("testmic"));
+}
+
+bool SoundServer::setDefaultSource(const QString& name) {
+    return run(QStringLiteral("pactl"), {QStringLiteral("set-default-source"), name});
 }
 
 bool SoundServer::play(const QString& wavPath, const QString& sink) {

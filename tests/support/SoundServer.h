@@ -47,6 +47,14 @@ public:
     int loadModule(const QString& name, const QStringList& args);
     bool unloadModule(int index);
 
+    // Takes "testmic" away, as a microphone unplugged: the server is left with the monitors of
+    // its outputs, and makes one of them the default source.
+    bool unplugTestMic();
+    // Brings "testmic" back (after unplugTestMic) as the default source.
+    bool plugTestMic();
+    // Makes a source the server's default.
+    bool setDefaultSource(const QString& name);
+
     // Plays a WAV file into a sink (paplay -d) and waits until it has been played.
     bool play(const QString& wavPath, const QString& sink = QStringLiteral("mic"));
     // Starts playing and returns at once; the process ends by itself.
@@ -65,6 +73,7 @@ private:
     std::unique_ptr<QTemporaryDir> dir_;
     std::unique_ptr<QProcess> keeper_; // keeps the test microphone running like a real one
     qint64 pid_ = 0;
+    int testMicModule_ = -1;
     QString error_;
     QByteArray savedRuntimeDir_, savedServer_;
     bool hadRuntimeDir_ = false, hadServer_ = false;

@@ -17,6 +17,55 @@ std::runtime_error failure(const QString& what, const QString& why) {
     return std::runtime_error(QStringLiteral("%1 (%2)").arg(what, why).toStdString());
 }
 
+// The name of the server's default source; empty when it has none. With the lock held.
+QString defaultSourceName(PulseConnection& c) {
+    struct Query {
+        PulseConnection* connection;
+        QString name;
+    } query{&c, {}};
+    pa_operation* op = pa_context_get_server_info(
+        c.context(),
+        [](pa_context*, const pa_server_info* info, void* data) {
+            auto* q = static_cast<Query*>(data);
+            if (info && info->default_source_name)
+                q->name = QString::fromUtf8(info->default_source_name);
+            pa_threaded_mainloop_signal(q->connection->loop(), 0);
+        },
+        &query);
+    return c.finish(op) ? query.name : QString();
+}
+
+// What the server says of one source, by name or (with an empty name) by index. With the lock
+// held.
+struct SourceFacts {
+    bool found = false;
+    bool monitor = false; // the monitor of an output
+    SampleFormat format;
+};
+SourceFacts sourceFacts(PulseConnection& c, const QString& name, uint32_t index) {
+    struct Query {
+        PulseConnection* connection;
+        SourceFacts facts;
+    } query{&c, {}};
+    const pa_source_info_cb_t onInfo = [](pa_context*, const pa_source_info* info, int eol,
+                                          void* data) {
+        auto* q = static_cast<Query*>(data);
+        if (eol || !info) {
+            pa_threaded_mainloop_signal(q->connection->loop(), 0);
+            return;
+        }
+        q->facts.found = true;
+        q->facts.monitor = info->monitor_of_sink != PA_INVALID_INDEX;
+        q->facts.format = {int(info->sample_spec.rate), int(info->sample_spec.channels)};
+    };
+    const QByteArray utf8 = name.toUtf8();
+    pa_operation* op =
+        name.isEmpty()
+            ? pa_context_get_source_info_by_index(c.context(), index, onInfo, &query)
+            : pa_context_get_source_info_by_name(c.context(), utf8.constData(), onInfo, &query);
+    return c.finish(op) ? query.facts : SourceFacts{};
+}
+
 // One record stream of S16LE mono 16 kHz. Its callbacks run on the connection's loop thread
 // (the capture thread) with the loop's lock held: the PCM handler must be quick, and stop()
 // must not be called from it.
@@ -55,7 +104,12 @@ public:
             }
             pa_threaded_mainloop_wait(connection_->loop());
         }
+        // The stream is converted to 16 kHz mono by the server: what the source itself
+        // delivers is asked of it, for the journal.
+        format_ = sourceFacts(*connection_, {}, pa_stream_get_device_index(stream_)).format;
     }
+
+    SampleFormat sourceFormat() const override { return format_; }
 
     void stop() override {
         if (!connection_) return;
@@ -93,6 +147,7 @@ private:
     AudioSystem::EndHandler onEnd_;
     pa_stream* stream_ = nullptr;
     bool running_ = false;
+    SampleFormat format_;
 };
 
 // The handlers of watchMicrophones, called on the main thread. Events of the loop thread are
@@ -229,31 +284,41 @@ public:
         });
     }
 
-    bool microphoneAvailable() override {
-        // Asked at each key press, on the main thread: a live connection answers at once (the
-        // server then always has a default source, a monitor at worst). Only a first use or a
-        // lost server costs a connection and a question.
-        if (client_.state() == PulseClient::State::Ready) return true;
-        std::shared_ptr<PulseConnection> c;
+    QString defaultSource() override {
         try {
-            c = client_.ready();
+            std::shared_ptr<PulseConnection> c = client_.ready();
+            PulseConnection::Lock lock(*c);
+            return defaultSourceName(*c);
+        } catch (const std::runtime_error&) {
+            return {};
+        }
+    }
+
+    bool serverAvailable() override {
+        // Asked at each key press, on the main thread: a live connection answers at once. Only
+        // a first use or a lost server costs a connection.
+        if (client_.state() == PulseClient::State::Ready) return true;
+        try {
+            client_.ready();
+            return true;
         } catch (const std::runtime_error&) {
             return false;
         }
-        struct Query {
-            PulseConnection* connection;
-            bool hasDefault = false;
-        } query{c.get()};
-        PulseConnection::Lock lock(*c);
-        pa_operation* op = pa_context_get_server_info(
-            c->context(),
-            [](pa_context*, const pa_server_info* info, void* data) {
-                auto* q = static_cast<Query*>(data);
-                q->hasDefault = info && info->default_source_name && *info->default_source_name;
-                pa_threaded_mainloop_signal(q->connection->loop(), 0);
-            },
-            &query);
-        return c->finish(op) && query.hasDefault;
+    }
+
+    bool microphoneAvailable() override {
+        // Without any input the servers make the monitor of an output the default source:
+        // that is what the computer plays, not a microphone.
+        try {
+            std::shared_ptr<PulseConnection> c = client_.ready();
+            PulseConnection::Lock lock(*c);
+            const QString name = defaultSourceName(*c);
+            if (name.isEmpty()) return false;
+            const SourceFacts facts = sourceFacts(*c, name, PA_INVALID_INDEX);
+            return facts.found && !facts.monitor;
+        } catch (const std::runtime_error&) {
+            return false;
+        }
     }
 
     void stopPlaying() override {

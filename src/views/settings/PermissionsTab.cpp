@@ -42,7 +42,7 @@ QWidget* SettingsPage::permissions() {
     c->addWidget(text(QStringLiteral("Ombry Voice entend ta touche de dictée par le serveur X et "
                                      "ton micro par le serveur de son (PulseAudio ou PipeWire)."),
                       "secondary"));
-    const bool soundServer = Platform::current().audio().microphoneAvailable();
+    const bool soundServer = Platform::current().audio().serverAvailable();
     const std::optional<QStringList> soundSettings = soundSettingsCommand();
     auto permissionRow = [&](const QString& title, bool granted, const QString& detail,
                              bool canOpen) {

@@ -1,6 +1,7 @@
 #include "views/shell/MicrophoneTest.h"
 
 #include "audio/AudioRecorder.h"
+#include "audio/Microphones.h"
 #include "platform/Platform.h"
 #include "platform/SerialQueue.h"
 
@@ -47,7 +48,11 @@ void MicrophoneTest::start(const QString& source) {
                 Qt::QueuedConnection);
         };
         try {
-            *stream = audio.capture(source, onPcm, onEnd);
+            // The microphone the recorder would take: never the monitor of an output.
+            const std::optional<QString> mic = Microphones::source(
+                source.isEmpty() ? std::nullopt : std::optional<QString>(source));
+            if (!mic) throw std::runtime_error("aucun micro");
+            *stream = audio.capture(*mic, onPcm, onEnd);
         } catch (const std::exception& e) {
             onEnd(QString::fromUtf8(e.what()));
         }

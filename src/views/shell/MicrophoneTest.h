@@ -18,7 +18,9 @@ public:
     explicit MicrophoneTest(QObject* parent = nullptr);
     ~MicrophoneTest() override; // stops and waits for the capture
 
-    // source: the server's name of the microphone; empty for the default one.
+    // source: the server's name of the chosen microphone; empty for the default one. As for
+    // a recording, a microphone that is not plugged in gives way to the default one, and a
+    // default source that is the monitor of an output is no microphone (failed() says so).
     void start(const QString& source);
     void stop();
     bool running() const { return running_; }
