@@ -305,6 +305,7 @@ private Q_SLOTS:
 
         const int captures = f.platform.audio().captures;
         f.c().handlePress();
+        f.advance(DictationController::kHoldMs);
         QTRY_COMPARE(f.c().flash().value_or(""), QString("Micro indisponible"));
         QCOMPARE(f.state(), State::Idle);
         QCOMPARE(f.platform.audio().captures, captures);

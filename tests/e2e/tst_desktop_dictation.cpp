@@ -480,7 +480,8 @@ private Q_SLOTS:
         QCOMPARE(history().size(), stored);
 
         // The same key held alone is still a dictation, with none of its first words lost.
-        dictateInto(QStringLiteral("euh à demain"), QStringLiteral("À demain."), false);
+        dictateInto(QStringLiteral("euh je serai là demain matin"),
+                    QStringLiteral("Je serai là demain matin."), false);
         QVERIFY(desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("us")}).exitCode == 0);
     }
 };

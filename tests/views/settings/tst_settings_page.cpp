@@ -144,6 +144,7 @@ private Q_SLOTS:
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightCommand,
                                    modifier::Command | modifier::RightCommandDown});
+        platform_.clock().advance(DictationController::kHoldMs); // shown once it is no chord
         QTRY_COMPARE(controller.state(), DictationController::State::Recording);
         controller.cancel();
         QTRY_COMPARE(controller.state(), DictationController::State::Idle);

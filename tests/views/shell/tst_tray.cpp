@@ -147,6 +147,7 @@ private Q_SLOTS:
         QCOMPARE(settingsFile().value("key").toString(), QStringLiteral("rightControl"));
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightControl,
                                    modifier::Control | modifier::RightControlDown});
+        platform_.clock().advance(DictationController::kHoldMs); // shown once it is no chord
         QTRY_COMPARE(controller.state(), DictationController::State::Recording);
         // The icon shows the recording, then idle again.
         QCOMPARE(shell.tray()->iconName(), QStringLiteral("waveform.circle.fill"));

@@ -154,6 +154,7 @@ private Q_SLOTS:
         QVERIFY(!onboarding->keyHeard());
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightControl,
                                    modifier::Control | modifier::RightControlDown});
+        platform_.clock().advance(DictationController::kHoldMs); // shown once it is no chord
         QTRY_VERIFY(onboarding->keyHeard());
         QVERIFY(
             showsText(onboarding,
