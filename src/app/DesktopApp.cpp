@@ -121,6 +121,9 @@ int runDesktop(QApplication& app) {
         printLine(QStringLiteral("Ombry Voice est déjà lancé."));
         return 0;
     }
+    // From here on: a session that ends the program while it starts (its start lines written,
+    // the window not yet shown) must not kill it before the store is written.
+    quitOnSignals(app);
 
     DictationController& controller = DictationController::shared();
     // The tray icon and its menu; the main window with its menu bar is made when first shown.
@@ -177,7 +180,6 @@ int runDesktop(QApplication& app) {
     // The main window at every normal start.
     shell.showWindow();
 
-    quitOnSignals(app);
     const int status = app.exec();
     controller.onNeedsAttention = nullptr; // it reaches the shell, which goes with this function
     BubbleController::shared().close();

@@ -21,12 +21,12 @@ template <class E> struct Case {
     const char* label;
 };
 
-// Labels name the keys as they are found on a PC keyboard.
+// Labels name the keys as a PC keyboard has them; Right Alt's depends on the layout (below).
 constexpr std::array<Case<DictationKey>, 4> kDictationKeys{{
-    {DictationKey::RightOption, "rightOption", "Option droite (Alt)"},
-    {DictationKey::RightCommand, "rightCommand", "Commande droite (Super)"},
-    {DictationKey::RightControl, "rightControl", "Contrôle droite (Ctrl)"},
-    {DictationKey::Fn, "fn", "Fn (touche Menu)"},
+    {DictationKey::RightOption, "rightOption", "Alt Gr"},
+    {DictationKey::RightCommand, "rightCommand", "Super droite"},
+    {DictationKey::RightControl, "rightControl", "Ctrl droite"},
+    {DictationKey::Fn, "fn", "Menu"},
 }};
 
 constexpr std::array<Case<Language>, 6> kLanguages{{
@@ -108,7 +108,9 @@ OMBRY_ENUM(TranscriptionEngine, kTranscriptionEngines)
 OMBRY_ENUM(RewriteEngine, kRewriteEngines)
 #undef OMBRY_ENUM
 
-QString label(DictationKey v) {
+QString label(DictationKey v, std::optional<bool> rightAltIsAltGr) {
+    if (v == DictationKey::RightOption && rightAltIsAltGr == false)
+        return QStringLiteral("Alt droite");
     return QString::fromUtf8(find(kDictationKeys, v).label);
 }
 QString label(Language v) {

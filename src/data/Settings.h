@@ -34,7 +34,10 @@ QString rawValue(RewriteEngine v);
 
 // French display labels. TranscriptionEngine and RewriteEngine have none here: their texts
 // depend on the mode and belong to the settings page.
-QString label(DictationKey v);
+// The dictation key by its name on the keyboard. Right Alt is "Alt Gr" where the layout makes
+// it AltGr and "Alt droite" where it is a plain Alt (KeyboardHook::rightAltIsAltGr() tells);
+// "Alt Gr" when that is not known, the key of most French keyboards.
+QString label(DictationKey v, std::optional<bool> rightAltIsAltGr);
 QString label(Language v);
 QString label(Theme v);
 QString label(PerformanceMode v);

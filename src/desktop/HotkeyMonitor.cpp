@@ -64,6 +64,7 @@ HotkeyMonitor::HotkeyMonitor(AppSettings* settings, QObject* parent)
          {&AppSettings::correctionShortcutChanged, &AppSettings::correctionKeyCodeChanged,
           &AppSettings::correctionModifiersChanged, &AppSettings::correctionDoubleCopyChanged})
         connect(&s, signal, this, &HotkeyMonitor::refresh);
+    connect(&s, &AppSettings::keyChanged, this, &HotkeyMonitor::refresh);
     connect(&s, &AppSettings::acceptPostedKeysChanged, this,
             [this] { keyboard().setAcceptPostedKeys(this->settings().acceptPostedKeys()); });
 }
@@ -116,7 +117,11 @@ QList<KeyCombo> HotkeyMonitor::swallowList() const {
     auto add = [&combos](KeyCombo c) {
         if (!combos.contains(c)) combos << c;
     };
-    if (dictating()) add({keycode::Escape, 0});
+    // Whatever is held: in hold-to-talk the dictation key, a modifier itself, is down.
+    if (dictating()) add(KeyCombo::withAnyModifiers(keycode::Escape));
+    // The Menu key opens the context menu of the application in front, which would then take
+    // the keyboard and the paste: as the dictation key, it never reaches the application.
+    if (settings().key() == DictationKey::Fn) add(KeyCombo::withAnyModifiers(keycode::Fn));
     if (recording_) return combos;
     add({keycode::V, kCtrlAlt});
     add({keycode::R, kCtrlAlt});

@@ -70,7 +70,12 @@ struct KeyEvent {
 struct KeyCombo {
     uint16_t keyCode = 0;
     uint64_t modifiers = 0; // of modifier::Mask
+    // The key taken whatever modifiers are held (modifiers stays 0): Escape while the dictation
+    // key, itself a modifier, is held down.
+    bool anyModifiers = false;
     bool operator==(const KeyCombo&) const = default;
+
+    static KeyCombo withAnyModifiers(uint16_t keyCode) { return {keyCode, 0, true}; }
 };
 
 // The global keyboard. Sees every key of the session without taking it, and swallows only the
@@ -86,13 +91,18 @@ public:
     virtual bool running() const = 0;
     virtual QString reason() const = 0;
     // The combinations swallowed from now on, replacing the former list. A swallowed key is
-    // still reported to the handler exactly once.
+    // still reported to the handler exactly once. The hook reports AltGr as Alt (Option), so a
+    // combination with Option is also taken with AltGr in its place.
     virtual void setSwallowed(const QList<KeyCombo>& combos) = 0;
     // Keys posted by other programs (XTEST) count as real keys when true: remote desktops
     // deliver the user's keys that way.
     virtual void setAcceptPostedKeys(bool accept) = 0;
     // The modifier flags last seen, written only by the hook (0 while it is not running).
     virtual uint64_t lastModifierFlags() const = 0;
+    // Whether the Right Alt key is AltGr (the third level of the keys, as on French layouts) or
+    // a plain Alt on the current keyboard layout; nullopt when the hook cannot tell (not
+    // running, no such key). Its name for the user follows.
+    virtual std::optional<bool> rightAltIsAltGr() const = 0;
 };
 
 // Posts keys as if typed. Keys posted here are recognised by the hook as this process's own.

@@ -77,6 +77,23 @@ private Q_SLOTS:
         QCOMPARE(UserDefaults(file).value(key), stored);
     }
 
+    void dictationKeysInLinuxWords() {
+        // Right Alt as the layout has it: AltGr on French layouts, a plain Alt on US ones;
+        // AltGr when the keyboard cannot tell.
+        const QStringList altGr{"Alt Gr", "Super droite", "Ctrl droite", "Menu"};
+        const QStringList plainAlt{"Alt droite", "Super droite", "Ctrl droite", "Menu"};
+        for (const std::optional<bool> layout : {std::optional(true), std::optional<bool>()}) {
+            QStringList names;
+            for (const DictationKey k : allCases<DictationKey>())
+                names << label(k, layout);
+            QCOMPARE(names, altGr);
+        }
+        QStringList names;
+        for (const DictationKey k : allCases<DictationKey>())
+            names << label(k, false);
+        QCOMPARE(names, plainAlt);
+    }
+
     void settersWriteAtOnceKeepingTypes() {
         auto s = settingsWith({});
         QVERIFY(!QFile::exists(file)); // reading the defaults writes nothing

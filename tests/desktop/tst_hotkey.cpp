@@ -141,6 +141,11 @@ private Q_SLOTS:
         dictating = true;
         monitor->refresh();
         QVERIFY(swallowed(keycode::Escape, 0));
+        // Whatever is held: in hold-to-talk the dictation key (AltGr, Right Ctrl, Right Super)
+        // is down with it, and Escape must not reach the application (a dialog, vim).
+        QVERIFY(swallowed(keycode::Escape, modifier::Option));
+        QVERIFY(swallowed(keycode::Escape, modifier::Control));
+        QVERIFY(swallowed(keycode::Escape, modifier::Command | modifier::Shift));
         dictating = false;
         monitor->refresh();
         QVERIFY(!swallowed(keycode::Escape, 0));
@@ -158,9 +163,28 @@ private Q_SLOTS:
         settings().setCorrectionShortcut(true);
         dictating = true;
         monitor->setRecording(true);
-        QCOMPARE(keys().swallowed, (QList<KeyCombo>{{keycode::Escape, 0}}));
+        QCOMPARE(keys().swallowed, QList<KeyCombo>{KeyCombo::withAnyModifiers(keycode::Escape)});
         monitor->setRecording(false);
         QVERIFY(swallowed(keycode::V, kCtrlAlt));
+    }
+
+    void menuKeyTakenOnlyAsTheDictationKey() {
+        // Another key chosen: the Menu key belongs to the application in front.
+        QVERIFY(!swallowed(keycode::Fn, 0));
+        settings().setKey(DictationKey::Fn);
+        QVERIFY(swallowed(keycode::Fn, 0));
+        QVERIFY(swallowed(keycode::Fn, modifier::Shift));
+        send(flagsEvent(keycode::Fn, modifier::FnDown));
+        send(flagsEvent(keycode::Fn, modifier::FnDown));
+        send(flagsEvent(keycode::Fn, 0));
+        QCOMPARE(calls.value("press"), 1);
+        QCOMPARE(calls.value("release"), 1);
+        // Capturing a shortcut leaves the dictation key working, so taken.
+        monitor->setRecording(true);
+        QVERIFY(swallowed(keycode::Fn, 0));
+        monitor->setRecording(false);
+        settings().setKey(DictationKey::RightControl);
+        QVERIFY(!swallowed(keycode::Fn, 0));
     }
 
     void escapeAndFixedShortcuts() {
@@ -169,6 +193,16 @@ private Q_SLOTS:
         dictating = true;
         send(keyDown(keycode::Escape, 0));
         QCOMPARE(calls.value("cancel"), 1);
+        // With the dictation key held (AltGr reported as Alt), still the cancel.
+        send(keyDown(keycode::Escape, kRightAltDown));
+        send(keyDown(keycode::Escape, modifier::Control | modifier::RightControlDown));
+        QCOMPARE(calls.value("cancel"), 3);
+        dictating = false;
+        // Ctrl+AltGr+V, as French users type Ctrl+Alt+V.
+        send(keyDown(keycode::V, modifier::Control | kRightAltDown));
+        QCOMPARE(calls.value("pasteLast"), 1);
+        calls.remove("pasteLast");
+        dictating = true;
 
         // Held down: one paste, the repeats give nothing more.
         send(keyDown(keycode::V, kCtrlAlt));

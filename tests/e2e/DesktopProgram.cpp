@@ -32,6 +32,12 @@ void DesktopProgram::writeSettings(const QJsonObject& settings) {
         f.write(QJsonDocument(settings).toJson());
 }
 
+QJsonObject DesktopProgram::readSettings() const {
+    QFile f(home_.filePath(QStringLiteral("config/com.quennard.ombryvoice.json")));
+    return f.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(f.readAll()).object()
+                                       : QJsonObject();
+}
+
 void DesktopProgram::writeData(const QString& name, const QByteArray& bytes) {
     QDir().mkpath(dataFolder());
     QFile f(dataFolder() + QLatin1Char('/') + name);

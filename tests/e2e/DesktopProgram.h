@@ -28,6 +28,8 @@ public:
 
     // The user defaults file, written whole.
     void writeSettings(const QJsonObject& settings);
+    // The user defaults file as it is now (the program writes it at each change).
+    QJsonObject readSettings() const;
     // A file of the data folder (snippets.json, keys.json…), written whole.
     void writeData(const QString& name, const QByteArray& bytes);
     QByteArray readData(const QString& name) const;

@@ -12,10 +12,12 @@
 #include "data/Records.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QtEndian>
 #include <csignal>
@@ -26,6 +28,19 @@ using namespace ombry::test;
 namespace {
 
 const QByteArray kUserClipboard = "presse-papiers de l'utilisateur";
+
+// Right Alt by its place on the keyboard: AltGr (ISO_Level3_Shift) on a French layout.
+constexpr int kRightAlt = 108;
+
+// The French layout for the session until the guard ends, then the US one again.
+[[nodiscard]] auto frenchLayout() {
+    DesktopSession& desktop = *DesktopSession::current();
+    const auto set = desktop.run(QStringLiteral("setxkbmap"), {QStringLiteral("fr")});
+    if (set.exitCode != 0) qWarning("setxkbmap fr: %s", set.err.constData());
+    return qScopeGuard([] {
+        DesktopSession::current()->run(QStringLiteral("setxkbmap"), {QStringLiteral("us")});
+    });
+}
 
 // What plays on the speakers (the program's sounds), recorded from their monitor.
 class SpeakerTap {
@@ -89,9 +104,6 @@ class TstDesktopDictation : public QObject {
     QString lastStored; // the final text of the newest dictation in the history
     int stored = 0;     // dictations the history must hold
 
-    // The key right of the space bar: Right Alt, or AltGr on a French layout.
-    static constexpr int kRightAlt = 108;
-
     DesktopSession& desktop() { return *DesktopSession::current(); }
     int key(const char* name) { return desktop().keycode(name); }
     QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
@@ -108,13 +120,23 @@ class TstDesktopDictation : public QObject {
                player.exitCode() == 0;
     }
 
-    // The dictation key held on the keyboard device while the sentence is spoken.
-    void holdAndSpeak(int mark) {
-        QVERIFY(desktop().keyboardPress(kRightAlt));
+    // The dictation key (Right Alt unless told) held on the keyboard device while the
+    // sentence is spoken.
+    void holdAndSpeak(int mark, int dictationKey = kRightAlt) {
+        QVERIFY(desktop().keyboardPress(dictationKey));
         QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
                  qPrintable(journalSince(mark)));
         QVERIFY(speak());
-        QVERIFY(desktop().keyboardRelease(kRightAlt));
+        QVERIFY(desktop().keyboardRelease(dictationKey));
+    }
+
+    // Ends the program and starts it again with another dictation key (its settings value).
+    void restartWithKey(const QString& raw) {
+        QCOMPARE(program.stop(), 0);
+        QJsonObject settings = program.readSettings();
+        settings.insert(QStringLiteral("key"), raw);
+        program.writeSettings(settings);
+        QVERIFY2(program.start(), qPrintable(program.error()));
     }
 
     // The field in front, holding nothing yet, with the user's own text on the clipboard.
@@ -152,7 +174,8 @@ class TstDesktopDictation : public QObject {
 
     // A plain dictation into a fresh field: the model hears `heard`, the rewrite gives
     // `written`, which must reach the field with the user's clipboard back afterwards.
-    void dictateInto(const QString& heard, const QString& written, bool handsFree) {
+    void dictateInto(const QString& heard, const QString& written, bool handsFree,
+                     int dictationKey = 0) {
         openFieldWithClipboard();
         if (QTest::currentTestFailed()) return;
         services.transcript = heard;
@@ -168,7 +191,7 @@ class TstDesktopDictation : public QObject {
             QVERIFY(speak());
             QVERIFY(desktop().keyboardChord({kRightAlt}));
         } else {
-            holdAndSpeak(mark);
+            holdAndSpeak(mark, dictationKey);
             if (QTest::currentTestFailed()) return;
         }
         const auto pasted = program.waitForLine(QStringLiteral("collé:"), mark, 20000);
@@ -328,9 +351,13 @@ private Q_SLOTS:
             [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
             mark));
         QTest::qWait(300);
+        QVERIFY(desktop().targetRunning());
         QVERIFY(services.calls.isEmpty());
         QCOMPARE(watch.changes(desktop().targetWindow()), 0);
         QVERIFY(!program.hasLine(QStringLiteral("collé:"), mark));
+        // Right Alt is a plain Alt on this layout, and openbox holds Alt+Escape (no other
+        // client can take it): it lowered the dialog and may have focused another window.
+        QVERIFY(desktop().activateWindow(desktop().targetWindow()));
         QCOMPARE(desktop().closeTarget().value_or("?"), QString());
         QCOMPARE(history().size(), stored);
     }
@@ -459,7 +486,7 @@ private Q_SLOTS:
     // On a French keyboard AltGr types characters: each chord types its character into the
     // field and starts no dictation (nothing shown, recorded or sent).
     void altGrChordsTypeCharacters() {
-        QVERIFY(desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("fr")}).exitCode == 0);
+        const auto restore = frenchLayout();
         openFieldWithClipboard();
         if (QTest::currentTestFailed()) return;
         const int mark = program.mark();
@@ -482,7 +509,55 @@ private Q_SLOTS:
         // The same key held alone is still a dictation, with none of its first words lost.
         dictateInto(QStringLiteral("euh je serai là demain matin"),
                     QStringLiteral("Je serai là demain matin."), false);
-        QVERIFY(desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("us")}).exitCode == 0);
+    }
+
+    // On a French layout the dictation key is AltGr, whose modifier is not Alt's. Escape
+    // pressed while it is held in hold-to-talk cancels the dictation and never reaches the
+    // dialog in front, which Escape would close.
+    void escapeWithAltGrHeld() {
+        const auto restore = frenchLayout();
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        ClipboardWatch watch;
+        const int mark = program.mark();
+        QElapsedTimer held;
+        held.start();
+        QVERIFY(desktop().keyboardPress(kRightAlt));
+        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
+                 qPrintable(journalSince(mark)));
+        // Well past the start of the hold, where another key would make a chord of AltGr.
+        QTest::qWait(int(std::max<qint64>(0, 1100 - held.elapsed())));
+        QVERIFY(desktop().keyboardChord({key("Escape")}));
+        QVERIFY2(program.waitForLine(QStringLiteral("dictée annulée"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(desktop().keyboardRelease(kRightAlt));
+        QVERIFY(program.waitFor(
+            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
+            mark));
+        QTest::qWait(300);
+        QVERIFY2(desktop().targetRunning(), "Escape a fermé la fenêtre de devant");
+        QVERIFY(services.calls.isEmpty());
+        QCOMPARE(watch.changes(desktop().targetWindow()), 0);
+        QVERIFY(!program.hasLine(QStringLiteral("collé:"), mark));
+        QCOMPARE(desktop().closeTarget().value_or("?"), QString());
+        QCOMPARE(history().size(), stored);
+    }
+
+    // The Menu key as dictation key, held while the sentence is spoken: the text reaches the
+    // field, as the field's context menu never opened to take the keyboard and the paste,
+    // and the key held (which the server repeats) is one press and one release.
+    void menuKeyDictates() {
+        const auto restore = frenchLayout();
+        restartWithKey(QStringLiteral("fn"));
+        if (QTest::currentTestFailed()) return;
+        const int mark = program.mark();
+        dictateInto(QStringLiteral("euh la réunion est déplacée à demain"),
+                    QStringLiteral("La réunion est déplacée à demain."), false, key("Menu"));
+        if (QTest::currentTestFailed()) return;
+        const QStringList lines = program.journal().mid(mark);
+        QCOMPARE(lines.filter(QStringLiteral("touche: fn enfoncée")).size(), 1);
+        QCOMPARE(lines.filter(QStringLiteral("touche: fn relâchée")).size(), 1);
+        restartWithKey(QStringLiteral("rightOption"));
     }
 };
 

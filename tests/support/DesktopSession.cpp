@@ -257,7 +257,14 @@ bool DesktopSession::openTarget(const QString& title) {
                              10000);
     const QList<QByteArray> ids = found.out.split('\n');
     if (!found.finished || ids.value(0).trimmed().isEmpty()) {
-        error_ = QStringLiteral("pas de fenêtre « %1 »").arg(title);
+        // What xdotool said, and whether zenity still runs, tell a slow start from a failure.
+        error_ = QStringLiteral("pas de fenêtre « %1 » (xdotool %2 : %3 ; zenity %4)")
+                     .arg(title,
+                          found.finished ? QString::number(found.exitCode)
+                                         : QStringLiteral("sans réponse"),
+                          QString::fromLocal8Bit(found.err.trimmed()),
+                          zenity->state() == QProcess::Running ? QStringLiteral("lancé")
+                                                               : QStringLiteral("terminé"));
         return false;
     }
     target_ = zenity;
@@ -289,6 +296,10 @@ bool DesktopSession::openTarget(const QString& title) {
 
 qint64 DesktopSession::targetPid() const {
     return target_ ? target_->processId() : 0;
+}
+
+bool DesktopSession::targetRunning() const {
+    return target_ && target_->state() == QProcess::Running;
 }
 
 std::optional<QString> DesktopSession::closeTarget(int timeoutMs) {

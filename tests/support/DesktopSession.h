@@ -47,6 +47,8 @@ public:
     bool openTarget(const QString& title = QStringLiteral("Cible"));
     qulonglong targetWindow() const { return targetWindow_; }
     qint64 targetPid() const;
+    // The target still runs: no key closed it (Escape does, Return through closeTarget()).
+    bool targetRunning() const;
     // Presses Return in the target and gives what zenity printed: the field's text.
     std::optional<QString> closeTarget(int timeoutMs = 5000);
 

@@ -35,7 +35,8 @@ void FakeKeyboard::send(const KeyEvent& event) {
 }
 
 bool FakeKeyboard::swallows(uint16_t keyCode, uint64_t modifiers) const {
-    return swallowed.contains(KeyCombo{keyCode, modifiers});
+    return swallowed.contains(KeyCombo{keyCode, modifiers}) ||
+           swallowed.contains(KeyCombo::withAnyModifiers(keyCode));
 }
 
 bool FakeKeyPoster::post(uint16_t keyCode, uint64_t modifiers) {

@@ -62,6 +62,7 @@ public:
     QList<KeyCombo> swallowed;
     bool acceptPosted = false;
     uint64_t flags = 0;
+    std::optional<bool> altGr; // what rightAltIsAltGr() answers
 
     bool start(Handler handler) override;
     void stop() override { handler_ = {}; }
@@ -70,8 +71,10 @@ public:
     void setSwallowed(const QList<KeyCombo>& combos) override { swallowed = combos; }
     void setAcceptPostedKeys(bool accept) override { acceptPosted = accept; }
     uint64_t lastModifierFlags() const override { return flags; }
+    std::optional<bool> rightAltIsAltGr() const override { return altGr; }
     // Delivers an event as the hook would (flags-changed events also set lastModifierFlags).
     void send(const KeyEvent& event);
+    // Whether the key with these modifiers is taken (by its combination, or with any).
     bool swallows(uint16_t keyCode, uint64_t modifiers) const;
 
 private:

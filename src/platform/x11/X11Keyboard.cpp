@@ -77,6 +77,10 @@ bool X11KeyboardHook::start(Handler handler) {
     masks[0] = {XIAllMasterDevices, sizeof rawMask, rawMask};
     masks[1] = {XIAllDevices, sizeof hierarchyMask, hierarchyMask};
     XISelectEvents(display, connection_.root(), masks, 2);
+    // A key held during one of our grabs repeats as core events: without this, each repeat is
+    // a release and a press, and the dictation key held would go up and down.
+    Bool detectable = False;
+    XkbSetDetectableAutoRepeat(display, True, &detectable);
 
     keys_.rebuild(display);
     readModifierMasks();
@@ -113,6 +117,7 @@ void X11KeyboardHook::stop() {
     pending_.clear();
     modifiers_.clear();
     keysDown_.clear();
+    lastRawPress_ = {0, 0};
     lastFlags_ = 0;
 }
 
@@ -130,6 +135,24 @@ void X11KeyboardHook::readModifierMasks() {
     altMask_ = Mod1Mask;
     superMask_ = Mod4Mask;
     numLockMask_ = Mod2Mask;
+    altGrMask_ = 0;
+    // The key at Right Alt's place on a PC keyboard (evdev KEY_RIGHTALT): AltGr where the
+    // layout gives it the third level, a plain Alt elsewhere (US).
+    constexpr int rightAlt = 100 + 8;
+    switch (XkbKeycodeToKeysym(display, KeyCode(rightAlt), 0, 0)) {
+    case XK_ISO_Level3_Shift:
+    case XK_Mode_switch:
+        rightAltIsAltGr_ = true;
+        break;
+    case XK_Alt_R:
+    case XK_Alt_L:
+    case XK_Meta_R:
+    case XK_Meta_L:
+        rightAltIsAltGr_ = false;
+        break;
+    default:
+        rightAltIsAltGr_.reset(); // a Compose key, or nothing
+    }
     XModifierKeymap* map = XGetModifierMapping(display);
     if (!map) return;
     const KeyCode alt = XKeysymToKeycode(display, XK_Alt_L);
@@ -142,9 +165,14 @@ void X11KeyboardHook::readModifierMasks() {
             if (kc == alt) altMask_ = 1u << mod;
             if (kc == super) superMask_ = 1u << mod;
             if (kc == numLock) numLockMask_ = 1u << mod;
+            // AltGr's modifier (Mod5 usually), whichever key carries it in the map: on a
+            // French layout Right Alt gives this state, not Alt's.
+            const KeySym sym = XkbKeycodeToKeysym(display, kc, 0, 0);
+            if (sym == XK_ISO_Level3_Shift || sym == XK_Mode_switch) altGrMask_ |= 1u << mod;
         }
     }
     XFreeModifiermap(map);
+    if (altGrMask_ == altMask_) altGrMask_ = 0;
 }
 
 void X11KeyboardHook::findPostingDevices() {
@@ -177,23 +205,50 @@ void X11KeyboardHook::grab() {
     Display* display = connection_.get();
     const Window root = connection_.root();
     const unsigned locks[] = {0u, unsigned(LockMask), numLockMask_, LockMask | numLockMask_};
-    x11::ErrorTrap trap(display);
-    for (const KeyCombo& combo : swallowed_) {
-        unsigned mods = 0;
-        if (combo.modifiers & modifier::Shift) mods |= ShiftMask;
-        if (combo.modifiers & modifier::Control) mods |= ControlMask;
-        if (combo.modifiers & modifier::Option) mods |= altMask_;
-        if (combo.modifiers & modifier::Command) mods |= superMask_;
-        for (const int kc : keys_.keycodes(combo.keyCode)) {
-            for (const unsigned lock : locks) {
-                XGrabKey(display, kc, mods | lock, root, False, GrabModeAsync, GrabModeAsync);
-                grabbed_.emplace_back(kc, mods | lock);
+    bool taken = false;
+    {
+        x11::ErrorTrap trap(display);
+        for (const KeyCombo& combo : swallowed_) {
+            if (combo.anyModifiers) continue;
+            unsigned mods = 0;
+            if (combo.modifiers & modifier::Shift) mods |= ShiftMask;
+            if (combo.modifiers & modifier::Control) mods |= ControlMask;
+            if (combo.modifiers & modifier::Command) mods |= superMask_;
+            // Alt, or AltGr in its place: Ctrl+AltGr+V is the Ctrl+Alt+V of many French users.
+            std::vector<unsigned> variants{mods};
+            if (combo.modifiers & modifier::Option) {
+                variants = {mods | altMask_};
+                if (altGrMask_) variants.push_back(mods | altGrMask_);
+            }
+            for (const int kc : keys_.keycodes(combo.keyCode)) {
+                for (const unsigned variant : variants) {
+                    for (const unsigned lock : locks) {
+                        XGrabKey(display, kc, variant | lock, root, False, GrabModeAsync,
+                                 GrabModeAsync);
+                        grabbed_.emplace_back(kc, variant | lock);
+                    }
+                }
             }
         }
+        // A combination that another client already grabbed gives BadAccess: that key is then
+        // not swallowed, but the others are and the keys are still heard.
+        taken = trap.failed();
     }
-    // A combination that another client already grabbed gives BadAccess: that key is then
-    // not swallowed, but the others are and the keys are still heard.
-    if (trap.failed()) qWarning("clavier: une combinaison est déjà prise par un autre programme");
+    if (taken) qWarning("clavier: une combinaison est déjà prise par un autre programme");
+
+    // A key taken whatever the modifiers: one grab for each state of the eight modifiers, as
+    // a single AnyModifier grab fails whole when another client holds the key with one of
+    // them (openbox takes Alt+Escape). Those states stay with their owner, without a warning.
+    x11::ErrorTrap trap(display);
+    for (const KeyCombo& combo : swallowed_) {
+        if (!combo.anyModifiers) continue;
+        for (const int kc : keys_.keycodes(combo.keyCode)) {
+            for (unsigned state = 0; state < 0x100; ++state)
+                XGrabKey(display, kc, state, root, False, GrabModeAsync, GrabModeAsync);
+            // Our grabs of the key, whatever their modifiers, go with one request.
+            grabbed_.emplace_back(kc, unsigned(AnyModifier));
+        }
+    }
 }
 
 void X11KeyboardHook::ungrab() {
@@ -222,7 +277,11 @@ void X11KeyboardHook::readEvents() {
             }
             // While one of our grabs holds the keyboard (from the press of its key to the
             // release), the server sends this client core events in place of raw ones: the
-            // press was reported raw before the grab began, the releases come only here.
+            // press that began the grab was reported raw, the other keys come only here.
+            if (event.type == KeyPress) {
+                handleGrabbedPress(int(event.xkey.keycode), event.xkey.time);
+                continue;
+            }
             if (event.type == KeyRelease) {
                 handleGrabbedRelease(int(event.xkey.keycode));
                 continue;
@@ -286,30 +345,48 @@ void X11KeyboardHook::handleRawKey(int evtype, const void* rawEvent) {
     event.sourcePid = fromXTest && !own && !acceptPosted_ ? -1 : 0;
     event.sourceState = raw->sourceid;
 
+    if (press) {
+        lastRawPress_ = {kc, raw->time};
+        // A key this process posted while lifting held modifiers reached the application with
+        // the modifiers it was posted with.
+        keyPressed(kc, event, (raw->flags & XIKeyRepeat) != 0, claimed.flags);
+        return;
+    }
     if (x11::isModifierKey(code)) {
-        if (press) {
-            if (modifiers_.held(kc)) return; // a held modifier repeating
-            modifiers_.press(kc, code);
-        } else {
-            if (!modifiers_.held(kc)) return; // its release came already, during a grab
-            modifiers_.release(kc);
-        }
+        if (!modifiers_.held(kc)) return; // its release came already, during a grab
+        modifiers_.release(kc);
         event.type = KeyEvent::Type::FlagsChanged;
         event.flags = modifiers_.flags();
         pending_.push_back(event);
         return;
     }
-    if (!press) {
-        keysDown_.erase(kc);
+    keysDown_.erase(kc);
+}
+
+void X11KeyboardHook::keyPressed(int kc, KeyEvent event, bool repeat,
+                                 std::optional<uint64_t> flags) {
+    if (x11::isModifierKey(event.keyCode)) {
+        if (modifiers_.held(kc)) return; // a held modifier repeating
+        modifiers_.press(kc, event.keyCode);
+        event.type = KeyEvent::Type::FlagsChanged;
+        event.flags = modifiers_.flags();
+        pending_.push_back(event);
         return;
     }
     event.type = KeyEvent::Type::KeyDown;
-    event.autoRepeat = keysDown_.count(kc) > 0 || (raw->flags & XIKeyRepeat);
+    event.autoRepeat = keysDown_.count(kc) > 0 || repeat;
     keysDown_.insert(kc);
-    // A key this process posted while lifting held modifiers reached the application with
-    // the modifiers it was posted with.
-    event.flags = claimed.flags.value_or(modifiers_.flags());
-    if (code != NoKey) pending_.push_back(event);
+    event.flags = flags.value_or(modifiers_.flags());
+    if (event.keyCode != NoKey) pending_.push_back(event);
+}
+
+void X11KeyboardHook::handleGrabbedPress(int kc, unsigned long time) {
+    // The press that began the grab, delivered again as the grab's first event.
+    if (lastRawPress_ == std::pair(kc, time)) return;
+    // The core event does not name its device: a key during our grab counts as the user's.
+    KeyEvent event;
+    event.keyCode = keys_.code(kc);
+    keyPressed(kc, event, false, std::nullopt);
 }
 
 void X11KeyboardHook::handleGrabbedRelease(int kc) {

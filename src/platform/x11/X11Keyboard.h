@@ -8,6 +8,7 @@
 #include <atomic>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -17,8 +18,8 @@ namespace ombry::x11 {
 
 // The global keyboard under X11. It listens to XInput2 raw key events on the root window of
 // its own connection (they arrive for every key of the session, also while another client
-// holds a grab, and without taking the key from anyone; during its own grabs the releases come
-// as core events), keeps the modifiers held from them,
+// holds a grab, and without taking the key from anyone; during its own grabs the keys come as
+// core events), keeps the modifiers held from them,
 // and swallows the combinations asked for with passive key grabs on the root window. The
 // connection's socket is watched by a QSocketNotifier on the thread that started the hook (the
 // main thread): nothing is polled, and events reach the handler in the server's order.
@@ -34,13 +35,20 @@ public:
     void setSwallowed(const QList<KeyCombo>& combos) override;
     void setAcceptPostedKeys(bool accept) override { acceptPosted_ = accept; }
     uint64_t lastModifierFlags() const override { return lastFlags_.load(); }
+    std::optional<bool> rightAltIsAltGr() const override {
+        return connection_ ? rightAltIsAltGr_ : std::nullopt;
+    }
 
 private:
     void readEvents();
     void handleRawKey(int evtype, const void* rawEvent);
-    // A key released while our grab held the keyboard (no raw event for it then).
+    // A key pressed or released while our grab held the keyboard (no raw event for it then).
+    void handleGrabbedPress(int kc, unsigned long time);
     void handleGrabbedRelease(int kc);
+    // A key went down: a modifier gives a flags-changed event, another key a key-down.
+    void keyPressed(int kc, KeyEvent event, bool repeat, std::optional<uint64_t> flags);
     void findPostingDevices();
+    // The X modifier masks of Alt, Super, Num Lock and AltGr, and what Right Alt is.
     void readModifierMasks();
     void seedHeldModifiers();
     void grab();
@@ -61,10 +69,15 @@ private:
     std::set<int> postingDevices_; // the XTEST slave keyboards: keys posted by programs
     bool acceptPosted_ = false;
     std::atomic<uint64_t> lastFlags_{0};
+    // The last raw press (key code, server time): a grab that it started repeats it as a core
+    // press, which is no second press.
+    std::pair<int, unsigned long> lastRawPress_{0, 0};
 
     QList<KeyCombo> swallowed_;
     std::vector<std::pair<int, unsigned>> grabbed_; // (key code, X modifier mask)
     unsigned altMask_ = 0, superMask_ = 0, numLockMask_ = 0;
+    unsigned altGrMask_ = 0; // 0 when the layout has no AltGr
+    std::optional<bool> rightAltIsAltGr_;
 };
 
 // Posts keys through XTest on a connection of its own, recording each press and release in the

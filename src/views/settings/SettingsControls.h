@@ -33,14 +33,20 @@ inline QCheckBox* addSwitch(QVBoxLayout* card, const char* name, AppSettings& se
     return c;
 }
 
-// A list of every value of the setting's type, showing `current`.
-template <class E> QComboBox* picker(const char* name, E current) {
+// A list of every value of the setting's type, showing `current`, each named by labelOf.
+template <class E, class LabelOf>
+QComboBox* picker(const char* name, E current, const LabelOf& labelOf) {
     auto* box = new Picker;
     box->setObjectName(QLatin1String(name));
     for (E v : allCases<E>())
-        box->addItem(label(v), rawValue(v));
+        box->addItem(labelOf(v), rawValue(v));
     box->setCurrentIndex(int(allCases<E>().indexOf(current)));
     return box;
+}
+
+// The same with the values' own labels.
+template <class E> QComboBox* picker(const char* name, E current) {
+    return picker(name, current, [](E v) { return label(v); });
 }
 
 // A card at the end of the tab's column, under its section title; gives the card's layout.

@@ -7,6 +7,7 @@
 #include "dictation/DictationController.h"
 #include "engines/LocalEngine.h"
 #include "views/common/Components.h"
+#include "views/common/KeyNames.h"
 #include "views/common/PageLook.h"
 #include "views/common/Switch.h"
 #include "views/settings/SettingsControls.h"
@@ -114,7 +115,7 @@ QWidget* SettingsPage::general() {
     auto* v = column(page);
 
     QVBoxLayout* c1 = addCard(v, QStringLiteral("Pour dicter"));
-    QComboBox* key = picker<DictationKey>("keyPicker", settings_.key());
+    QComboBox* key = picker("keyPicker", settings_.key(), keyLabel);
     connect(key, &QComboBox::activated, this, [this](int i) {
         settings_.setKey(allCases<DictationKey>().at(i));
         controller_.hotkey().restart();

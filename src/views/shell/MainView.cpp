@@ -10,6 +10,7 @@
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "views/common/Components.h"
+#include "views/common/KeyNames.h"
 #include "views/common/Symbols.h"
 #include "views/common/ViewStyle.h"
 #include "views/settings/SettingsPage.h"
@@ -296,7 +297,7 @@ void MainView::refreshStatus() {
         MeetingRecorder::shared().state().kind == MeetingRecorder::State::Kind::Recording;
     statusTitle_->setText(
         ShellModel::statusTitle(controller_.state(), controller_.translating(), meeting));
-    const QString key = label(settings_.key());
+    const QString key = keyLabel(settings_.key());
     statusKey_->setText(key);
     greetingKey_->setText(ShellModel::holdKey(key));
 }

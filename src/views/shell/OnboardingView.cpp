@@ -6,6 +6,7 @@
 #include "online/Credits.h"
 #include "platform/Platform.h"
 #include "views/common/Components.h"
+#include "views/common/KeyNames.h"
 #include "views/common/Switch.h"
 #include "views/common/ViewStyle.h"
 #include "views/shell/MicrophoneTest.h"
@@ -164,7 +165,7 @@ QWidget* OnboardingView::keyStep() {
     auto* key = new Picker;
     key->setObjectName(QStringLiteral("onboardingKey"));
     for (DictationKey k : allCases<DictationKey>())
-        key->addItem(label(k), rawValue(k));
+        key->addItem(keyLabel(k), rawValue(k));
     key->setCurrentIndex(int(allCases<DictationKey>().indexOf(settings_.key())));
     connect(key, &QComboBox::activated, this, [this](int i) {
         settings_.setKey(allCases<DictationKey>().at(i));
@@ -172,7 +173,7 @@ QWidget* OnboardingView::keyStep() {
         keyHeard_ = false;
         keyCheck_->setObjectName(QStringLiteral("secondary"));
         keyCheck_->setText(
-            QStringLiteral("Essaie-la maintenant : maintiens %1.").arg(label(settings_.key())));
+            QStringLiteral("Essaie-la maintenant : maintiens %1.").arg(keyLabel(settings_.key())));
         keyCheck_->style()->polish(keyCheck_);
     });
     v->addWidget(row(QStringLiteral("Touche"), QString(), key));
@@ -189,7 +190,7 @@ QWidget* OnboardingView::keyStep() {
 
     // The live check: the controller starts recording when it hears the key.
     keyCheck_ =
-        text(QStringLiteral("Essaie-la maintenant : maintiens %1.").arg(label(settings_.key())),
+        text(QStringLiteral("Essaie-la maintenant : maintiens %1.").arg(keyLabel(settings_.key())),
              "secondary");
     keyCheck_->setProperty("role", QStringLiteral("keyCheck"));
     v->addWidget(keyCheck_);

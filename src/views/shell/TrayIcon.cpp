@@ -7,6 +7,7 @@
 #include "desktop/HotkeyMonitor.h"
 #include "dictation/DictationController.h"
 #include "meetings/MeetingRecorder.h"
+#include "platform/Platform.h"
 #include "views/common/Symbols.h"
 #include "views/shell/ShellModel.h"
 
@@ -64,6 +65,7 @@ void TrayIcon::rebuild() {
     in.microphoneUID = settings_.microphoneUID();
     in.microphones = Microphones::all();
     in.key = settings_.key();
+    in.rightAltIsAltGr = Platform::current().keyboard().rightAltIsAltGr();
     in.callRunning = CallTranslator::shared().running();
     in.meetingRecording =
         MeetingRecorder::shared().state().kind == MeetingRecorder::State::Kind::Recording;

@@ -67,11 +67,12 @@ QList<Entry> build(const Input& in) {
     for (const Microphones::Device& d : in.microphones)
         mics.children << choice(d.name, Action::PickMic, d.uid, in.microphoneUID == d.uid);
 
-    Entry keys = item(QStringLiteral("Touche : %1").arg(label(in.key)), QStringLiteral("keyboard"),
-                      Action::None);
+    Entry keys = item(QStringLiteral("Touche : %1").arg(label(in.key, in.rightAltIsAltGr)),
+                      QStringLiteral("keyboard"), Action::None);
     keys.kind = Entry::Kind::Submenu;
     for (DictationKey k : allCases<DictationKey>())
-        keys.children << choice(label(k), Action::PickKey, rawValue(k), k == in.key);
+        keys.children << choice(label(k, in.rightAltIsAltGr), Action::PickKey, rawValue(k),
+                                k == in.key);
 
     Entry settings = item(QStringLiteral("Réglages…"), QString(), Action::OpenSettings);
     settings.shortcut = QStringLiteral("Ctrl+,");

@@ -49,6 +49,7 @@ struct Input {
     std::optional<QString> microphoneUID;
     QList<Microphones::Device> microphones;
     DictationKey key = DictationKey::RightOption;
+    std::optional<bool> rightAltIsAltGr; // names Right Alt (see label(DictationKey))
 };
 
 QList<Entry> build(const Input& input);

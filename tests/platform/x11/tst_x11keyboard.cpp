@@ -2,8 +2,12 @@
 
 #include "DesktopSession.h"
 
+#include <QScopeGuard>
 #include <QTest>
 #include <memory>
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
 
 using namespace ombry;
 using test::DesktopSession;
@@ -46,6 +50,70 @@ struct Heard {
 constexpr uint64_t LeftOptionDown = 0x20;
 constexpr uint64_t LeftControlDown = 0x1;
 constexpr uint16_t B = 11, X = 7, A = 0, Q = 12;
+// Right Alt by its place on a PC keyboard: AltGr on a French layout, Alt_R on a US one.
+constexpr int kRightAlt = 108;
+
+// An application in front: a window of its own connection, active and focused, that counts
+// the key presses it receives. A swallowed key never reaches it.
+class Witness {
+public:
+    Witness() {
+        display_ = XOpenDisplay(nullptr);
+        if (!display_) return;
+        window_ =
+            XCreateSimpleWindow(display_, DefaultRootWindow(display_), 0, 0, 200, 100, 0, 0, 0);
+        XStoreName(display_, window_, "Témoin");
+        XWMHints hints{};
+        hints.flags = InputHint;
+        hints.input = True;
+        XSetWMHints(display_, window_, &hints);
+        XSelectInput(display_, window_, KeyPressMask);
+        XMapWindow(display_, window_);
+        XSync(display_, False);
+        DesktopSession& desktop = *DesktopSession::current();
+        ready_ = desktop.activateWindow(window_) && DesktopSession::waitUntil([this] {
+                     Window focus = None;
+                     int revert = 0;
+                     XGetInputFocus(display_, &focus, &revert);
+                     return focus == window_;
+                 });
+    }
+    ~Witness() {
+        if (!display_) return;
+        XDestroyWindow(display_, window_);
+        XCloseDisplay(display_);
+    }
+    bool ready() const { return ready_; }
+    // The presses of this X key code received so far.
+    int presses(int keycode) {
+        while (XPending(display_)) {
+            XEvent event;
+            XNextEvent(display_, &event);
+            if (event.type == KeyPress) received_ << int(event.xkey.keycode);
+        }
+        return int(received_.count(keycode));
+    }
+    // Waits until a press of this key has come: the keys typed before it have come too.
+    bool waitFor(int keycode) {
+        return DesktopSession::waitUntil([&] { return presses(keycode) > 0; });
+    }
+
+private:
+    Display* display_ = nullptr;
+    Window window_ = 0;
+    bool ready_ = false;
+    QList<int> received_;
+};
+
+// Switches the keyboard layout of the session until the guard ends (back to US).
+[[nodiscard]] auto layout(const char* name) {
+    DesktopSession& desktop = *DesktopSession::current();
+    const auto set = desktop.run(QStringLiteral("setxkbmap"), {QLatin1String(name)});
+    if (set.exitCode != 0) qWarning("setxkbmap %s: %s", name, set.err.constData());
+    return qScopeGuard([] {
+        DesktopSession::current()->run(QStringLiteral("setxkbmap"), {QStringLiteral("us")});
+    });
+}
 
 } // namespace
 
@@ -345,6 +413,131 @@ private Q_SLOTS:
         QVERIFY(typed);
         QCOMPARE(*typed, QStringLiteral("qqa&qa"));
         hook->stop();
+    }
+
+    void escapeTakenWhateverIsHeld() {
+        // In hold-to-talk the dictation key is down when Escape comes: AltGr on a French
+        // layout (a modifier of its own, not Alt's), Right Ctrl, Right Super.
+        const auto restore = layout("fr");
+        Witness app;
+        QVERIFY(app.ready());
+        auto hook = x11::makeKeyboardHook();
+        Heard heard;
+        QVERIFY(hook->start(heard.handler()));
+        hook->setSwallowed({KeyCombo::withAnyModifiers(keycode::Escape)});
+        const int escape = kc("Escape");
+        const struct {
+            int held;
+            uint64_t flags;
+        } cases[] = {
+            {0, 0},
+            {kRightAlt, modifier::Option | modifier::RightOptionDown},
+            {kc("Control_R"), modifier::Control | modifier::RightControlDown},
+            {kc("Super_R"), modifier::Command | modifier::RightCommandDown},
+            {kc("Shift_L"), modifier::Shift | 0x2},
+        };
+        for (const auto& c : cases) {
+            QVERIFY(
+                desktop().keyboardChord(c.held ? QList<int>{c.held, escape} : QList<int>{escape}));
+            const auto e = heard.next(keycode::Escape, Type::KeyDown);
+            QVERIFY(e);
+            QCOMPARE(e->flags, c.flags);
+            QVERIFY(!e->autoRepeat);
+        }
+        QVERIFY(desktop().keyboardChord({kc("x")}));
+        QVERIFY(app.waitFor(kc("x")));
+        QCOMPARE(app.presses(escape), 0);
+        QCOMPARE(heard.count(keycode::Escape, Type::KeyDown), 5);
+        QVERIFY(DesktopSession::waitUntil([&] { return hook->lastModifierFlags() == 0; }, 2000));
+        hook->stop();
+    }
+
+    void menuKeyTakenAsTheDictationKey() {
+        // The Menu key held as the dictation key: the application never sees it (its context
+        // menu would take the keyboard and the paste), its auto-repeat gives no further press
+        // or release, and a key typed meanwhile is heard (Escape cancels).
+        Witness app;
+        QVERIFY(app.ready());
+        auto hook = x11::makeKeyboardHook();
+        Heard heard;
+        QVERIFY(hook->start(heard.handler()));
+        hook->setSwallowed({KeyCombo::withAnyModifiers(keycode::Fn)});
+        const int menu = kc("Menu");
+        QVERIFY(desktop().keyboardPress(menu));
+        auto e = heard.next(keycode::Fn, Type::FlagsChanged);
+        QVERIFY(e);
+        QCOMPARE(e->flags, modifier::FnDown);
+        QTest::qWait(1200); // the server repeats a held key from 660 ms on
+        QCOMPARE(hook->lastModifierFlags(), modifier::FnDown);
+        QVERIFY(desktop().keyboardChord({kc("Escape")}));
+        e = heard.next(keycode::Escape, Type::KeyDown);
+        QVERIFY(e);
+        QCOMPARE(e->flags, modifier::FnDown);
+        QVERIFY(!e->autoRepeat);
+        QVERIFY(desktop().keyboardRelease(menu));
+        e = heard.next(keycode::Fn, Type::FlagsChanged);
+        QVERIFY(e);
+        QCOMPARE(e->flags, uint64_t(0));
+        // With a modifier held, as a tap.
+        QVERIFY(desktop().keyboardChord({kc("Shift_L"), menu}));
+        e = heard.next(keycode::Fn, Type::FlagsChanged);
+        QVERIFY(e);
+        QCOMPARE(e->flags & modifier::FnDown, modifier::FnDown);
+        QVERIFY(heard.next(keycode::Fn, Type::FlagsChanged));
+        QVERIFY(desktop().keyboardChord({kc("x")}));
+        QVERIFY(app.waitFor(kc("x")));
+        QCOMPARE(app.presses(menu), 0);
+        QCOMPARE(heard.count(keycode::Fn, Type::FlagsChanged), 4);
+        QCOMPARE(hook->lastModifierFlags(), uint64_t(0));
+
+        // Not in the list: the application has it.
+        hook->setSwallowed({});
+        QVERIFY(desktop().keyboardChord({menu}));
+        QVERIFY(DesktopSession::waitUntil([&] { return app.presses(menu) == 1; }));
+        hook->stop();
+    }
+
+    void ctrlAltShortcutsWithAltGr() {
+        // Ctrl+AltGr+V is what many French users press for Ctrl+Alt+V: the X state then has
+        // AltGr's modifier (Mod5), not Alt's. Both are taken, and heard as Ctrl+Alt.
+        const auto restore = layout("fr");
+        Witness app;
+        QVERIFY(app.ready());
+        auto hook = x11::makeKeyboardHook();
+        Heard heard;
+        QVERIFY(hook->start(heard.handler()));
+        const uint64_t shortcut = modifier::Control | modifier::Option;
+        hook->setSwallowed({{keycode::V, shortcut}, {keycode::R, shortcut}});
+        const int v = kc("v"), r = kc("r");
+        QVERIFY(desktop().keyboardChord({kc("Control_L"), kRightAlt, v}));
+        QVERIFY(desktop().keyboardChord({kc("Control_R"), kRightAlt, r}));
+        QVERIFY(desktop().keyboardChord({kc("Control_L"), kc("Alt_L"), v}));
+        for (const uint16_t code : {keycode::V, keycode::R, keycode::V}) {
+            const auto e = heard.next(code, Type::KeyDown);
+            QVERIFY(e);
+            QCOMPARE(e->flags & modifier::Mask, shortcut);
+        }
+        QVERIFY(desktop().keyboardChord({kc("x")}));
+        QVERIFY(app.waitFor(kc("x")));
+        QCOMPARE(app.presses(v), 0);
+        QCOMPARE(app.presses(r), 0);
+        hook->stop();
+    }
+
+    void rightAltNamedAsTheLayoutHasIt() {
+        auto hook = x11::makeKeyboardHook();
+        QCOMPARE(hook->rightAltIsAltGr(), std::nullopt); // not running: unknown
+        QVERIFY(hook->start([](const KeyEvent&) {}));
+        // The US layout of Xvfb maps Right Alt to Alt_R, the French one to ISO_Level3_Shift;
+        // the hook follows a change made while it runs.
+        QCOMPARE(hook->rightAltIsAltGr(), std::optional(false));
+        {
+            const auto restore = layout("fr");
+            QTRY_COMPARE(hook->rightAltIsAltGr(), std::optional(true));
+        }
+        QTRY_COMPARE(hook->rightAltIsAltGr(), std::optional(false));
+        hook->stop();
+        QCOMPARE(hook->rightAltIsAltGr(), std::nullopt);
     }
 
     void startFailsWithAReason() {

@@ -134,7 +134,7 @@ private Q_SLOTS:
         page.show();
         showTab(page, SM::Tab::General);
 
-        QVERIFY(pick(find<QComboBox>(&page, "keyPicker"), label(DictationKey::RightCommand)));
+        QVERIFY(pick(find<QComboBox>(&page, "keyPicker"), QStringLiteral("Super droite")));
         QCOMPARE(settingsFile().value("key").toString(), QStringLiteral("rightCommand"));
         // The new key is heard at once; the former one no longer dictates.
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightOption,

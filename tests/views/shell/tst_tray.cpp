@@ -105,6 +105,22 @@ private Q_SLOTS:
         in.lastDictation = sixty + QStringLiteral("é");
         QCOMPARE(TrayModel::build(in).at(1).title, sixty + QStringLiteral("…"));
 
+        // The keys in Linux words, Right Alt as the keyboard layout names it.
+        const auto keys = [&] {
+            for (const Entry& e : TrayModel::build(in))
+                if (e.title.startsWith(QLatin1String("Touche : "))) return e;
+            return Entry{};
+        };
+        QCOMPARE(keys().title, QStringLiteral("Touche : Alt Gr"));
+        in.rightAltIsAltGr = false;
+        QCOMPARE(keys().title, QStringLiteral("Touche : Alt droite"));
+        QCOMPARE(titles(keys().children),
+                 QStringList({"Alt droite", "Super droite", "Ctrl droite", "Menu"}));
+        in.rightAltIsAltGr = true;
+        in.key = DictationKey::Fn;
+        QCOMPARE(keys().title, QStringLiteral("Touche : Menu"));
+        QCOMPARE(keys().children.first().title, QStringLiteral("Alt Gr"));
+
         // A stored microphone that is gone: nothing checked, not even the system's one.
         in.microphones = {{QStringLiteral("a"), QStringLiteral("Micro A")}};
         in.microphoneUID = QStringLiteral("gone");
@@ -143,7 +159,7 @@ private Q_SLOTS:
         QVERIFY(!actionNamed(languages->menu(), QStringLiteral("Français"))->isChecked());
         menu->hide();
 
-        QVERIFY(click(menu, QStringLiteral("Touche : "), label(DictationKey::RightControl)));
+        QVERIFY(click(menu, QStringLiteral("Touche : "), QStringLiteral("Ctrl droite")));
         QCOMPARE(settingsFile().value("key").toString(), QStringLiteral("rightControl"));
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightControl,
                                    modifier::Control | modifier::RightControlDown});

@@ -214,8 +214,13 @@ private Q_SLOTS:
         MeetingRecorder::shared().stop();
         QTRY_COMPARE(view.statusTitle()->text(), QStringLiteral("Prêt"));
         settings.setKey(DictationKey::Fn);
-        QVERIFY(showsText(&view, QStringLiteral("Maintiens Fn (touche Menu)")));
+        QVERIFY(showsText(&view, QStringLiteral("Maintiens Menu")));
+        // Right Alt as the keyboard layout names it.
+        platform_.keyboard().altGr = false;
         settings.setKey(DictationKey::RightOption);
+        QVERIFY(showsText(&view, QStringLiteral("Maintiens Alt droite")));
+        QVERIFY(showsText(&view, QStringLiteral("Alt droite"))); // the status card
+        platform_.keyboard().altGr.reset();
     }
 
     void creditsBannerShowsClosesAndStaysAway() {
