@@ -122,7 +122,8 @@ class TstDesktopDictation : public QObject {
 
     // The dictation key (Right Alt unless told) held on the keyboard device while the
     // sentence is spoken.
-    void holdAndSpeak(int mark, int dictationKey = kRightAlt) {
+    void holdAndSpeak(int mark, int dictationKey = 0) {
+        if (!dictationKey) dictationKey = kRightAlt;
         QVERIFY(desktop().keyboardPress(dictationKey));
         QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
                  qPrintable(journalSince(mark)));

@@ -251,10 +251,16 @@ bool DesktopSession::openTarget(const QString& title) {
         error_ = QStringLiteral("zenity ne démarre pas");
         return false;
     }
-    const Result found = run(QStringLiteral("xdotool"),
-                             {QStringLiteral("search"), QStringLiteral("--sync"),
-                              QStringLiteral("--name"), QStringLiteral("^%1$").arg(title)},
-                             10000);
+    // xdotool's search fails with BadWindow when a window it walks goes away meanwhile (a
+    // program of the test that ends or restarts): it is asked again.
+    Result found;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        found = run(QStringLiteral("xdotool"),
+                    {QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--name"),
+                     QStringLiteral("^%1$").arg(title)},
+                    10000);
+        if (found.finished && found.exitCode == 0) break;
+    }
     const QList<QByteArray> ids = found.out.split('\n');
     if (!found.finished || ids.value(0).trimmed().isEmpty()) {
         // What xdotool said, and whether zenity still runs, tell a slow start from a failure.
