@@ -2,10 +2,12 @@
 
 #include "desktop/HotkeyMonitor.h"
 #include "desktop/Log.h"
+#include "platform/Clock.h"
 #include "platform/Platform.h"
 
 #include <QCoroTimer>
 #include <QTimer>
+#include <algorithm>
 #include <chrono>
 #include <memory>
 
@@ -63,33 +65,71 @@ constexpr TerminalEntry kTerminals[] = {
     {"rxvt-unicode", PasteKeys::ShiftInsert},
 };
 
-// What the paste left behind for the restore: done once, by the first of the fetch and the
-// time-out.
-struct PendingRestore {
+// One paste until it is settled: what the restore puts back, and when. Settled once, by the
+// first of: its time has come (see dueAt), or its text left the clipboard.
+struct PendingPaste {
     ClipboardSnapshot previous;
+    bool restore = false;
+    Clipboard* board = nullptr; // the clipboard the text went to
     uint64_t changeCount = 0;
+    std::optional<AppWindow> target; // the window in front; unknown: any reader counts
+    int64_t keysPostedAt = 0;        // on the platform clock
+    std::optional<int64_t> targetFetchedAt;
+    PasteSettled onSettled;
     bool done = false;
+
+    // The target reads at its own pace after the keys, and may ask for several formats one
+    // after the other: the restore waits kAfterFetchMs after its last read, never less than
+    // kMinHoldMs after the keys, and at most kRestoreTimeoutMs.
+    int64_t dueAt() const {
+        const int64_t latest = keysPostedAt + kRestoreTimeoutMs;
+        if (!targetFetchedAt) return latest;
+        return std::min(latest,
+                        std::max(*targetFetchedAt + kAfterFetchMs, keysPostedAt + kMinHoldMs));
+    }
 };
 
-// The restore still to come, if any: a paste that follows before it must save the user's
+// The last paste not yet settled: a paste that follows before it must save the user's
 // clipboard, not the text of the former paste.
-std::weak_ptr<PendingRestore>& lastPending() {
-    static std::weak_ptr<PendingRestore> pending;
+std::weak_ptr<PendingPaste>& lastPending() {
+    static std::weak_ptr<PendingPaste> pending;
     return pending;
 }
 
-void restoreOnce(const std::shared_ptr<PendingRestore>& pending) {
-    if (pending->done) return;
-    pending->done = true;
+// Whether the clipboard still holds the paste's text.
+bool clipboardUnchanged(const PendingPaste& p) {
     Clipboard& c = clipboard();
-    // Someone copied something after the paste: theirs is the newer clipboard, keep it.
-    if (c.changeCount() != pending->changeCount) return;
-    c.restore(pending->previous);
+    return &c == p.board && c.changeCount() == p.changeCount;
 }
 
-// After the first fetch the target may still ask for further formats of the same paste:
-// the former clipboard comes back a moment later.
-constexpr int kAfterFetchMs = 150;
+void settle(const std::shared_ptr<PendingPaste>& p) {
+    if (p->done) return;
+    p->done = true;
+    if (p->restore) {
+        // Someone copied something after the paste: theirs is the newer clipboard, keep it.
+        if (clipboardUnchanged(*p)) clipboard().restore(p->previous);
+    }
+    if (p->onSettled) p->onSettled(p->targetFetchedAt.has_value());
+}
+
+// Settles the paste when its time has come on the platform clock, looking again as the clock
+// moves; called anew when a read moves the time.
+void settleWhenDue(const std::shared_ptr<PendingPaste>& p) {
+    if (p->done) return;
+    // Its text is gone from the clipboard: there is nothing left to wait for.
+    if (!clipboardUnchanged(*p)) {
+        settle(p);
+        return;
+    }
+    const Clock& clock = Platform::current().clock();
+    const int64_t left = p->dueAt() - clock.elapsedMs();
+    if (left <= 0) {
+        settle(p);
+        return;
+    }
+    QTimer::singleShot(int(std::max<int64_t>(1, clock.maxSleepMs(left))), Qt::PreciseTimer,
+                       [p] { settleWhenDue(p); });
+}
 
 } // namespace
 
@@ -103,7 +143,7 @@ PasteKeys pasteKeysFor(const QString& windowClass) {
 ClipboardSnapshot snapshot() {
     // While our pasted text waits for its restore, the user's clipboard is the one saved.
     if (const auto pending = lastPending().lock();
-        pending && !pending->done && pending->changeCount == clipboard().changeCount())
+        pending && !pending->done && pending->restore && clipboardUnchanged(*pending))
         return pending->previous;
     return clipboard().snapshot();
 }
@@ -118,23 +158,37 @@ QCoro::Task<void> modifierWait() {
     co_await QCoro::sleepFor(60ms);
 }
 
-QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnapshot> saved) {
-    auto pending = std::make_shared<PendingRestore>();
+QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
+                        PasteSettled onSettled) {
+    auto pending = std::make_shared<PendingPaste>();
     pending->previous = saved ? std::move(*saved) : snapshot();
+    pending->restore = restore;
+    pending->onSettled = std::move(onSettled);
     co_await modifierWait();
 
     Platform& p = Platform::current();
-    const auto front = p.windows().frontmost();
-    const PasteKeys keys = pasteKeysFor(front ? front->windowClass : QString());
+    pending->target = p.windows().frontmost();
+    if (pending->target && pending->target->id == 0) pending->target.reset();
+    const PasteKeys keys = pasteKeysFor(pending->target ? pending->target->windowClass : QString());
+    const bool watch = restore || pending->onSettled;
     // The clipboard is taken only now, right before the keys, so that a read of it before
     // the paste cannot pass for the target's.
-    std::function<void()> onFetched;
-    if (restore)
-        onFetched = [pending] {
-            QTimer::singleShot(kAfterFetchMs, [pending] { restoreOnce(pending); });
+    std::function<void(const ClipboardFetch&)> onFetched;
+    if (watch) {
+        onFetched = [weak = std::weak_ptr<PendingPaste>(pending)](const ClipboardFetch& fetch) {
+            const auto pending = weak.lock();
+            if (!pending || pending->done) return;
+            // Only the target's own read counts: a clipboard manager reads at once.
+            if (pending->target && !fetch.byApplicationOf(*pending->target)) return;
+            pending->targetFetchedAt = Platform::current().clock().elapsedMs();
+            settleWhenDue(pending);
         };
-    p.clipboard().setText(text, keys == PasteKeys::ShiftInsert, std::move(onFetched));
-    pending->changeCount = p.clipboard().changeCount();
+    }
+    Clipboard& board = p.clipboard();
+    board.setText(text, keys == PasteKeys::ShiftInsert, std::move(onFetched));
+    pending->board = &board;
+    pending->changeCount = board.changeCount();
+    pending->keysPostedAt = p.clock().elapsedMs();
     switch (keys) {
     case PasteKeys::ControlV:
         p.keyPoster().post(keycode::V, modifier::Primary);
@@ -146,10 +200,9 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
         p.keyPoster().post(keycode::Insert, modifier::Shift);
         break;
     }
-    if (!restore) co_return;
+    if (!watch) co_return;
     lastPending() = pending;
-    // No application asked for the text: it is no use keeping the user's clipboard away.
-    QTimer::singleShot(kRestoreTimeoutMs, [pending] { restoreOnce(pending); });
+    settleWhenDue(pending);
 }
 
 QCoro::Task<std::optional<FocusedElement>> focusedInFront() {

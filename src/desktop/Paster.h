@@ -5,6 +5,7 @@
 
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include <QCoroTask>
@@ -29,13 +30,21 @@ PasteKeys pasteKeysFor(const QString& windowClass);
 // Deep copy of the clipboard.
 ClipboardSnapshot snapshot();
 
+// Called once a paste is settled, when the user's clipboard comes back (or, without restore,
+// when it would have): whether the application of the target window read the text by then.
+using PasteSettled = std::function<void(bool targetFetched)>;
+
 // Puts text on the clipboard and posts the paste keys the window in front understands, once
 // no modifier of the user is held any more (waits at most 2 s). With restore, the former
-// clipboard (saved, or a snapshot taken now) comes back only after the target fetched the
-// text, or after kRestoreTimeoutMs when no application asks for it. The task ends when the
-// keys were posted; it may be dropped without awaiting it.
+// clipboard (saved, or a snapshot taken now) comes back once the target has read the text:
+// kAfterFetchMs after the last read by the target's own application, and not before kMinHoldMs
+// after the keys; reads by other applications (clipboard managers copy every new content at once)
+// do not count. Without any read by the target, it comes back kRestoreTimeoutMs after the keys.
+// Times are those of the platform clock. The task ends when the keys were posted; it may be dropped
+// without awaiting.
 QCoro::Task<void> paste(QString text, bool restore,
-                        std::optional<ClipboardSnapshot> saved = std::nullopt);
+                        std::optional<ClipboardSnapshot> saved = std::nullopt,
+                        PasteSettled onSettled = {});
 
 // paste(), then a look at whether the text arrived in the focused element of the window in
 // front, where its application exposes its text: when it did not, the journal says
@@ -79,6 +88,8 @@ QCoro::Task<std::optional<QString>> copySelection();
 // then 60 ms more, so posted keys do not combine with keys the user still holds.
 QCoro::Task<void> modifierWait();
 
+inline constexpr int kAfterFetchMs = 150;
+inline constexpr int kMinHoldMs = 600;
 inline constexpr int kRestoreTimeoutMs = 2000;
 
 } // namespace Paster
