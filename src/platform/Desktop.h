@@ -155,6 +155,11 @@ public:
     // Whether the PRIMARY selection belongs to this window's application (the same display
     // client or the same process): a selection left in another window is not the user's now.
     virtual bool primaryOwnedBy(const AppWindow& window) = 0;
+    // PRIMARY saved and put back as the clipboard is: a deep copy of what it holds, putting it
+    // back (an empty snapshot leaves no selection), and a count of its changes.
+    virtual ClipboardSnapshot selectionSnapshot() = 0;
+    virtual void restoreSelection(const ClipboardSnapshot& snapshot) = 0;
+    virtual uint64_t selectionChangeCount() = 0;
 };
 
 class Windows {

@@ -1,6 +1,6 @@
-// The paster on the fake desktop: the paste keys each kind of window gets, the user's clipboard
-// coming back only once the target itself read the text, on the platform clock, the wait for
-// the user's modifiers, and reading the selection.
+// The paster on the fake desktop: the paste and copy keys each kind of window gets, the
+// user's clipboard (and PRIMARY selection) coming back only once the target itself read the
+// text, on the platform clock, the wait for the user's modifiers, and reading the selection.
 #include "Await.h"
 #include "FakePlatform.h"
 
@@ -33,6 +33,7 @@ const KeyCombo kCtrlV{keycode::V, modifier::Control};
 const KeyCombo kCtrlShiftV{keycode::V, modifier::Control | modifier::Shift};
 const KeyCombo kShiftInsert{keycode::Insert, modifier::Shift};
 const KeyCombo kCtrlC{keycode::C, modifier::Control};
+const KeyCombo kCtrlShiftC{keycode::C, modifier::Control | modifier::Shift};
 
 } // namespace
 
@@ -61,7 +62,7 @@ private Q_SLOTS:
     void init() {
         // Through restore(), so that a paste of an earlier test no longer puts its clipboard back.
         clip().restore(kUserClipboard);
-        clip().selection.reset();
+        clip().select(std::nullopt);
         posted().clear();
         platform.keyPoster().onPost = {};
         platform.keyboard().flags = 0;
@@ -69,33 +70,49 @@ private Q_SLOTS:
         settled.reset();
     }
 
-    void eachWindowGetsThePasteKeysItUnderstands() {
+    void eachWindowGetsTheKeysItUnderstands() {
         struct Case {
-            QString windowClass;
-            KeyCombo keys;
-            bool primary;
+            AppWindow window;
+            KeyCombo paste;
+            Paster::CopyKeys copy;
         };
+        using Paster::CopyKeys;
         const QList<Case> cases{
-            {"firefox", kCtrlV, false},
-            {"Gnome-terminal", kCtrlShiftV, false},
-            {"gnome-terminal-server", kCtrlShiftV, false},
-            {"konsole", kCtrlShiftV, false},
-            {"kitty", kCtrlShiftV, false},
-            {"Alacritty", kCtrlShiftV, false},
-            {"org.wezfurlong.wezterm", kCtrlShiftV, false},
-            {"foot", kCtrlShiftV, false},
-            {"XTerm", kShiftInsert, true},
-            {"URxvt", kShiftInsert, true},
-            {"", kCtrlV, false},
+            {windowOf("firefox"), kCtrlV, CopyKeys::ControlC},
+            {windowOf("", "org.mozilla.firefox"), kCtrlV, CopyKeys::ControlC},
+            {windowOf("Gnome-terminal"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("gnome-terminal-server", "org.gnome.Terminal"), kCtrlShiftV,
+             CopyKeys::ControlShiftC},
+            {windowOf("konsole"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("kitty"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("Alacritty"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("org.wezfurlong.wezterm"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("foot"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("st-256color"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("Ptyxis", "org.gnome.Ptyxis"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("", "org.gnome.Ptyxis"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("Blackbox", "com.raggesilver.BlackBox"), kCtrlShiftV,
+             CopyKeys::ControlShiftC},
+            {windowOf("com.mitchellh.ghostty"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("Tabby"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("Hyper"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("cool-retro-term"), kCtrlShiftV, CopyKeys::ControlShiftC},
+            {windowOf("XTerm"), kShiftInsert, CopyKeys::None},
+            {windowOf("URxvt"), kShiftInsert, CopyKeys::None},
+            {windowOf("mlterm"), kShiftInsert, CopyKeys::None},
+            {windowOf(""), kCtrlV, CopyKeys::ControlC},
         };
         for (const Case& c : cases) {
+            const QString name = c.window.windowClass + QLatin1Char('/') + c.window.appId;
+            QVERIFY2(Paster::copyKeysFor(c.window) == c.copy, qPrintable(name));
             posted().clear();
-            clip().selection.reset();
-            platform.windows().front = windowOf(c.windowClass);
+            clip().select(std::nullopt);
+            platform.windows().front = c.window;
             await(Paster::paste("ls -la", false));
-            QCOMPARE(posted(), QList<KeyCombo>{c.keys});
+            QVERIFY2(posted() == QList<KeyCombo>{c.paste}, qPrintable(name));
             QCOMPARE(clip().text(), std::optional<QString>("ls -la"));
-            QCOMPARE(clip().selection.has_value(), c.primary);
+            // Shift+Insert pastes PRIMARY: the text is there too.
+            QCOMPARE(clip().selection.has_value(), c.paste == kShiftInsert);
         }
         platform.windows().front.reset(); // nothing in front: the ordinary paste
         posted().clear();
@@ -181,6 +198,44 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(clip().content.isEmpty(), 1000);
     }
 
+    // xterm pastes PRIMARY: the selection the user had comes back as well as the clipboard,
+    // unless the user selected something else meanwhile.
+    void aShiftInsertPasteGivesBackThePrimarySelectionToo() {
+        platform.windows().front = windowOf("XTerm", "xterm");
+        clip().select("choix d'avant");
+        pasteRestoring("make test");
+        QCOMPARE(clip().selection, std::optional<QString>("make test"));
+        QCOMPARE(clip().fetch(), std::optional<QString>("make test"));
+        advance(Paster::kMinHoldMs, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(clip().selection, std::optional<QString>("choix d'avant"), 1000);
+        QCOMPARE(clip().content, kUserClipboard);
+
+        // Nothing was selected before: nothing is after.
+        clip().select(std::nullopt);
+        pasteRestoring("ls");
+        clip().fetch();
+        advance(Paster::kMinHoldMs, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!clip().selection, 1000);
+
+        // A new selection made during the wait is the user's: it stays.
+        clip().select("choix d'avant");
+        pasteRestoring("pwd");
+        clip().select("choix d'après");
+        advance(Paster::kRestoreTimeoutMs, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
+        QCOMPARE(clip().selection, std::optional<QString>("choix d'après"));
+
+        // Ctrl+V pastes leave PRIMARY alone.
+        platform.windows().front = windowOf("firefox");
+        clip().select("choix d'avant");
+        const uint64_t selections = clip().selectionChanges;
+        pasteRestoring("texte");
+        clip().fetch();
+        advance(Paster::kMinHoldMs, 0);
+        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
+        QCOMPARE(clip().selectionChanges, selections);
+    }
+
     void noRestoreWhenNotAskedOrWhenTheUserCopiedMeanwhile() {
         settled.reset();
         await(Paster::paste("reste", false, std::nullopt, [this](bool t) { settled = t; }));
@@ -246,6 +301,28 @@ private Q_SLOTS:
         t.restart();
         QCOMPARE(await(Paster::copySelection()), std::nullopt);
         QVERIFY(t.elapsed() >= 950);
+    }
+
+    // In a terminal Ctrl+C would interrupt the running job: its own copy key, or none.
+    void copySelectionInATerminalNeverSendsControlC() {
+        platform.windows().front = windowOf("Gnome-terminal", "org.gnome.Terminal");
+        platform.keyPoster().onPost = [this](const KeyCombo&) {
+            QTimer::singleShot(50, [this] { clip().setText("make -j2", false, {}); });
+        };
+        QCOMPARE(await(Paster::copySelection()), std::optional<QString>("make -j2"));
+        QCOMPARE(posted(), QList<KeyCombo>{kCtrlShiftC});
+
+        // xterm has no copy key: what is selected in it is PRIMARY, read before any key.
+        posted().clear();
+        platform.windows().front = windowOf("XTerm", "xterm");
+        QElapsedTimer t;
+        t.start();
+        QCOMPARE(await(Paster::copySelection()), std::nullopt);
+        QVERIFY(posted().isEmpty());
+        QVERIFY(t.elapsed() < 500);
+        clip().selection = "tail -f";
+        QCOMPARE(await(Paster::copySelection()), std::optional<QString>("tail -f"));
+        QVERIFY(posted().isEmpty());
     }
 };
 

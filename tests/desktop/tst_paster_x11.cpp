@@ -1,7 +1,8 @@
 // The hotkey monitor and the paster on a real X desktop (Xvfb, openbox, a GTK field): keys of
 // the real keyboard reach the callbacks and the shortcut never reaches the field, keys of
 // another program are refused, and a paste lands in the field with the user's clipboard back
-// once the field has read it, even when a clipboard manager reads first and the target late.
+// once the field has read it, even when a clipboard manager reads first and the target late,
+// and in xterm with the user's PRIMARY selection back as well.
 #include "DesktopSession.h"
 #include "XClients.h"
 
@@ -10,6 +11,9 @@
 #include "desktop/Paster.h"
 #include "platform/Platform.h"
 
+#include <QProcess>
+#include <QScopeGuard>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace ombry;
@@ -116,6 +120,47 @@ private Q_SLOTS:
         QCOMPARE(QString::fromUtf8(target.pasted().value_or("?")), text);
         QTRY_COMPARE_WITH_TIMEOUT(desktop().readClipboard().value_or("?"), QByteArray("mes notes"),
                                   Paster::kRestoreTimeoutMs + 1000);
+    }
+
+    // xterm pastes PRIMARY with Shift+Insert: the text reaches the shell, and both the user's
+    // clipboard and the selection the user had come back.
+    void pasteIntoXtermGivesBackThePrimarySelection() {
+        HotkeyMonitor monitor;
+        monitor.start();
+        QTemporaryDir dir;
+        const QString out = dir.filePath(QStringLiteral("ligne.txt"));
+        QProcess xterm;
+        xterm.start(QStringLiteral("xterm"),
+                    {QStringLiteral("-T"), QStringLiteral("Terminal"), QStringLiteral("-e"),
+                     QStringLiteral("sh"), QStringLiteral("-c"),
+                     QStringLiteral("IFS= read -r line; printf '%s' \"$line\" > '%1'").arg(out)});
+        QVERIFY(xterm.waitForStarted(5000));
+        const auto ending = qScopeGuard([&] {
+            xterm.kill();
+            xterm.waitForFinished(2000);
+        });
+        const auto found = desktop().run(QStringLiteral("xdotool"),
+                                         {"search", "--sync", "--name", "^Terminal$"}, 10000);
+        const qulonglong window = found.out.split('\n').value(0).trimmed().toULongLong();
+        QVERIFY2(window, found.err.constData());
+        QVERIFY(desktop().activateWindow(window));
+        QTest::qWait(300); // xterm takes keys once it has seen its focus
+        QVERIFY(desktop().setClipboard("mes notes"));
+        QVERIFY(desktop().setClipboard("choix d'avant", {}, QStringLiteral("primary")));
+
+        const QString text = QStringLiteral("echo « déjà vu »");
+        bool posted = false;
+        auto task = pasteRestoring(text, &posted);
+        QTRY_VERIFY(posted);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            desktop().readClipboard({}, QStringLiteral("primary")).value_or("?"),
+            QByteArray("choix d'avant"), Paster::kRestoreTimeoutMs + 1000);
+        QCOMPARE(desktop().readClipboard().value_or("?"), QByteArray("mes notes"));
+        QVERIFY(desktop().xdotool({"key", "Return"}));
+        QVERIFY(DesktopSession::waitUntil([&] { return xterm.state() == QProcess::NotRunning; }));
+        QFile typed(out);
+        QVERIFY(typed.open(QIODevice::ReadOnly));
+        QCOMPARE(QString::fromUtf8(typed.readAll()), text);
     }
 };
 

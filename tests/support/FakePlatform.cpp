@@ -61,7 +61,7 @@ void FakeClipboard::clear() {
 void FakeClipboard::setText(const QString& text, bool alsoPrimary,
                             std::function<void(const ClipboardFetch&)> fetched) {
     content = {{QStringLiteral("text/plain"), text.toUtf8()}};
-    if (alsoPrimary) selection = text;
+    if (alsoPrimary) select(text);
     onFetched = std::move(fetched);
     ++changes;
 }
@@ -71,6 +71,23 @@ std::optional<QString> FakeClipboard::text() {
         if (type == QLatin1String("text/plain") || type.startsWith(QLatin1String("text/plain;")))
             return QString::fromUtf8(data);
     return std::nullopt;
+}
+
+ClipboardSnapshot FakeClipboard::selectionSnapshot() {
+    if (!selection) return {};
+    return {{QStringLiteral("text/plain"), selection->toUtf8()}};
+}
+
+void FakeClipboard::restoreSelection(const ClipboardSnapshot& s) {
+    std::optional<QString> text;
+    for (const auto& [type, data] : s)
+        if (type == QLatin1String("text/plain")) text = QString::fromUtf8(data);
+    select(text);
+}
+
+void FakeClipboard::select(const std::optional<QString>& text) {
+    selection = text;
+    ++selectionChanges;
 }
 
 std::optional<QString> FakeClipboard::fetch(std::optional<uint64_t> readerWindow) {

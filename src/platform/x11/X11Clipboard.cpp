@@ -109,17 +109,18 @@ QClipboard* X11Clipboard::board() {
         QObject::connect(clipboard, &QClipboard::changed, context_.get(),
                          [this](QClipboard::Mode mode) {
                              if (mode == QClipboard::Clipboard) ++changes_;
+                             if (mode == QClipboard::Selection) ++selectionChanges_;
                          });
     }
     return clipboard;
 }
 
-ClipboardSnapshot X11Clipboard::snapshot() {
+ClipboardSnapshot X11Clipboard::snapshotOf(int mode) {
     ClipboardSnapshot out;
     QClipboard* clipboard = board();
     if (!clipboard) return out;
     WatchedText::LocalRead local;
-    const QMimeData* data = clipboard->mimeData(QClipboard::Clipboard);
+    const QMimeData* data = clipboard->mimeData(QClipboard::Mode(mode));
     if (!data) return out;
     // Deep copies: the owner's data objects go away with the next change of content.
     for (const QString& format : data->formats()) {
@@ -131,17 +132,25 @@ ClipboardSnapshot X11Clipboard::snapshot() {
     return out;
 }
 
-void X11Clipboard::restore(const ClipboardSnapshot& snapshot) {
+void X11Clipboard::restoreOf(int mode, const ClipboardSnapshot& snapshot) {
     QClipboard* clipboard = board();
     if (!clipboard) return;
     if (snapshot.isEmpty()) {
-        clipboard->clear(QClipboard::Clipboard);
+        clipboard->clear(QClipboard::Mode(mode));
         return;
     }
     auto* data = new QMimeData;
     for (const auto& [format, bytes] : snapshot)
         data->setData(format, bytes);
-    clipboard->setMimeData(data, QClipboard::Clipboard);
+    clipboard->setMimeData(data, QClipboard::Mode(mode));
+}
+
+ClipboardSnapshot X11Clipboard::snapshot() {
+    return snapshotOf(QClipboard::Clipboard);
+}
+
+void X11Clipboard::restore(const ClipboardSnapshot& snapshot) {
+    restoreOf(QClipboard::Clipboard, snapshot);
 }
 
 void X11Clipboard::clear() {
@@ -182,8 +191,8 @@ uint64_t X11Clipboard::changeCount() {
 std::optional<QString> X11Clipboard::selectedText() {
     QClipboard* clipboard = board();
     if (!clipboard || !clipboard->supportsSelection()) return std::nullopt;
-    // PRIMARY held by this program is the text of its last paste into a terminal, which stays
-    // there until someone selects something else: never a selection in the window in front.
+    // PRIMARY held by this program is the text of its last paste into a terminal, or the
+    // selection it put back after that paste: never a selection in the window in front.
     if (clipboard->ownsSelection()) return std::nullopt;
     return textOf(QClipboard::Selection);
 }
@@ -202,6 +211,22 @@ bool X11Clipboard::primaryOwnedBy(const AppWindow& window) {
     const std::optional<uint32_t> pid =
         cardinalProperty(display, owner, connection_->atom("_NET_WM_PID"));
     return pid && window.pid > 0 && int64_t(*pid) == window.pid;
+}
+
+ClipboardSnapshot X11Clipboard::selectionSnapshot() {
+    QClipboard* clipboard = board();
+    if (!clipboard || !clipboard->supportsSelection()) return {};
+    return snapshotOf(QClipboard::Selection);
+}
+
+void X11Clipboard::restoreSelection(const ClipboardSnapshot& snapshot) {
+    QClipboard* clipboard = board();
+    if (clipboard && clipboard->supportsSelection()) restoreOf(QClipboard::Selection, snapshot);
+}
+
+uint64_t X11Clipboard::selectionChangeCount() {
+    board();
+    return selectionChanges_;
 }
 
 } // namespace ombry::x11

@@ -60,14 +60,20 @@ public:
     uint64_t changeCount() override;
     std::optional<QString> selectedText() override;
     bool primaryOwnedBy(const AppWindow& window) override;
+    ClipboardSnapshot selectionSnapshot() override;
+    void restoreSelection(const ClipboardSnapshot& snapshot) override;
+    uint64_t selectionChangeCount() override;
 
 private:
     QClipboard* board();
     std::optional<QString> textOf(int mode);
+    ClipboardSnapshot snapshotOf(int mode);
+    void restoreOf(int mode, const ClipboardSnapshot& snapshot);
 
     QPointer<QClipboard> watched_;
     std::unique_ptr<QObject> context_; // owns the connection to QClipboard::changed
     uint64_t changes_ = 0;
+    uint64_t selectionChanges_ = 0;
     std::unique_ptr<Connection> connection_; // asks who owns PRIMARY
 };
 

@@ -123,6 +123,31 @@ private Q_SLOTS:
         QCOMPARE(fetches.size(), 5);
     }
 
+    // PRIMARY is saved and put back as the clipboard is, and its changes are counted.
+    void selectionSnapshotAndRestore() {
+        auto clipboard = x11::makeClipboard();
+        QVERIFY(desktop().setClipboard("mot choisi", {}, QStringLiteral("primary")));
+        const ClipboardSnapshot chosen = clipboard->selectionSnapshot();
+        QCOMPARE(QString::fromUtf8(formatOf(chosen, QStringLiteral("text/plain"))),
+                 QStringLiteral("mot choisi"));
+        const uint64_t count = clipboard->selectionChangeCount();
+        clipboard->setText(QStringLiteral("collé"), true);
+        QVERIFY(clipboard->selectionChangeCount() > count);
+        QCOMPARE(desktop().readClipboard({}, QStringLiteral("primary")).value_or(""),
+                 QStringLiteral("collé").toUtf8());
+
+        clipboard->restoreSelection(chosen);
+        QCOMPARE(desktop().readClipboard({}, QStringLiteral("primary")).value_or(""),
+                 QByteArray("mot choisi"));
+        clipboard->restoreSelection({});
+        QVERIFY(!desktop().readClipboard({}, QStringLiteral("primary"), 2000));
+        QVERIFY(clipboard->selectionSnapshot().isEmpty());
+
+        const uint64_t mine = clipboard->selectionChangeCount();
+        QVERIFY(desktop().setClipboard("ailleurs", {}, QStringLiteral("primary")));
+        QTRY_VERIFY(clipboard->selectionChangeCount() > mine);
+    }
+
     void selectionOfAnotherApplication() {
         auto clipboard = x11::makeClipboard();
         QVERIFY(desktop().setClipboard("mot choisi", {}, QStringLiteral("primary")));
