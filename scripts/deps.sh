@@ -7,7 +7,7 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config git clang-format ccache
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6svg6 qcoro-qt6-dev
   libpulse-dev pulseaudio pulseaudio-utils
-  libx11-dev libxi-dev libxtst-dev
+  libx11-dev libxi-dev libxtst-dev libxfixes-dev
   libcld2-dev libespeak-ng-dev espeak-ng
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
   libsecret-1-dev libssl-dev libarchive-dev

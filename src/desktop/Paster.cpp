@@ -2,10 +2,12 @@
 
 #include "desktop/HotkeyMonitor.h"
 #include "desktop/Log.h"
+#include "platform/Clock.h"
 #include "platform/Platform.h"
 
 #include <QCoroTimer>
 #include <QTimer>
+#include <algorithm>
 #include <chrono>
 #include <memory>
 
@@ -18,10 +20,14 @@ Clipboard& clipboard() {
     return Platform::current().clipboard();
 }
 
-// Terminal emulators by window class (compared in lower case). Everything else takes Ctrl+V,
-// which a terminal would pass to the shell as a control character.
+// Terminal emulators by WM_CLASS class or application id (compared in lower case), with the
+// way they paste. Everything else takes Ctrl+V, which a terminal would pass to the shell as a
+// control character. A terminal that pastes with Ctrl+Shift+V copies with Ctrl+Shift+C (Ctrl+C
+// would interrupt the running job); those that paste PRIMARY with Shift+Insert have no copy
+// key by default (Ctrl+Insert would reach the shell as an escape sequence), and what is
+// selected in them is already the PRIMARY selection.
 struct TerminalEntry {
-    const char* windowClass;
+    const char* name;
     PasteKeys keys;
 };
 constexpr TerminalEntry kTerminals[] = {
@@ -31,6 +37,11 @@ constexpr TerminalEntry kTerminals[] = {
     {"org.gnome.terminal", PasteKeys::ControlShiftV},
     {"org.gnome.console", PasteKeys::ControlShiftV},
     {"kgx", PasteKeys::ControlShiftV},
+    {"ptyxis", PasteKeys::ControlShiftV}, // WM_CLASS "ptyxis", "Ptyxis"
+    {"org.gnome.ptyxis", PasteKeys::ControlShiftV},
+    {"org.gnome.ptyxis.devel", PasteKeys::ControlShiftV},
+    {"blackbox", PasteKeys::ControlShiftV}, // Black Box: WM_CLASS "blackbox", "Blackbox"
+    {"com.raggesilver.blackbox", PasteKeys::ControlShiftV},
     {"tilix", PasteKeys::ControlShiftV},
     {"com.gexperts.tilix", PasteKeys::ControlShiftV},
     {"terminator", PasteKeys::ControlShiftV},
@@ -54,6 +65,14 @@ constexpr TerminalEntry kTerminals[] = {
     {"wezterm-gui", PasteKeys::ControlShiftV},
     {"foot", PasteKeys::ControlShiftV},
     {"footclient", PasteKeys::ControlShiftV},
+    // Ghostty: WM_CLASS "ghostty", "com.mitchellh.ghostty".
+    {"com.mitchellh.ghostty", PasteKeys::ControlShiftV},
+    {"ghostty", PasteKeys::ControlShiftV},
+    {"st-256color", PasteKeys::ControlShiftV}, // st: WM_CLASS is its TERM name
+    {"st", PasteKeys::ControlShiftV},
+    {"tabby", PasteKeys::ControlShiftV},
+    {"hyper", PasteKeys::ControlShiftV},
+    {"cool-retro-term", PasteKeys::ControlShiftV},
     // Terminals that paste the PRIMARY selection with Shift+Insert.
     {"xterm", PasteKeys::ShiftInsert},
     {"uxterm", PasteKeys::ShiftInsert},
@@ -61,49 +80,124 @@ constexpr TerminalEntry kTerminals[] = {
     {"urxvt", PasteKeys::ShiftInsert},
     {"urxvt-unicode", PasteKeys::ShiftInsert},
     {"rxvt-unicode", PasteKeys::ShiftInsert},
+    {"mlterm", PasteKeys::ShiftInsert},
 };
 
-// What the paste left behind for the restore: done once, by the first of the fetch and the
-// time-out.
-struct PendingRestore {
+std::optional<PasteKeys> terminalKeys(const QString& name) {
+    const QString key = name.trimmed().toLower();
+    if (key.isEmpty()) return std::nullopt;
+    for (const TerminalEntry& t : kTerminals)
+        if (key == QLatin1String(t.name)) return t.keys;
+    return std::nullopt;
+}
+
+// One paste until it is settled: what the restore puts back, and when. Settled once, by the
+// first of: its time has come (see dueAt), or its text left the clipboard.
+struct PendingPaste {
     ClipboardSnapshot previous;
+    std::optional<ClipboardSnapshot> previousSelection; // PRIMARY, for a Shift+Insert paste
+    bool restore = false;
+    Clipboard* board = nullptr; // the clipboard the text went to
     uint64_t changeCount = 0;
+    uint64_t selectionChangeCount = 0;
+    std::optional<AppWindow> target; // the window in front; unknown: any reader counts
+    int64_t keysPostedAt = 0;        // on the platform clock
+    std::optional<int64_t> targetFetchedAt;
+    PasteSettled onSettled;
     bool done = false;
+
+    // The target reads at its own pace after the keys, and may ask for several formats one
+    // after the other: the restore waits kAfterFetchMs after its last read, never less than
+    // kMinHoldMs after the keys, and at most kRestoreTimeoutMs.
+    int64_t dueAt() const {
+        const int64_t latest = keysPostedAt + kRestoreTimeoutMs;
+        if (!targetFetchedAt) return latest;
+        return std::min(latest,
+                        std::max(*targetFetchedAt + kAfterFetchMs, keysPostedAt + kMinHoldMs));
+    }
 };
 
-// The restore still to come, if any: a paste that follows before it must save the user's
+// The last paste not yet settled: a paste that follows before it must save the user's
 // clipboard, not the text of the former paste.
-std::weak_ptr<PendingRestore>& lastPending() {
-    static std::weak_ptr<PendingRestore> pending;
+std::weak_ptr<PendingPaste>& lastPending() {
+    static std::weak_ptr<PendingPaste> pending;
     return pending;
 }
 
-void restoreOnce(const std::shared_ptr<PendingRestore>& pending) {
-    if (pending->done) return;
-    pending->done = true;
+// Whether the clipboard still holds the paste's text (and PRIMARY, where the target reads a
+// Shift+Insert paste).
+bool clipboardUnchanged(const PendingPaste& p) {
     Clipboard& c = clipboard();
-    // Someone copied something after the paste: theirs is the newer clipboard, keep it.
-    if (c.changeCount() != pending->changeCount) return;
-    c.restore(pending->previous);
+    return &c == p.board && c.changeCount() == p.changeCount;
+}
+bool selectionUnchanged(const PendingPaste& p) {
+    Clipboard& c = clipboard();
+    return &c == p.board && c.selectionChangeCount() == p.selectionChangeCount;
 }
 
-// After the first fetch the target may still ask for further formats of the same paste:
-// the former clipboard comes back a moment later.
-constexpr int kAfterFetchMs = 150;
+void settle(const std::shared_ptr<PendingPaste>& p) {
+    if (p->done) return;
+    p->done = true;
+    if (p->restore) {
+        // Someone copied or selected something after the paste: theirs is newer, keep it.
+        if (clipboardUnchanged(*p)) clipboard().restore(p->previous);
+        if (p->previousSelection && selectionUnchanged(*p))
+            clipboard().restoreSelection(*p->previousSelection);
+    }
+    if (p->onSettled) p->onSettled(p->targetFetchedAt.has_value());
+}
+
+// Settles the paste when its time has come on the platform clock, looking again as the clock
+// moves; called anew when a read moves the time.
+void settleWhenDue(const std::shared_ptr<PendingPaste>& p) {
+    if (p->done) return;
+    // Its text is gone from where the target reads it: there is nothing left to wait for.
+    if (!(p->previousSelection ? selectionUnchanged(*p) : clipboardUnchanged(*p))) {
+        settle(p);
+        return;
+    }
+    const Clock& clock = Platform::current().clock();
+    const int64_t left = p->dueAt() - clock.elapsedMs();
+    if (left <= 0) {
+        settle(p);
+        return;
+    }
+    QTimer::singleShot(int(std::max<int64_t>(1, clock.maxSleepMs(left))), Qt::PreciseTimer,
+                       [p] { settleWhenDue(p); });
+}
+
+// The PRIMARY selection before a paste takes it: while a former Shift+Insert paste waits for
+// its restore, the selection it saved.
+ClipboardSnapshot selectionSnapshot() {
+    if (const auto pending = lastPending().lock();
+        pending && !pending->done && pending->previousSelection && selectionUnchanged(*pending))
+        return *pending->previousSelection;
+    return clipboard().selectionSnapshot();
+}
 
 } // namespace
 
-PasteKeys pasteKeysFor(const QString& windowClass) {
-    const QString name = windowClass.trimmed().toLower();
-    for (const TerminalEntry& t : kTerminals)
-        if (name == QLatin1String(t.windowClass)) return t.keys;
-    return PasteKeys::ControlV;
+PasteKeys pasteKeysFor(const AppWindow& window) {
+    return terminalKeys(window.windowClass)
+        .value_or(terminalKeys(window.appId).value_or(PasteKeys::ControlV));
+}
+
+CopyKeys copyKeysFor(const AppWindow& window) {
+    switch (pasteKeysFor(window)) {
+    case PasteKeys::ControlV:
+        return CopyKeys::ControlC;
+    case PasteKeys::ControlShiftV:
+        return CopyKeys::ControlShiftC;
+    case PasteKeys::ShiftInsert:
+        return CopyKeys::None;
+    }
+    return CopyKeys::ControlC;
 }
 
 ClipboardSnapshot snapshot() {
     // While our pasted text waits for its restore, the user's clipboard is the one saved.
     if (const auto pending = lastPending().lock();
-        pending && !pending->done && pending->changeCount == clipboard().changeCount())
+        pending && !pending->done && pending->restore && clipboardUnchanged(*pending))
         return pending->previous;
     return clipboard().snapshot();
 }
@@ -118,23 +212,40 @@ QCoro::Task<void> modifierWait() {
     co_await QCoro::sleepFor(60ms);
 }
 
-QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnapshot> saved) {
-    auto pending = std::make_shared<PendingRestore>();
+QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
+                        PasteSettled onSettled) {
+    auto pending = std::make_shared<PendingPaste>();
     pending->previous = saved ? std::move(*saved) : snapshot();
+    pending->restore = restore;
+    pending->onSettled = std::move(onSettled);
     co_await modifierWait();
 
     Platform& p = Platform::current();
-    const auto front = p.windows().frontmost();
-    const PasteKeys keys = pasteKeysFor(front ? front->windowClass : QString());
+    pending->target = p.windows().frontmost();
+    if (pending->target && pending->target->id == 0) pending->target.reset();
+    const PasteKeys keys = pending->target ? pasteKeysFor(*pending->target) : PasteKeys::ControlV;
+    const bool primary = keys == PasteKeys::ShiftInsert;
+    if (restore && primary) pending->previousSelection = selectionSnapshot();
+    const bool watch = restore || pending->onSettled;
     // The clipboard is taken only now, right before the keys, so that a read of it before
     // the paste cannot pass for the target's.
-    std::function<void()> onFetched;
-    if (restore)
-        onFetched = [pending] {
-            QTimer::singleShot(kAfterFetchMs, [pending] { restoreOnce(pending); });
+    std::function<void(const ClipboardFetch&)> onFetched;
+    if (watch) {
+        onFetched = [weak = std::weak_ptr<PendingPaste>(pending)](const ClipboardFetch& fetch) {
+            const auto pending = weak.lock();
+            if (!pending || pending->done) return;
+            // Only the target's own read counts: a clipboard manager reads at once.
+            if (pending->target && !fetch.byApplicationOf(*pending->target)) return;
+            pending->targetFetchedAt = Platform::current().clock().elapsedMs();
+            settleWhenDue(pending);
         };
-    p.clipboard().setText(text, keys == PasteKeys::ShiftInsert, std::move(onFetched));
-    pending->changeCount = p.clipboard().changeCount();
+    }
+    Clipboard& board = p.clipboard();
+    board.setText(text, primary, std::move(onFetched));
+    pending->board = &board;
+    pending->changeCount = board.changeCount();
+    pending->selectionChangeCount = board.selectionChangeCount();
+    pending->keysPostedAt = p.clock().elapsedMs();
     switch (keys) {
     case PasteKeys::ControlV:
         p.keyPoster().post(keycode::V, modifier::Primary);
@@ -146,10 +257,9 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
         p.keyPoster().post(keycode::Insert, modifier::Shift);
         break;
     }
-    if (!restore) co_return;
+    if (!watch) co_return;
     lastPending() = pending;
-    // No application asked for the text: it is no use keeping the user's clipboard away.
-    QTimer::singleShot(kRestoreTimeoutMs, [pending] { restoreOnce(pending); });
+    settleWhenDue(pending);
 }
 
 QCoro::Task<std::optional<FocusedElement>> focusedInFront() {
@@ -242,16 +352,23 @@ QCoro::Task<std::optional<QString>> copySelection() {
         co_return selected;
     }
 
+    const CopyKeys keys = front ? copyKeysFor(*front) : CopyKeys::ControlC;
+    if (keys == CopyKeys::None) {
+        Log::write(QStringLiteral("sélection: rien de sélectionné dans le terminal"));
+        co_return std::nullopt;
+    }
+    const bool terminal = keys == CopyKeys::ControlShiftC;
     Clipboard& c = p.clipboard();
     c.clear();
     const uint64_t before = c.changeCount();
-    command(keycode::C);
+    p.keyPoster().post(keycode::C, modifier::Primary | (terminal ? modifier::Shift : 0));
     for (int j = 0;; ++j) {
         co_await QCoro::sleepFor(25ms);
         if (j == 39 || c.changeCount() != before) break;
     }
     const std::optional<QString> copied = c.text();
-    Log::write(QStringLiteral("sélection copiée par Ctrl+C (%1 caractères)")
+    Log::write(QStringLiteral("sélection copiée par %1 (%2 caractères)")
+                   .arg(terminal ? QStringLiteral("Ctrl+Maj+C") : QStringLiteral("Ctrl+C"))
                    .arg(copied ? copied->size() : 0));
     co_return copied;
 }

@@ -5,6 +5,7 @@
 
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 #include <QCoroTask>
@@ -20,22 +21,38 @@ namespace Paster {
 enum class PasteKeys {
     ControlV,      // ordinary applications
     ControlShiftV, // terminal emulators that paste the clipboard with Ctrl+Shift+V
-    ShiftInsert,   // xterm and rxvt: Shift+Insert pastes the PRIMARY selection
+    ShiftInsert,   // xterm, rxvt, mlterm: Shift+Insert pastes the PRIMARY selection
 };
 
-// The paste keys for a window class (WM_CLASS class or instance, any case).
-PasteKeys pasteKeysFor(const QString& windowClass);
+// How a window copies its selection to the clipboard.
+enum class CopyKeys {
+    ControlC,      // ordinary applications
+    ControlShiftC, // the Ctrl+Shift+V terminals: Ctrl+C would interrupt the running job
+    None,          // xterm, rxvt, mlterm: no copy key; what they select is PRIMARY already
+};
+
+// The keys of a window, found by its WM_CLASS class or its application id (any case).
+PasteKeys pasteKeysFor(const AppWindow& window);
+CopyKeys copyKeysFor(const AppWindow& window);
 
 // Deep copy of the clipboard.
 ClipboardSnapshot snapshot();
 
+// Called once a paste is settled, when the user's clipboard comes back (or, without restore,
+// when it would have): whether the application of the target window read the text by then.
+using PasteSettled = std::function<void(bool targetFetched)>;
+
 // Puts text on the clipboard and posts the paste keys the window in front understands, once
 // no modifier of the user is held any more (waits at most 2 s). With restore, the former
-// clipboard (saved, or a snapshot taken now) comes back only after the target fetched the
-// text, or after kRestoreTimeoutMs when no application asks for it. The task ends when the
-// keys were posted; it may be dropped without awaiting it.
+// clipboard (saved, or a snapshot taken now; for a Shift+Insert paste the PRIMARY selection
+// too) comes back once the target has read the text: kAfterFetchMs after the last read by
+// the target's own application, and not before kMinHoldMs after the keys; reads by other
+// applications (clipboard managers copy every new content at once) do not count. Without any
+// read by the target, it comes back kRestoreTimeoutMs after the keys. Times are those of the
+// platform clock. The task ends when the keys were posted; it may be dropped without awaiting.
 QCoro::Task<void> paste(QString text, bool restore,
-                        std::optional<ClipboardSnapshot> saved = std::nullopt);
+                        std::optional<ClipboardSnapshot> saved = std::nullopt,
+                        PasteSettled onSettled = {});
 
 // paste(), then a look at whether the text arrived in the focused element of the window in
 // front, where its application exposes its text: when it did not, the journal says
@@ -71,14 +88,18 @@ bool landed(const FocusedElement& before, const FocusedElement& after, const QSt
 // arrived; nullopt when the element cannot tell (it exposes no text).
 QCoro::Task<std::optional<bool>> checkLanded(FocusedElement before, QString text);
 
-// The selection by any means: the PRIMARY selection, else Ctrl+C and the clipboard. Clears the
-// clipboard and leaves the copied text on it: the caller snapshots before and restores.
+// The selection by any means: the PRIMARY selection, else the window's copy keys (Ctrl+C,
+// Ctrl+Shift+C in a terminal) and the clipboard. Clears the clipboard and leaves the copied
+// text on it: the caller snapshots before and restores. A terminal without a copy key gives
+// nullopt at once.
 QCoro::Task<std::optional<QString>> copySelection();
 
 // Waits, without blocking the event loop, until no modifier is held (at most 80 x 25 ms),
 // then 60 ms more, so posted keys do not combine with keys the user still holds.
 QCoro::Task<void> modifierWait();
 
+inline constexpr int kAfterFetchMs = 150;
+inline constexpr int kMinHoldMs = 600;
 inline constexpr int kRestoreTimeoutMs = 2000;
 
 } // namespace Paster

@@ -113,10 +113,26 @@ public:
     virtual bool post(uint16_t keyCode, uint64_t modifiers) = 0;
 };
 
-struct AppWindow;
+// An application window, as remembered at a key press.
+struct AppWindow {
+    uint64_t id = 0;     // the window system's handle
+    QString appId;       // desktop-file id, or the lower-case window class
+    QString name;        // the application's name for people
+    QString windowClass; // WM_CLASS class, for recognising terminal emulators
+    int64_t pid = 0;
+};
 
 // What a clipboard held: every format (MIME type) with its bytes, in the owner's order.
 using ClipboardSnapshot = QList<QPair<QString, QByteArray>>;
+
+// One read, by another application, of a text that Clipboard::setText() put on the clipboard.
+struct ClipboardFetch {
+    // Whether the reader is the application of the window: the same client of the display
+    // server (on X11 the requesting window and this one share their resource-id base, whatever
+    // hidden window the toolkit reads with). False when that cannot be told.
+    std::function<bool(const AppWindow&)> readerOwns;
+    bool byApplicationOf(const AppWindow& window) const { return readerOwns && readerOwns(window); }
+};
 
 // The clipboard (CLIPBOARD) and the selection (PRIMARY). Main thread only.
 class Clipboard {
@@ -127,9 +143,10 @@ public:
     virtual void restore(const ClipboardSnapshot& snapshot) = 0;
     virtual void clear() = 0;
     // Owns the clipboard with a plain text (and the PRIMARY selection too when asked).
-    // onFetched is called on the main thread the first time another application reads it.
+    // onFetched is called on the main thread for each read of it by another application
+    // (reads by this process do not count), until the content changes.
     virtual void setText(const QString& text, bool alsoPrimary,
-                         std::function<void()> onFetched = {}) = 0;
+                         std::function<void(const ClipboardFetch&)> onFetched = {}) = 0;
     virtual std::optional<QString> text() = 0;
     // Goes up each time the clipboard's content changes, whoever changed it.
     virtual uint64_t changeCount() = 0;
@@ -138,15 +155,11 @@ public:
     // Whether the PRIMARY selection belongs to this window's application (the same display
     // client or the same process): a selection left in another window is not the user's now.
     virtual bool primaryOwnedBy(const AppWindow& window) = 0;
-};
-
-// An application window, as remembered at a key press.
-struct AppWindow {
-    uint64_t id = 0;     // the window system's handle
-    QString appId;       // desktop-file id, or the lower-case window class
-    QString name;        // the application's name for people
-    QString windowClass; // WM_CLASS class, for recognising terminal emulators
-    int64_t pid = 0;
+    // PRIMARY saved and put back as the clipboard is: a deep copy of what it holds, putting it
+    // back (an empty snapshot leaves no selection), and a count of its changes.
+    virtual ClipboardSnapshot selectionSnapshot() = 0;
+    virtual void restoreSelection(const ClipboardSnapshot& snapshot) = 0;
+    virtual uint64_t selectionChangeCount() = 0;
 };
 
 class Windows {

@@ -4,6 +4,7 @@
 #include "tst_controller_support.h"
 
 #include "data/Records.h"
+#include "desktop/Paster.h"
 
 #include <QDir>
 #include <QFile>
@@ -70,6 +71,7 @@ private Q_SLOTS:
         QVERIFY(audio.read(4) == "RIFF");
         QCOMPARE(f.platform.windows().activated.size(), 1);
         QCOMPARE(f.platform.windows().activated[0].appId, f.editor.appId);
+        f.advance(Paster::kMinHoldMs); // the target read at once: the least hold of the text
         QTRY_COMPARE(clipboardText(f.platform).value_or(""), kPaper);
     }
 
@@ -371,6 +373,7 @@ private Q_SLOTS:
         QCOMPARE(fix.action, QString("Corriger"));
         QCOMPARE(fix.original, QString("Il a manger la pomme."));
         QCOMPARE(fix.appName, f.editor.name);
+        f.advance(Paster::kMinHoldMs);
         QTRY_COMPARE(clipboardText(f.platform).value_or(""), QString("Il a manger la pomme."));
 
         // Three Ctrl+C in a row translate, through the hotkey monitor.

@@ -48,21 +48,21 @@ bool FakeKeyPoster::post(uint16_t keyCode, uint64_t modifiers) {
 
 void FakeClipboard::restore(const ClipboardSnapshot& s) {
     content = s;
-    pendingFetch = {};
+    onFetched = {};
     ++changes;
 }
 
 void FakeClipboard::clear() {
     content.clear();
-    pendingFetch = {};
+    onFetched = {};
     ++changes;
 }
 
 void FakeClipboard::setText(const QString& text, bool alsoPrimary,
-                            std::function<void()> onFetched) {
+                            std::function<void(const ClipboardFetch&)> fetched) {
     content = {{QStringLiteral("text/plain"), text.toUtf8()}};
-    if (alsoPrimary) selection = text;
-    pendingFetch = std::move(onFetched);
+    if (alsoPrimary) select(text);
+    onFetched = std::move(fetched);
     ++changes;
 }
 
@@ -73,9 +73,31 @@ std::optional<QString> FakeClipboard::text() {
     return std::nullopt;
 }
 
-std::optional<QString> FakeClipboard::fetch() {
-    auto fetched = std::exchange(pendingFetch, {});
-    if (fetched) fetched();
+ClipboardSnapshot FakeClipboard::selectionSnapshot() {
+    if (!selection) return {};
+    return {{QStringLiteral("text/plain"), selection->toUtf8()}};
+}
+
+void FakeClipboard::restoreSelection(const ClipboardSnapshot& s) {
+    std::optional<QString> text;
+    for (const auto& [type, data] : s)
+        if (type == QLatin1String("text/plain")) text = QString::fromUtf8(data);
+    select(text);
+}
+
+void FakeClipboard::select(const std::optional<QString>& text) {
+    selection = text;
+    ++selectionChanges;
+}
+
+std::optional<QString> FakeClipboard::fetch(std::optional<uint64_t> readerWindow) {
+    if (onFetched) {
+        // A copy: the callback may change the clipboard, and with it onFetched.
+        const auto fetched = onFetched;
+        fetched({[readerWindow](const AppWindow& w) {
+            return !readerWindow || (*readerWindow != 0 && w.id == *readerWindow);
+        }});
+    }
     return text();
 }
 

@@ -93,19 +93,30 @@ public:
     ClipboardSnapshot content;        // what the clipboard holds now
     std::optional<QString> selection; // PRIMARY
     uint64_t changes = 0;
-    std::function<void()> pendingFetch; // the onFetched of the last setText, until fetch()
+    uint64_t selectionChanges = 0;
+    // The onFetched of the last setText, until the clipboard's content changes.
+    std::function<void(const ClipboardFetch&)> onFetched;
 
     ClipboardSnapshot snapshot() override { return content; }
     void restore(const ClipboardSnapshot& s) override;
     void clear() override;
-    void setText(const QString& text, bool alsoPrimary, std::function<void()> onFetched) override;
+    void setText(const QString& text, bool alsoPrimary,
+                 std::function<void(const ClipboardFetch&)> onFetched) override;
     std::optional<QString> text() override;
     uint64_t changeCount() override { return changes; }
     std::optional<QString> selectedText() override { return selection; }
     bool primaryInFront = true; // PRIMARY belongs to the window in front
     bool primaryOwnedBy(const AppWindow&) override { return primaryInFront; }
-    // Another application reads the clipboard: returns its text and calls onFetched once.
-    std::optional<QString> fetch();
+    ClipboardSnapshot selectionSnapshot() override;
+    void restoreSelection(const ClipboardSnapshot& s) override;
+    uint64_t selectionChangeCount() override { return selectionChanges; }
+    // The application of a window reads the clipboard: returns its text and tells onFetched.
+    // Without a window, the reader is the application of any window (the target's paste).
+    std::optional<QString> fetch(std::optional<uint64_t> readerWindow = std::nullopt);
+    // Another application, which owns no window a test names (a clipboard manager), reads it.
+    std::optional<QString> fetchByAnotherApplication() { return fetch(uint64_t(0)); }
+    // Sets PRIMARY as another application selecting text does.
+    void select(const std::optional<QString>& text);
 };
 
 // The accessibility bus as the application in front would answer it.

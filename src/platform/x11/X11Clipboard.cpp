@@ -5,7 +5,6 @@
 #include <QGuiApplication>
 #include <QSet>
 #include <QTimer>
-#include <cstring>
 #include <xcb/xcb.h>
 
 // Xlib defines macros (Bool, Status) that Qt's headers must not see.
@@ -14,28 +13,11 @@
 
 namespace ombry::x11 {
 
-WatchedText::WatchedText(const QString& text, std::shared_ptr<Watch> watch)
-    : watch_(std::move(watch)) {
-    setText(text);
-}
-
-QVariant WatchedText::retrieveData(const QString& mimeType, QMetaType type) const {
-    if (depth == 0 && watch_ && !watch_->fetched && !(watch_->ignore && watch_->ignore())) {
-        watch_->fetched = true;
-        if (watch_->onFetched) {
-            // Qt is in the middle of answering the request: the callback runs once it is done.
-            QTimer::singleShot(0, QCoreApplication::instance(),
-                               [callback = watch_->onFetched] { callback(); });
-        }
-    }
-    return QMimeData::retrieveData(mimeType, type);
-}
-
 namespace {
 
-// Sees each selection request on Qt's connection just before Qt answers it, to know who asks.
-// A clipboard manager owns the CLIPBOARD_MANAGER selection; its requests come from a window of
-// the same client (X resource ids carry their client in the bits above the id mask).
+// Sees each selection request on Qt's connection just before Qt answers it, to know which
+// client asks: X resource ids carry their client in the bits above the server's id mask, so
+// the requestor window (often a hidden one of the toolkit) tells the application.
 class RequestWatcher final : public QAbstractNativeEventFilter {
 public:
     static RequestWatcher& shared() {
@@ -45,7 +27,9 @@ public:
 
     void install() {
         if (installed_ || !QGuiApplication::instance()) return;
-        if (!qGuiApp->nativeInterface<QNativeInterface::QX11Application>()) return;
+        auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+        if (!x11) return;
+        clientBits_ = ~xcb_get_setup(x11->connection())->resource_id_mask;
         QCoreApplication::instance()->installNativeEventFilter(this);
         installed_ = true;
     }
@@ -53,39 +37,52 @@ public:
     bool nativeEventFilter(const QByteArray& type, void* message, qintptr*) override {
         if (type != "xcb_generic_event_t") return false;
         const auto* event = static_cast<const xcb_generic_event_t*>(message);
-        if ((event->response_type & 0x7f) == XCB_SELECTION_REQUEST)
+        if ((event->response_type & 0x7f) == XCB_SELECTION_REQUEST) {
             requestor_ = reinterpret_cast<const xcb_selection_request_event_t*>(event)->requestor;
+            ++requests_;
+        }
         return false;
     }
 
-    bool requestFromClipboardManager() {
-        auto* x11 =
-            qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-        if (!x11 || !requestor_) return false;
-        xcb_connection_t* c = x11->connection();
-        if (!managerAtom_) {
-            const char* name = "CLIPBOARD_MANAGER";
-            xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(
-                c, xcb_intern_atom(c, 0, uint16_t(std::strlen(name)), name), nullptr);
-            if (!reply) return false;
-            managerAtom_ = reply->atom;
-            free(reply);
-        }
-        xcb_get_selection_owner_reply_t* reply =
-            xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, managerAtom_), nullptr);
-        if (!reply) return false;
-        const xcb_window_t manager = reply->owner;
-        free(reply);
-        if (manager == XCB_NONE) return false;
-        const uint32_t clientBits = ~xcb_get_setup(c)->resource_id_mask;
-        return (manager & clientBits) == (requestor_ & clientBits);
+    // The request being answered now: a number that tells requests apart (0 before any), and
+    // whether its client is the one of a window.
+    uint64_t request() const { return requests_; }
+    ClipboardFetch fetch() const {
+        const uint32_t bits = clientBits_;
+        const xcb_window_t requestor = requestor_;
+        if (!bits || requestor == XCB_NONE) return {};
+        return {[bits, requestor](const AppWindow& window) {
+            return window.id != 0 && (uint32_t(window.id) & bits) == (requestor & bits);
+        }};
     }
 
 private:
     bool installed_ = false;
+    uint32_t clientBits_ = 0;
     xcb_window_t requestor_ = XCB_NONE;
-    xcb_atom_t managerAtom_ = XCB_NONE;
+    uint64_t requests_ = 0;
 };
+
+} // namespace
+
+WatchedText::WatchedText(const QString& text, std::shared_ptr<Watch> watch)
+    : watch_(std::move(watch)) {
+    setText(text);
+}
+
+QVariant WatchedText::retrieveData(const QString& mimeType, QMetaType type) const {
+    const RequestWatcher& requests = RequestWatcher::shared();
+    if (depth == 0 && watch_ && watch_->onFetched && requests.request() != watch_->lastRequest) {
+        watch_->lastRequest = requests.request();
+        // Qt is in the middle of answering the request: the callback runs once it is done.
+        QTimer::singleShot(
+            0, QCoreApplication::instance(),
+            [callback = watch_->onFetched, fetch = requests.fetch()] { callback(fetch); });
+    }
+    return QMimeData::retrieveData(mimeType, type);
+}
+
+namespace {
 
 // Targets of the selection protocol itself, not formats of the content.
 const QSet<QString>& protocolTargets() {
@@ -112,17 +109,18 @@ QClipboard* X11Clipboard::board() {
         QObject::connect(clipboard, &QClipboard::changed, context_.get(),
                          [this](QClipboard::Mode mode) {
                              if (mode == QClipboard::Clipboard) ++changes_;
+                             if (mode == QClipboard::Selection) ++selectionChanges_;
                          });
     }
     return clipboard;
 }
 
-ClipboardSnapshot X11Clipboard::snapshot() {
+ClipboardSnapshot X11Clipboard::snapshotOf(int mode) {
     ClipboardSnapshot out;
     QClipboard* clipboard = board();
     if (!clipboard) return out;
     WatchedText::LocalRead local;
-    const QMimeData* data = clipboard->mimeData(QClipboard::Clipboard);
+    const QMimeData* data = clipboard->mimeData(QClipboard::Mode(mode));
     if (!data) return out;
     // Deep copies: the owner's data objects go away with the next change of content.
     for (const QString& format : data->formats()) {
@@ -134,30 +132,39 @@ ClipboardSnapshot X11Clipboard::snapshot() {
     return out;
 }
 
-void X11Clipboard::restore(const ClipboardSnapshot& snapshot) {
+void X11Clipboard::restoreOf(int mode, const ClipboardSnapshot& snapshot) {
     QClipboard* clipboard = board();
     if (!clipboard) return;
     if (snapshot.isEmpty()) {
-        clipboard->clear(QClipboard::Clipboard);
+        clipboard->clear(QClipboard::Mode(mode));
         return;
     }
     auto* data = new QMimeData;
     for (const auto& [format, bytes] : snapshot)
         data->setData(format, bytes);
-    clipboard->setMimeData(data, QClipboard::Clipboard);
+    clipboard->setMimeData(data, QClipboard::Mode(mode));
+}
+
+ClipboardSnapshot X11Clipboard::snapshot() {
+    return snapshotOf(QClipboard::Clipboard);
+}
+
+void X11Clipboard::restore(const ClipboardSnapshot& snapshot) {
+    restoreOf(QClipboard::Clipboard, snapshot);
 }
 
 void X11Clipboard::clear() {
     if (QClipboard* clipboard = board()) clipboard->clear(QClipboard::Clipboard);
 }
 
-void X11Clipboard::setText(const QString& text, bool alsoPrimary, std::function<void()> onFetched) {
+void X11Clipboard::setText(const QString& text, bool alsoPrimary,
+                           std::function<void(const ClipboardFetch&)> onFetched) {
     QClipboard* clipboard = board();
     if (!clipboard) return;
     auto watch = std::make_shared<WatchedText::Watch>();
     watch->onFetched = std::move(onFetched);
     RequestWatcher::shared().install();
-    watch->ignore = [] { return RequestWatcher::shared().requestFromClipboardManager(); };
+    watch->lastRequest = RequestWatcher::shared().request();
     clipboard->setMimeData(new WatchedText(text, watch), QClipboard::Clipboard);
     if (alsoPrimary && clipboard->supportsSelection())
         clipboard->setMimeData(new WatchedText(text, watch), QClipboard::Selection);
@@ -184,8 +191,8 @@ uint64_t X11Clipboard::changeCount() {
 std::optional<QString> X11Clipboard::selectedText() {
     QClipboard* clipboard = board();
     if (!clipboard || !clipboard->supportsSelection()) return std::nullopt;
-    // PRIMARY held by this program is the text of its last paste into a terminal, which stays
-    // there until someone selects something else: never a selection in the window in front.
+    // PRIMARY held by this program is the text of its last paste into a terminal, or the
+    // selection it put back after that paste: never a selection in the window in front.
     if (clipboard->ownsSelection()) return std::nullopt;
     return textOf(QClipboard::Selection);
 }
@@ -204,6 +211,22 @@ bool X11Clipboard::primaryOwnedBy(const AppWindow& window) {
     const std::optional<uint32_t> pid =
         cardinalProperty(display, owner, connection_->atom("_NET_WM_PID"));
     return pid && window.pid > 0 && int64_t(*pid) == window.pid;
+}
+
+ClipboardSnapshot X11Clipboard::selectionSnapshot() {
+    QClipboard* clipboard = board();
+    if (!clipboard || !clipboard->supportsSelection()) return {};
+    return snapshotOf(QClipboard::Selection);
+}
+
+void X11Clipboard::restoreSelection(const ClipboardSnapshot& snapshot) {
+    QClipboard* clipboard = board();
+    if (clipboard && clipboard->supportsSelection()) restoreOf(QClipboard::Selection, snapshot);
+}
+
+uint64_t X11Clipboard::selectionChangeCount() {
+    board();
+    return selectionChanges_;
 }
 
 } // namespace ombry::x11

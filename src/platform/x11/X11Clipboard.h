@@ -13,18 +13,16 @@ namespace ombry::x11 {
 class Connection;
 
 // A text put on the clipboard by the program, which tells when another client fetches it: Qt
-// asks the data object for its bytes once for each request of another client (the target's
-// paste, an `xclip -o`), and never when the content is only announced. Reads made by this
-// process go through a LocalRead guard and do not count, nor do those of a clipboard manager,
-// which copies each new content at once, long before the target pastes.
+// asks the data object for its bytes when it answers a request of another client (the
+// target's paste, an `xclip -o`, a clipboard manager's copy), and never when the content is
+// only announced. Each request is told once, with the client that made it; reads made by this
+// process go through a LocalRead guard and are not told.
 class WatchedText final : public QMimeData {
 public:
-    // Shared by the CLIPBOARD and PRIMARY copies of one text: the first fetch of either counts.
+    // Shared by the CLIPBOARD and PRIMARY copies of one text.
     struct Watch {
-        std::function<void()> onFetched;
-        bool fetched = false;
-        // True when the request being answered does not count (a clipboard manager's copy).
-        std::function<bool()> ignore;
+        std::function<void(const ClipboardFetch&)> onFetched;
+        uint64_t lastRequest = 0; // the request last told (Qt may read a format twice)
     };
     WatchedText(const QString& text, std::shared_ptr<Watch> watch);
 
@@ -56,19 +54,26 @@ public:
     ClipboardSnapshot snapshot() override;
     void restore(const ClipboardSnapshot& snapshot) override;
     void clear() override;
-    void setText(const QString& text, bool alsoPrimary, std::function<void()> onFetched) override;
+    void setText(const QString& text, bool alsoPrimary,
+                 std::function<void(const ClipboardFetch&)> onFetched) override;
     std::optional<QString> text() override;
     uint64_t changeCount() override;
     std::optional<QString> selectedText() override;
     bool primaryOwnedBy(const AppWindow& window) override;
+    ClipboardSnapshot selectionSnapshot() override;
+    void restoreSelection(const ClipboardSnapshot& snapshot) override;
+    uint64_t selectionChangeCount() override;
 
 private:
     QClipboard* board();
     std::optional<QString> textOf(int mode);
+    ClipboardSnapshot snapshotOf(int mode);
+    void restoreOf(int mode, const ClipboardSnapshot& snapshot);
 
     QPointer<QClipboard> watched_;
     std::unique_ptr<QObject> context_; // owns the connection to QClipboard::changed
     uint64_t changes_ = 0;
+    uint64_t selectionChanges_ = 0;
     std::unique_ptr<Connection> connection_; // asks who owns PRIMARY
 };
 

@@ -1,6 +1,7 @@
 #include "platform/x11/X11Platform.h"
 
 #include "DesktopSession.h"
+#include "XClients.h"
 
 #include <QTest>
 
@@ -69,41 +70,82 @@ private Q_SLOTS:
         QVERIFY(clipboard->snapshot().isEmpty());
     }
 
-    void fetchIsToldOnceAndOnlyForOtherClients() {
+    // Each read by another client is told once, with whether it is the application of a
+    // given window: that application reads with a hidden window of its own, a clipboard
+    // manager or xclip are other clients.
+    void eachFetchTellsWhoseApplicationReadIt() {
         auto clipboard = x11::makeClipboard();
-        int fetched = 0;
+        test::PasteTarget target;
+        QVERIFY(target.valid());
+        const AppWindow targetWindow{target.window(), {}, {}, {}, 0};
+        QList<ClipboardFetch> fetches;
         const uint64_t before = clipboard->changeCount();
-        clipboard->setText(QStringLiteral("Bonjour à tous"), true, [&] { ++fetched; });
+        clipboard->setText(QStringLiteral("Bonjour à tous"), true,
+                           [&](const ClipboardFetch& fetch) { fetches << fetch; });
         QVERIFY(clipboard->changeCount() > before);
+        const QByteArray utf8 = QStringLiteral("Bonjour à tous").toUtf8();
 
         // Reading it from this process is not a fetch.
         QCOMPARE(clipboard->text().value_or(QString()), QStringLiteral("Bonjour à tous"));
         QCOMPARE(clipboard->snapshot().size() > 0, true);
         QTest::qWait(100);
-        QCOMPARE(fetched, 0);
+        QCOMPARE(fetches.size(), 0);
 
-        // A clipboard manager copies every new content at once: that is no paste.
-        QCOMPARE(desktop().readClipboardAsManager().value_or(""),
-                 QStringLiteral("Bonjour à tous").toUtf8());
-        QTest::qWait(100);
-        QCOMPARE(fetched, 0);
+        QCOMPARE(desktop().readClipboard().value_or(""), utf8);
+        QTRY_COMPARE(fetches.size(), 1);
+        QVERIFY(!fetches[0].byApplicationOf(targetWindow));
+        QCOMPARE(desktop().readClipboardAsManager().value_or(""), utf8);
+        QTRY_COMPARE(fetches.size(), 2);
+        QVERIFY(!fetches[1].byApplicationOf(targetWindow));
 
-        QCOMPARE(desktop().readClipboard().value_or(""), QStringLiteral("Bonjour à tous").toUtf8());
-        QTRY_COMPARE(fetched, 1);
-        // The selection holds the same text; any further read is no new fetch.
-        QCOMPARE(desktop().readClipboard(QString(), QStringLiteral("primary")).value_or(""),
-                 QStringLiteral("Bonjour à tous").toUtf8());
-        QCOMPARE(desktop().readClipboard().value_or(""), QStringLiteral("Bonjour à tous").toUtf8());
+        QCOMPARE(target.read("CLIPBOARD").value_or(""), utf8);
+        QTRY_COMPARE(fetches.size(), 3);
+        QVERIFY(fetches[2].byApplicationOf(targetWindow));
+        QVERIFY(!fetches[2].byApplicationOf(AppWindow{})); // no window: nobody's
+        // The selection holds the same text and tells the same way.
+        QCOMPARE(target.read("PRIMARY").value_or(""), utf8);
+        QTRY_COMPARE(fetches.size(), 4);
+        QVERIFY(fetches[3].byApplicationOf(targetWindow));
         QTest::qWait(100);
-        QCOMPARE(fetched, 1);
+        QCOMPARE(fetches.size(), 4); // one request, one fetch
         // The program's own PRIMARY is the text it pasted, not a selection of the user's.
         QVERIFY(!clipboard->selectedText());
 
-        // Without alsoPrimary, only the clipboard changes.
+        // Without alsoPrimary, only the clipboard changes; the former text is told no more.
         clipboard->setText(QStringLiteral("seul"), false);
         QCOMPARE(desktop().readClipboard().value_or(""), QByteArray("seul"));
-        QCOMPARE(desktop().readClipboard(QString(), QStringLiteral("primary")).value_or(""),
-                 QStringLiteral("Bonjour à tous").toUtf8());
+        QCOMPARE(target.read("PRIMARY").value_or(""), utf8);
+        QTest::qWait(100);
+        QCOMPARE(fetches.size(), 5);
+        clipboard->setText(QStringLiteral("encore"), false);
+        QCOMPARE(target.read("CLIPBOARD").value_or(""), QByteArray("encore"));
+        QTest::qWait(100);
+        QCOMPARE(fetches.size(), 5);
+    }
+
+    // PRIMARY is saved and put back as the clipboard is, and its changes are counted.
+    void selectionSnapshotAndRestore() {
+        auto clipboard = x11::makeClipboard();
+        QVERIFY(desktop().setClipboard("mot choisi", {}, QStringLiteral("primary")));
+        const ClipboardSnapshot chosen = clipboard->selectionSnapshot();
+        QCOMPARE(QString::fromUtf8(formatOf(chosen, QStringLiteral("text/plain"))),
+                 QStringLiteral("mot choisi"));
+        const uint64_t count = clipboard->selectionChangeCount();
+        clipboard->setText(QStringLiteral("collé"), true);
+        QVERIFY(clipboard->selectionChangeCount() > count);
+        QCOMPARE(desktop().readClipboard({}, QStringLiteral("primary")).value_or(""),
+                 QStringLiteral("collé").toUtf8());
+
+        clipboard->restoreSelection(chosen);
+        QCOMPARE(desktop().readClipboard({}, QStringLiteral("primary")).value_or(""),
+                 QByteArray("mot choisi"));
+        clipboard->restoreSelection({});
+        QVERIFY(!desktop().readClipboard({}, QStringLiteral("primary"), 2000));
+        QVERIFY(clipboard->selectionSnapshot().isEmpty());
+
+        const uint64_t mine = clipboard->selectionChangeCount();
+        QVERIFY(desktop().setClipboard("ailleurs", {}, QStringLiteral("primary")));
+        QTRY_VERIFY(clipboard->selectionChangeCount() > mine);
     }
 
     void selectionOfAnotherApplication() {

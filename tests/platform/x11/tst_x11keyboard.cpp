@@ -300,7 +300,10 @@ private Q_SLOTS:
 
         const QString text = QStringLiteral("Déjà collé");
         bool fetched = false;
-        clipboard->setText(text, false, [&] { fetched = true; });
+        const AppWindow field{desktop().targetWindow(), {}, {}, {}, 0};
+        clipboard->setText(text, false, [&](const ClipboardFetch& fetch) {
+            fetched = fetched || fetch.byApplicationOf(field);
+        });
         QVERIFY(poster->post(keycode::V, modifier::Primary));
         QTRY_VERIFY(fetched);
         e = heard.next(keycode::V, Type::KeyDown);
