@@ -319,22 +319,59 @@ QCoro::Task<std::optional<bool>> checkLanded(FocusedElement before, QString text
     co_return false;
 }
 
-QCoro::Task<void> pasteAndCheck(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
-                                std::function<void()> onLost) {
-    // Asked while the paste waits for the user's modifiers, so the look costs the paste nothing.
-    QCoro::Task<std::optional<FocusedElement>> asking = focusedInFront();
-    co_await paste(text, restore, std::move(saved));
-    const std::optional<FocusedElement> before = co_await asking;
-    if (!before || !before->hasText) co_return;
-    const std::optional<AppWindow> front = Platform::current().windows().frontmost();
-    const QString app = front && !front->name.isEmpty() ? front->name : before->applicationName;
-    [](FocusedElement before, QString text, QString app,
-       std::function<void()> onLost) -> QCoro::Task<void> {
-        const std::optional<bool> arrived = co_await checkLanded(before, text);
-        if (arrived != std::optional<bool>(false)) co_return;
+namespace {
+
+// One paste's look at its arrival: said once, by whichever sign comes first.
+struct Arrival {
+    QString app;
+    std::function<void()> onLost;
+    std::optional<bool> elementTells; // the focused element exposes its text
+    bool unread = false;              // the target never read the clipboard
+    bool reported = false;
+    void lost() {
+        if (reported) return;
+        reported = true;
         Log::write(QStringLiteral("collage: non arrivé (%1)").arg(app));
         if (onLost) onLost();
-    }(*before, text, app, std::move(onLost));
+    }
+};
+
+// Looks at the element until the text is there, or says it did not arrive.
+QCoro::Task<void> watchArrival(FocusedElement before, QString text,
+                               std::shared_ptr<Arrival> arrival) {
+    const std::optional<bool> arrived = co_await checkLanded(before, text);
+    if (arrived == std::optional<bool>(false)) arrival->lost();
+}
+
+} // namespace
+
+QCoro::Task<void> pasteAndCheck(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
+                                std::function<void()> onLost) {
+    auto arrival = std::make_shared<Arrival>();
+    const std::optional<AppWindow> front = Platform::current().windows().frontmost();
+    arrival->app = front && !front->name.isEmpty() ? front->name : QStringLiteral("?");
+    arrival->onLost = std::move(onLost);
+    // Asked while the paste waits for the user's modifiers, so the look costs the paste nothing.
+    QCoro::Task<std::optional<FocusedElement>> asking = focusedInFront();
+    // Where the element says nothing of its text, a target that never read the clipboard
+    // before it came back did not take the text either.
+    // (Callbacks are made before the co_await: GCC 12 destroys a temporary argument of an
+    // awaited coroutine twice.)
+    PasteSettled settled = [arrival](bool targetFetched) {
+        if (targetFetched) return;
+        arrival->unread = true;
+        if (arrival->elementTells == std::optional<bool>(false)) arrival->lost();
+    };
+    co_await paste(text, restore, std::move(saved), std::move(settled));
+    const std::optional<FocusedElement> before = co_await asking;
+    arrival->elementTells = before && before->hasText;
+    if (!*arrival->elementTells) {
+        if (arrival->unread) arrival->lost();
+        co_return;
+    }
+    if (arrival->app == QLatin1String("?") && !before->applicationName.isEmpty())
+        arrival->app = before->applicationName;
+    watchArrival(*before, text, arrival);
 }
 
 QCoro::Task<std::optional<QString>> copySelection() {

@@ -54,10 +54,11 @@ QCoro::Task<void> paste(QString text, bool restore,
                         std::optional<ClipboardSnapshot> saved = std::nullopt,
                         PasteSettled onSettled = {});
 
-// paste(), then a look at whether the text arrived in the focused element of the window in
-// front, where its application exposes its text: when it did not, the journal says
-// "collage: non arrivé ({app})" and `onLost` is called (the caller shows the text to copy).
-// The task ends when the keys were posted; the look goes on after it.
+// paste(), then a look at whether the text arrived: in the focused element of the window in
+// front, where its application exposes its text; elsewhere, by whether the target read the
+// clipboard before it came back (a target that takes no text never does). When it did not
+// arrive, the journal says "collage: non arrivé ({app})" and `onLost` is called (the caller
+// shows the text to copy). The task ends when the keys were posted; the look goes on after.
 QCoro::Task<void> pasteAndCheck(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
                                 std::function<void()> onLost);
 

@@ -554,8 +554,9 @@ void DictationController::pasteLast() {
     [](QPointer<DictationController> self, QString text) -> QCoro::Task<void> {
         co_await Paster::modifierWait();
         if (!self) co_return;
+        std::function<void()> lost = self->notPasted(text);
         co_await Paster::pasteAndCheck(text, AppSettings::shared().restoreClipboard(), std::nullopt,
-                                       self->notPasted(text));
+                                       std::move(lost));
         self->show(QStringLiteral("Dernière dictée recollée"), false);
     }(this, text);
 }

@@ -193,8 +193,9 @@ QCoro::Task<bool> RecordingProcessor::interpret() {
         record.result = result;
         store.addFix(record);
         co_await activate();
+        std::function<void()> lost = owner_.notPasted(result);
         co_await Paster::pasteAndCheck(result, settings.restoreClipboard(), std::nullopt,
-                                       owner_.notPasted(result));
+                                       std::move(lost));
         Log::write(QStringLiteral("commande appliquée: « %1 »").arg(raw_.left(60)));
         owner_.show(QStringLiteral("Commande appliquée"), false);
         close();
@@ -202,8 +203,9 @@ QCoro::Task<bool> RecordingProcessor::interpret() {
     }
     if (const std::optional<Snippet> snippet = store.snippet(raw_)) {
         co_await activate();
+        std::function<void()> lost = owner_.notPasted(snippet->text);
         co_await Paster::pasteAndCheck(snippet->text, settings.restoreClipboard(), std::nullopt,
-                                       owner_.notPasted(snippet->text));
+                                       std::move(lost));
         Log::write(QStringLiteral("raccourci vocal: « %1 »").arg(snippet->trigger));
         owner_.show(QStringLiteral("Raccourci « %1 »").arg(snippet->trigger), false);
         close();
@@ -333,8 +335,9 @@ QCoro::Task<void> RecordingProcessor::deliver() {
         stop(QStringLiteral("Je n'ai rien entendu, parle un peu plus près du micro"));
         co_return;
     }
+    std::function<void()> lost = owner_.notPasted(final);
     co_await Paster::pasteAndCheck(final, AppSettings::shared().restoreClipboard(), std::nullopt,
-                                   owner_.notPasted(final));
+                                   std::move(lost));
     Log::write(QStringLiteral("collé: %1 caractères dans %2, %3 s après la touche")
                    .arg(Graphemes::count(final))
                    .arg(in_.app && !in_.app->name.isEmpty() ? in_.app->name : QStringLiteral("?"))

@@ -43,6 +43,16 @@ void readAloud(const QString& text) {
     speech.speak(text, code);
 }
 
+// "Traduit en {target}": the settings' target, or the other language when the text was
+// already in it.
+QString translationTitle(const QString& original) {
+    QString target = AppSettings::shared().translateTarget();
+    if (Translator::detect(original) == target)
+        target = target == QStringLiteral("français") ? QStringLiteral("anglais")
+                                                      : QStringLiteral("français");
+    return QStringLiteral("Traduit en ") + target;
+}
+
 } // namespace
 
 QCoro::Task<void> DictationController::correctSelection(bool alreadyCopied, bool translate) {
@@ -118,15 +128,19 @@ QCoro::Task<void> DictationController::correctSelection(bool alreadyCopied, bool
     if (translate && editable == std::optional<bool>(false)) {
         clipboard.restore(saved);
         toIdle();
-        QString target = settings.translateTarget();
-        if (Translator::detect(*original) == target)
-            target = target == QStringLiteral("français") ? QStringLiteral("anglais")
-                                                          : QStringLiteral("français");
-        if (onBubble) onBubble(QStringLiteral("Traduit en ") + target, *original, result);
+        if (onBubble) onBubble(translationTitle(*original), *original, result);
         co_return;
     }
     // The selection still there is replaced; the user's clipboard always comes back.
-    co_await Paster::pasteAndCheck(result, true, saved, notPasted(result));
+    // A text that does not arrive (an element that takes no text and says nothing of
+    // itself) opens beside it as a translation of a page does.
+    std::function<void()> lost = notPasted(result);
+    if (translate)
+        lost = [self = QPointer<DictationController>(this), title = translationTitle(*original),
+                original = *original, result] {
+            if (self && self->onBubble) self->onBubble(title, original, result);
+        };
+    co_await Paster::pasteAndCheck(result, true, saved, std::move(lost));
     toIdle();
     show(translate ? QStringLiteral("Texte traduit")
          : changed ? QStringLiteral("Texte corrigé")

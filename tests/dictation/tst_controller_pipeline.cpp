@@ -337,6 +337,23 @@ private Q_SLOTS:
         QVERIFY(journal.readAll().contains("collage: non arrivé (Éditeur de texte)"));
     }
 
+    // Where nothing tells whether the element takes text, a target that never reads the
+    // clipboard took no text: a translation opens in its card, a correction in the card of a
+    // text not pasted.
+    void targetThatTakesNoText() {
+        QStringList cards;
+        f.c().onBubble = [&cards](const QString& title, const QString&, const QString& text) {
+            cards << title + " | " + text;
+        };
+        f.targetReads = false;
+        f.platform.clipboard().selection = "Bonjour à tous, je vous écris.";
+        f.models.replies["traduction"] = chatCompletion("Hello everyone, I am writing to you.");
+        await(f.c().correctSelection(false, true));
+        f.advance(Paster::kRestoreTimeoutMs);
+        QTRY_COMPARE(cards,
+                     QStringList{"Traduit en anglais | Hello everyone, I am writing to you."});
+    }
+
     // Ctrl+Alt+V pastes the newest record as stored, and nothing during a recording.
     void pasteLast() {
         Dictation d;
