@@ -111,6 +111,18 @@ public:
     virtual ~KeyPoster() = default;
     // Presses the modifiers, the key down then up, and releases the modifiers.
     virtual bool post(uint16_t keyCode, uint64_t modifiers) = 0;
+    // Types a text character by character, as the keyboard would (accents included); false
+    // where this road cannot.
+    virtual bool typeText(const QString& text) {
+        (void)text;
+        return false;
+    }
+    // Opens the road ahead of the first key (a desktop may ask the user once); onReady is called
+    // on the main thread with the answer: ok, or why not (French).
+    using ReadyHandler = std::function<void(bool ok, const QString& message)>;
+    virtual void prepare(ReadyHandler onReady) {
+        if (onReady) onReady(true, QString());
+    }
 };
 
 // An application window, as remembered at a key press.

@@ -1,6 +1,7 @@
 #include "platform/Platform.h"
 
 #include "platform/Clock.h"
+#include "platform/SessionProbe.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/x11/X11Platform.h"
 
@@ -20,7 +21,8 @@ Platform::Platform()
       keyPoster_(x11::makeKeyPoster()), clipboard_(x11::makeClipboard()),
       windows_(x11::makeWindows()), audio_(linux_platform::makeAudioSystem()),
       speech_(linux_platform::makeSpeechOutput()),
-      accessibility_(linux_platform::makeAccessibility()) {}
+      accessibility_(linux_platform::makeAccessibility()), shortcuts_(makeNoShortcuts()),
+      session_(makeDisplaySession()) {}
 
 void Platform::setClock(std::unique_ptr<Clock> c) {
     clock_ = std::move(c);
@@ -57,6 +59,12 @@ void Platform::setSpeech(std::unique_ptr<SpeechOutput> s) {
 }
 void Platform::setAccessibility(std::unique_ptr<Accessibility> a) {
     accessibility_ = std::move(a);
+}
+void Platform::setShortcuts(std::unique_ptr<GlobalShortcuts> s) {
+    shortcuts_ = std::move(s);
+}
+void Platform::setSession(std::unique_ptr<DisplaySession> s) {
+    session_ = std::move(s);
 }
 
 } // namespace ombry

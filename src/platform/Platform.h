@@ -2,6 +2,8 @@
 
 #include "platform/Accessibility.h"
 #include "platform/Desktop.h"
+#include "platform/SessionRoads.h"
+#include "platform/Shortcuts.h"
 
 #include <QString>
 #include <QUrl>
@@ -48,6 +50,18 @@ public:
     virtual bool open(const QUrl& url) = 0;
 };
 
+// The display session the program runs in.
+class DisplaySession {
+public:
+    virtual ~DisplaySession() = default;
+    // What the session offers, found at the first call (which may ask the compositor and the
+    // session bus, briefly) and kept.
+    virtual const SessionOffer& offer() = 0;
+    // The user's choices of the opt-in roads (the keyboard devices, uinput).
+    virtual void setChoices(bool evdev, bool uinput) = 0;
+    SessionRoads roads() { return chooseRoads(offer()); }
+};
+
 // Every service of the operating system that the logic needs, behind one injectable object.
 // The process uses the Linux implementation; tests replace any part with a fake.
 class Platform {
@@ -66,6 +80,8 @@ public:
     AudioSystem& audio() { return *audio_; }
     SpeechOutput& speech() { return *speech_; }
     Accessibility& accessibility() { return *accessibility_; }
+    GlobalShortcuts& shortcuts() { return *shortcuts_; }
+    DisplaySession& session() { return *session_; }
 
     // Replacing a service; the previous one is destroyed. For start-up and tests only.
     void setClock(std::unique_ptr<Clock> c);
@@ -80,6 +96,8 @@ public:
     void setAudio(std::unique_ptr<AudioSystem> a);
     void setSpeech(std::unique_ptr<SpeechOutput> s);
     void setAccessibility(std::unique_ptr<Accessibility> a);
+    void setShortcuts(std::unique_ptr<GlobalShortcuts> s);
+    void setSession(std::unique_ptr<DisplaySession> s);
 
 private:
     Platform();
@@ -95,6 +113,8 @@ private:
     std::unique_ptr<AudioSystem> audio_;
     std::unique_ptr<SpeechOutput> speech_;
     std::unique_ptr<Accessibility> accessibility_;
+    std::unique_ptr<GlobalShortcuts> shortcuts_;
+    std::unique_ptr<DisplaySession> session_;
 };
 
 } // namespace ombry

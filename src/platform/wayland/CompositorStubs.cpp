@@ -1,0 +1,22 @@
+// Stand-ins until the compositor's protocols are spoken: nothing is offered.
+#include "platform/wayland/WaylandPlatform.h"
+
+namespace ombry::wayland {
+
+std::optional<CompositorGlobals> probeCompositor() {
+    return std::nullopt;
+}
+std::unique_ptr<KeyPoster> makeVirtualKeyboard() {
+    return nullptr;
+}
+std::unique_ptr<Clipboard> makeDataControlClipboard() {
+    return nullptr;
+}
+std::optional<AppWindow> swayFocused() {
+    return std::nullopt;
+}
+std::optional<AppWindow> hyprlandActive() {
+    return std::nullopt;
+}
+
+} // namespace ombry::wayland

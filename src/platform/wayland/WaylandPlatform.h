@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <QString>
+#include <memory>
+#include <optional>
+
+// The services of a Wayland session. No client may see other clients' keys or windows there,
+// so each service goes through what the compositor or the desktop offers: protocols of the
+// compositor (virtual keyboard, data-control, layer-shell), the XDG desktop portals on the
+// session bus, and the compositors' own IPC. Making one is cheap and connects to nothing: each
+// connects when it is first used.
+namespace ombry::wayland {
+
+// The compositor's globals the program can use; nullopt when no compositor answers.
+struct CompositorGlobals {
+    bool virtualKeyboard = false;    // zwp_virtual_keyboard_manager_v1
+    bool dataControl = false;        // zwlr_data_control_manager_v1 or ext_data_control_manager_v1
+    bool dataControlPrimary = false; // ... at a version that carries PRIMARY
+    bool layerShell = false;         // zwlr_layer_shell_v1
+};
+std::optional<CompositorGlobals> probeCompositor();
+
+// Keys posted through the compositor's virtual-keyboard protocol, with the user's keymap.
+std::unique_ptr<KeyPoster> makeVirtualKeyboard();
+// CLIPBOARD (and PRIMARY where offered) through data-control, without focus.
+std::unique_ptr<Clipboard> makeDataControlClipboard();
+// The focused window as sway's IPC (SWAYSOCK) or Hyprland's socket says; nullopt when neither
+// answers.
+std::optional<AppWindow> swayFocused();
+std::optional<AppWindow> hyprlandActive();
+
+// The desktop portals on the session bus.
+struct PortalOffer {
+    bool globalShortcuts = false;
+    int remoteDesktopVersion = 0; // 0: none
+    bool clipboard = false;
+};
+PortalOffer probePortals();
+// The GlobalShortcuts portal.
+std::unique_ptr<GlobalShortcuts> makePortalShortcuts();
+// Keys posted through the RemoteDesktop portal, keyboard only. The restore token is kept in
+// tokenFile (mode 0600) where the portal gives one, so the desktop asks only once.
+std::unique_ptr<KeyPoster> makeRemoteDesktopPoster(const QString& tokenFile);
+
+} // namespace ombry::wayland
