@@ -259,6 +259,8 @@ AppSettings::AppSettings(UserDefaults& defaults, KeyStore* keys, QObject* parent
     livePreview_ = readBool(d_, K("livePreview"), false);
     ownKeyMode_ = readBool(d_, K("ownKeyMode"), false);
     acceptPostedKeys_ = readBool(d_, K("acceptPostedKeys"), false);
+    portalShortcut_ = d_.stringValue(K("portalShortcut")).value_or(QString()).trimmed();
+    if (portalShortcut_.isEmpty()) portalShortcut_ = K("CTRL+ALT+D");
     microphoneUID_ = d_.stringValue(K("microphoneUID"));
     performanceMode_ = readEnum(d_, K("performanceMode"), PerformanceMode::Auto);
     useLanguageTool_ = readBool(d_, K("useLanguageTool"), true);
@@ -410,6 +412,10 @@ void AppSettings::setOwnKeyMode(bool v) {
 
 void AppSettings::setAcceptPostedKeys(bool v) {
     write(acceptPostedKeys_, v, "acceptPostedKeys", v, &AppSettings::acceptPostedKeysChanged);
+}
+
+void AppSettings::setPortalShortcut(const QString& v) {
+    write(portalShortcut_, v, "portalShortcut", v, &AppSettings::portalShortcutChanged);
 }
 
 void AppSettings::setPerformanceMode(PerformanceMode v) {
