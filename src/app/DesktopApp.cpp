@@ -4,6 +4,7 @@
 #include "app/Output.h"
 #include "app/SingleInstance.h"
 #include "calls/CallTranslator.h"
+#include "data/Settings.h"
 #include "data/Store.h"
 #include "desktop/DeviceProfile.h"
 #include "desktop/HotkeyMonitor.h"
@@ -159,6 +160,14 @@ int runDesktop(QApplication& app) {
         BubbleController::shared().show(title, original, text);
     };
     controller.onRecordingBegins = [] { OverlayController::shared().position(); };
+    // The user's choice of reading the keyboard devices decides the key's road on Wayland.
+    AppSettings& settings = AppSettings::shared();
+    Platform::current().session().setChoices(settings.readKeyboardDevices(), false);
+    QObject::connect(
+        &settings, &AppSettings::readKeyboardDevicesChanged, &app, [&controller, &settings] {
+            Platform::current().session().setChoices(settings.readKeyboardDevices(), false);
+            controller.hotkey().restart();
+        });
     controller.start();
 
     // The strip, bound to the controller, at the bottom of the screen under the pointer.

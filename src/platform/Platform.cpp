@@ -23,7 +23,7 @@ Platform::Platform()
       speech_(linux_platform::makeSpeechOutput()),
       accessibility_(linux_platform::makeAccessibility()), session_(makeDisplaySession()) {
     if (displayFromEnvironment() == SessionOffer::Display::Wayland) {
-        keyboard_ = wayland::makeKeyboardHook();
+        keyboard_ = wayland::makeKeyboardHook(*session_);
         keyPoster_ = wayland::makeKeyPoster(*session_);
         clipboard_ = wayland::makeClipboard(*session_);
         windows_ = wayland::makeWindows(*accessibility_);

@@ -1,5 +1,6 @@
 #include "platform/Paths.h"
 #include "platform/linux/DesktopFiles.h"
+#include "platform/linux/LinuxPlatform.h"
 #include "platform/wayland/WaylandPlatform.h"
 
 #include <QDir>
@@ -8,20 +9,37 @@ namespace ombry::wayland {
 namespace {
 
 // No Wayland client sees the keys typed into another: the dictation key reaches the program
-// through the desktop (its shortcut service, or its bindings calling `--press`).
-class NoKeyboardHook final : public KeyboardHook {
+// through the desktop (its shortcut service, or its bindings calling `--press`), or, where the
+// user chose it, from the keyboard devices themselves.
+class RoadKeyboardHook final : public KeyboardHook {
 public:
-    bool start(Handler) override { return false; }
-    void stop() override {}
-    bool running() const override { return false; }
+    explicit RoadKeyboardHook(DisplaySession& session) : session_(session) {}
+
+    bool start(Handler handler) override {
+        stop();
+        if (session_.roads().key != KeyRoad::Evdev) return false;
+        devices_ = linux_platform::makeEvdevKeyboard();
+        return devices_->start(std::move(handler));
+    }
+    void stop() override {
+        if (devices_) devices_->stop();
+    }
+    bool running() const override { return devices_ && devices_->running(); }
     QString reason() const override {
+        if (devices_ && !devices_->reason().isEmpty()) return devices_->reason();
         return QStringLiteral("Session Wayland : la touche de dictée passe par les raccourcis du "
                               "bureau (Réglages, carte « Ce bureau »).");
     }
     void setSwallowed(const QList<KeyCombo>&) override {}
     void setAcceptPostedKeys(bool) override {}
-    uint64_t lastModifierFlags() const override { return 0; }
+    uint64_t lastModifierFlags() const override {
+        return devices_ ? devices_->lastModifierFlags() : 0;
+    }
     std::optional<bool> rightAltIsAltGr() const override { return std::nullopt; }
+
+private:
+    DisplaySession& session_;
+    std::unique_ptr<KeyboardHook> devices_;
 };
 
 // Posts keys by the road the session offers, chosen at the first use.
@@ -159,8 +177,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<KeyboardHook> makeKeyboardHook() {
-    return std::make_unique<NoKeyboardHook>();
+std::unique_ptr<KeyboardHook> makeKeyboardHook(DisplaySession& session) {
+    return std::make_unique<RoadKeyboardHook>(session);
 }
 std::unique_ptr<KeyPoster> makeKeyPoster(DisplaySession& session) {
     return std::make_unique<RoadKeyPoster>(session);

@@ -128,6 +128,13 @@ QWidget* SettingsPage::desktopCard() {
         h->addWidget(copy, 0, Qt::AlignTop);
         c->addLayout(h);
     }
+    if (in.offer.display == SessionOffer::Display::Wayland)
+        addSwitch(c, "readKeyboardDevices", settings_, &AppSettings::readKeyboardDevices,
+                  &AppSettings::setReadKeyboardDevices,
+                  QStringLiteral("Lire le clavier directement"),
+                  QStringLiteral("Pour maintenir une touche seule (Alt Gr, Ctrl droite). Il faut "
+                                 "être membre du groupe input ; attention : tout programme lancé "
+                                 "par toi peut alors lire chaque touche tapée."));
     const QStringList missing = missingOnDesktop(in);
     if (!missing.isEmpty())
         c->addWidget(
