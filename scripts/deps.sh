@@ -13,6 +13,7 @@ PACKAGES=(
   libsecret-1-dev libssl-dev libarchive-dev
   xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core
   fonts-dejavu-core
+  python3-dbusmock
 )
 
 missing=()
