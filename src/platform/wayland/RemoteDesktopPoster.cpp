@@ -20,6 +20,7 @@ using portal::Answer;
 constexpr uint kKeyboard = 1; // device types: keyboard
 constexpr uint kPersistUntilRevoked = 2;
 constexpr qint64 kTokenMaxBytes = 4096;
+constexpr int kEventTimeoutMs = 2000;
 
 QString failureMessage(const Answer& a) {
     switch (a.status) {
@@ -86,6 +87,7 @@ private slots:
         unwatchClosed();
         session_.clear();
         started_ = false;
+        queue_.clear();
     }
 
 private:
@@ -190,15 +192,30 @@ private:
             onReady(ok, message);
     }
 
-    // Events are sent without waiting for their replies: they go out in order on the one
-    // connection, and nothing blocks.
+    // One event at a time, each after the portal's reply to the last: the portal handles its
+    // calls on several threads, and events sent together reach the desktop out of order
+    // (Plasma typed "djà véu" for "déjà vu"). Nothing blocks meanwhile.
     void send(uint32_t keysym, bool down) {
-        QDBusMessage m =
-            QDBusMessage::createMethodCall(portal::kService, portal::kPath, portal::kRemoteDesktop,
-                                           QStringLiteral("NotifyKeyboardKeysym"));
-        m << QVariant::fromValue(QDBusObjectPath(session_)) << QVariantMap() << int(keysym)
-          << uint(down ? 1 : 0);
-        bus().send(m);
+        queue_.append({session_, keysym, down});
+        if (!sending_) pump();
+    }
+
+    QCoro::Task<void> pump() {
+        QPointer<RemoteDesktopPoster> self(this);
+        sending_ = true;
+        while (!queue_.isEmpty()) {
+            const Event e = queue_.takeFirst();
+            QDBusMessage m = QDBusMessage::createMethodCall(portal::kService, portal::kPath,
+                                                            portal::kRemoteDesktop,
+                                                            QStringLiteral("NotifyKeyboardKeysym"));
+            m << QVariant::fromValue(QDBusObjectPath(e.session)) << QVariantMap() << int(e.keysym)
+              << uint(e.down ? 1 : 0);
+            const QDBusPendingCall pending = bus().asyncCall(m, kEventTimeoutMs);
+            const QDBusMessage reply = co_await pending;
+            (void)reply;
+            if (!self) co_return;
+        }
+        sending_ = false;
     }
 
     QString readToken() const {
@@ -230,6 +247,7 @@ private:
     void closeSession() {
         unwatchClosed();
         started_ = false;
+        queue_.clear();
         if (session_.isEmpty()) return;
         bus().send(QDBusMessage::createMethodCall(portal::kService, session_, portal::kSession,
                                                   QStringLiteral("Close")));
@@ -243,6 +261,13 @@ private:
     bool starting_ = false;
     bool started_ = false;
     QList<ReadyHandler> waiting_;
+    struct Event {
+        QString session;
+        uint32_t keysym = 0;
+        bool down = false;
+    };
+    QList<Event> queue_;
+    bool sending_ = false;
 };
 
 } // namespace
