@@ -193,7 +193,7 @@ PortalOffer probePortals() {
     PortalOffer offer;
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return offer;
-    constexpr int deadlineMs = 1000;
+    constexpr int deadlineMs = 900; // the three calls run together: one second at most
     auto version = [&](const QString& interface) {
         QDBusMessage get =
             QDBusMessage::createMethodCall(kService, kPath, kProperties, QStringLiteral("Get"));
