@@ -14,7 +14,7 @@ namespace {
 
 const QString kCompositor = QStringLiteral("/usr/bin/kwin_wayland");
 const QString kKdePortal =
-    QStringLiteral("/usr/lib/x86_64-linux-gnu/libexec/xdg-desktop-portal-kde");
+    QStringLiteral("/usr/share/dbus-1/services/org.freedesktop.impl.portal.desktop.kde.service");
 const QString kPython = QStringLiteral("/usr/bin/python3");
 const QByteArray kSocket = "wayland-ombry";
 
@@ -127,33 +127,23 @@ std::optional<qint64> KdeSession::waitForText(const QString& text, int timeoutMs
 }
 
 std::optional<double> KdeSession::keys(const char* verb, const QList<int>& codes) {
+    // The next line the keyboard prints, within the time.
+    auto line = [this](int timeoutMs) {
+        (void)QTest::qWaitFor([this] { return keyboard_.canReadLine(); }, timeoutMs);
+        return keyboard_.readLine().trimmed();
+    };
     if (keyboard_.state() == QProcess::NotRunning) {
-        keyboard_.setProcessChannelMode(QProcess::SeparateChannels);
         keyboard_.start(kPython, {QStringLiteral(OMBRY_KDE_KEYS)});
-        if (!keyboard_.waitForStarted(5000)) return std::nullopt;
-        QByteArray first;
-        (void)QTest::qWaitFor(
-            [&] {
-                if (keyboard_.canReadLine()) first = keyboard_.readLine().trimmed();
-                return !first.isEmpty() || keyboard_.state() == QProcess::NotRunning;
-            },
-            20000);
-        if (first != "ready") {
+        if (line(20000) != "ready") {
             error_ = QString::fromUtf8(keyboard_.readAllStandardError());
             return std::nullopt;
         }
     }
-    QByteArray line = verb;
+    QByteArray command = verb;
     for (const int c : codes)
-        line += ' ' + QByteArray::number(c);
-    keyboard_.write(line + '\n');
-    QByteArray answer;
-    (void)QTest::qWaitFor(
-        [&] {
-            if (keyboard_.canReadLine()) answer = keyboard_.readLine().trimmed();
-            return !answer.isEmpty() || keyboard_.state() == QProcess::NotRunning;
-        },
-        5000);
+        command += ' ' + QByteArray::number(c);
+    keyboard_.write(command + '\n');
+    const QByteArray answer = line(5000);
     if (!answer.startsWith("sent ")) return std::nullopt;
     return answer.mid(5).toDouble();
 }

@@ -4,6 +4,7 @@
 #include "SessionBus.h"
 #include "platform/wayland/WaylandPlatform.h"
 
+#include <QDBusMetaType>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
@@ -12,45 +13,30 @@
 
 using namespace ombry;
 
-namespace {
-
-struct Ready {
-    bool called = false, ok = false;
-    QString message;
-};
-
-KeyPoster::ReadyHandler into(Ready& r) {
-    return [&r](bool ok, const QString& message) {
-        r.called = true;
-        r.ok = ok;
-        r.message = message;
-    };
-}
-
-QList<QPair<int, uint>> pressAndRelease(const QList<int>& keysyms) {
-    QList<QPair<int, uint>> out;
-    for (const int k : keysyms)
-        out << QPair<int, uint>{k, 1u} << QPair<int, uint>{k, 0u};
-    return out;
-}
-
-} // namespace
-
 class TestPortals : public QObject {
     Q_OBJECT
     test::SessionBus bus_;
     test::PortalMock mock_;
     QTemporaryDir dir_;
+    const QString tokenFile_ = dir_.filePath(QStringLiteral("data/remote-desktop-token"));
 
-    // Prepares a poster of this token file and waits for its answer.
-    Ready prepared(KeyPoster& poster) {
-        Ready r;
-        poster.prepare(into(r));
-        if (!QTest::qWaitFor([&] { return r.called; }, 10000))
-            r.message = QStringLiteral("no answer");
-        return r;
+    void configure(const QVariantMap& settings) {
+        mock_.call(QStringLiteral("Configure"), {settings});
     }
-    QString tokenFile() const { return dir_.filePath(QStringLiteral("data/remote-desktop-token")); }
+    QVariantMap lastOptions(const QString& method) {
+        return qdbus_cast<QVariantMap>(
+            mock_.call(QStringLiteral("LastOptions"), {method}).arguments().value(0));
+    }
+    QList<int> keysyms() {
+        return qdbus_cast<QList<int>>(mock_.call(QStringLiteral("Keysyms")).arguments().value(0));
+    }
+    // prepare() and its answer: empty when ready, else the reason.
+    std::optional<QString> prepare(KeyPoster& poster) {
+        std::optional<QString> answer;
+        poster.prepare([&](bool ok, const QString& m) { answer = ok ? QString() : m; });
+        (void)QTest::qWaitFor([&] { return answer.has_value(); }, 10000);
+        return answer;
+    }
 
 private slots:
     void initTestCase() {
@@ -62,7 +48,7 @@ private slots:
     void cleanup() { mock_.stop(); }
 
     void probeSeesTheOfferedInterfaces() {
-        mock_.configure({{QStringLiteral("rd_version"), 2u}});
+        configure({{QStringLiteral("rd_version"), 2u}});
         const wayland::PortalOffer offer = wayland::probePortals();
         QVERIFY(offer.globalShortcuts);
         QCOMPARE(offer.remoteDesktopVersion, 2);
@@ -77,11 +63,11 @@ private slots:
     }
     void shortcutsPressOncePerHold() {
         QFETCH(bool, bindAnswersEmpty);
-        mock_.configure({{QStringLiteral("bind_empty"), bindAnswersEmpty}});
+        configure({{QStringLiteral("bind_empty"), bindAnswersEmpty}});
         std::unique_ptr<GlobalShortcuts> shortcuts = wayland::makePortalShortcuts();
         QVERIFY(shortcuts);
         QList<QPair<ShortcutAction, bool>> events;
-        Ready bound;
+        std::optional<bool> bound;
         shortcuts->bind(
             {{ShortcutAction::Dictate, QStringLiteral("dictate"), QStringLiteral("Dicter"),
               QStringLiteral("CTRL+ALT+D")},
@@ -90,21 +76,21 @@ private slots:
             [&](ShortcutAction a, bool pressed) {
                 events.append({a, pressed});
             },
-            into(bound));
-        QTRY_VERIFY(bound.called);
-        QVERIFY2(bound.ok, qPrintable(bound.message));
+            [&](bool ok, const QString&) { bound = ok; });
+        QTRY_COMPARE(bound, std::optional<bool>(true));
         QCOMPARE(shortcuts->trigger(QStringLiteral("dictate")), QStringLiteral("Ctrl+Alt+D"));
         // The desktop keeps the user's keys under a session token that stays the same.
-        const QVariantMap created =
-            mock_.lastOptions(QStringLiteral("GlobalShortcuts.CreateSession"));
-        QCOMPARE(created.value(QStringLiteral("session_handle_token")).toString(),
-                 QStringLiteral("ombry_voice"));
+        const QVariantMap created = lastOptions(QStringLiteral("GlobalShortcuts.CreateSession"));
+        QCOMPARE(created.value(QStringLiteral("session_handle_token")),
+                 QVariant(QStringLiteral("ombry_voice")));
         QVERIFY(created.contains(QStringLiteral("shortcuts")));
 
-        for (int i = 0; i < 4; ++i)
-            mock_.press(QStringLiteral("dictate"), true);
-        mock_.press(QStringLiteral("dictate"), false);
-        mock_.press(QStringLiteral("paste-last"), true);
+        for (const auto& [id, down] : {std::pair{"dictate", true},
+                                       {"dictate", true},
+                                       {"dictate", true},
+                                       {"dictate", false},
+                                       {"paste-last", true}})
+            mock_.call(QStringLiteral("Press"), {QString::fromLatin1(id), down});
         const QList<QPair<ShortcutAction, bool>> expected{{ShortcutAction::Dictate, true},
                                                           {ShortcutAction::Dictate, false},
                                                           {ShortcutAction::PasteLast, true}};
@@ -112,78 +98,68 @@ private slots:
         QTest::qWait(100);
         QCOMPARE(events, expected);
 
-        mock_.changeTrigger(QStringLiteral("dictate"), QStringLiteral("Meta+Space"));
+        mock_.call(QStringLiteral("ChangeTrigger"),
+                   {QStringLiteral("dictate"), QStringLiteral("Meta+Space")});
         QTRY_COMPARE(shortcuts->trigger(QStringLiteral("dictate")), QStringLiteral("Meta+Space"));
     }
 
     void refusedStartIsReported() {
-        mock_.configure({{QStringLiteral("start_response"), 1u}});
-        std::unique_ptr<KeyPoster> poster = wayland::makeRemoteDesktopPoster(tokenFile());
+        configure({{QStringLiteral("start_response"), 1u}});
+        std::unique_ptr<KeyPoster> poster = wayland::makeRemoteDesktopPoster(tokenFile_);
         QVERIFY(poster);
-        const Ready r = prepared(*poster);
-        QVERIFY(r.called);
-        QVERIFY(!r.ok);
-        QVERIFY2(r.message.contains(QStringLiteral("refusé")), qPrintable(r.message));
+        const std::optional<QString> refusal = prepare(*poster);
+        QVERIFY(refusal);
+        QVERIFY2(refusal->contains(QStringLiteral("refusé")), qPrintable(*refusal));
         QVERIFY(!poster->post(keycode::V, modifier::Control));
         QVERIFY(!poster->typeText(QStringLiteral("a")));
-        QVERIFY(mock_.keysyms().isEmpty());
+        QVERIFY(keysyms().isEmpty());
     }
 
     void restoreTokenIsKeptAndSentBack() {
-        QFile::remove(tokenFile());
-        mock_.configure({{QStringLiteral("rd_version"), 2u},
-                         {QStringLiteral("restore_token"), QStringLiteral("jeton-1")}});
-        {
-            std::unique_ptr<KeyPoster> poster = wayland::makeRemoteDesktopPoster(tokenFile());
-            const Ready r = prepared(*poster);
-            QVERIFY2(r.ok, qPrintable(r.message));
-            const QVariantMap select =
-                mock_.lastOptions(QStringLiteral("RemoteDesktop.SelectDevices"));
-            QCOMPARE(select.value(QStringLiteral("types")).toUInt(), 1u);
-            QCOMPARE(select.value(QStringLiteral("persist_mode")).toUInt(), 2u);
-            QVERIFY(!select.contains(QStringLiteral("restore_token")));
-        }
-        QFile file(tokenFile());
+        configure({{QStringLiteral("rd_version"), 2u},
+                   {QStringLiteral("restore_token"), QStringLiteral("jeton-1")}});
+        QCOMPARE(prepare(*wayland::makeRemoteDesktopPoster(tokenFile_)), QString());
+        QVariantMap select = lastOptions(QStringLiteral("RemoteDesktop.SelectDevices"));
+        QCOMPARE(select.value(QStringLiteral("types")).toUInt(), 1u);
+        QCOMPARE(select.value(QStringLiteral("persist_mode")).toUInt(), 2u);
+        QVERIFY(!select.contains(QStringLiteral("restore_token")));
+        QFile file(tokenFile_);
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), QByteArray("jeton-1"));
         struct stat st {};
-        QCOMPARE(::stat(QFile::encodeName(tokenFile()).constData(), &st), 0);
+        QCOMPARE(::stat(QFile::encodeName(tokenFile_).constData(), &st), 0);
         QCOMPARE(st.st_mode & 0777, 0600u);
 
         // The next start of the program gives it back.
-        std::unique_ptr<KeyPoster> again = wayland::makeRemoteDesktopPoster(tokenFile());
-        const Ready r = prepared(*again);
-        QVERIFY2(r.ok, qPrintable(r.message));
-        const QVariantMap select = mock_.lastOptions(QStringLiteral("RemoteDesktop.SelectDevices"));
-        QCOMPARE(select.value(QStringLiteral("restore_token")).toString(),
-                 QStringLiteral("jeton-1"));
+        QCOMPARE(prepare(*wayland::makeRemoteDesktopPoster(tokenFile_)), QString());
+        select = lastOptions(QStringLiteral("RemoteDesktop.SelectDevices"));
+        QCOMPARE(select.value(QStringLiteral("restore_token")),
+                 QVariant(QStringLiteral("jeton-1")));
     }
 
     void keysAndTextGoAsKeysyms() {
-        std::unique_ptr<KeyPoster> poster = wayland::makeRemoteDesktopPoster(tokenFile());
+        std::unique_ptr<KeyPoster> poster = wayland::makeRemoteDesktopPoster(tokenFile_);
         QVERIFY(!poster->post(keycode::V, modifier::Control)); // not started yet
-        const Ready r = prepared(*poster);
-        QVERIFY2(r.ok, qPrintable(r.message));
+        QCOMPARE(prepare(*poster), QString());
         QVERIFY(poster->typeText(QStringLiteral("é à ç œ 😀 \n")));
         QVERIFY(poster->post(keycode::V, modifier::Control | modifier::Shift));
 
-        // A lone Shift first: mutter loses the first key of a session.
-        QList<QPair<int, uint>> expected = pressAndRelease({XK_Shift_L});
-        expected += pressAndRelease(
-            {0xe9, ' ', 0xe0, ' ', 0xe7, ' ', 0x01000153, ' ', 0x0101f600, ' ', XK_Return});
-        expected += {{XK_Control_L, 1}, {XK_Shift_L, 1}, {XK_v, 1},
-                     {XK_v, 0},         {XK_Shift_L, 0}, {XK_Control_L, 0}};
-        QTRY_COMPARE(mock_.keysyms(), expected);
+        QList<int> expected{XK_Shift_L, 1, XK_Shift_L, 0}; // mutter loses a session's first key
+        for (const int k :
+             {0xe9, 0x20, 0xe0, 0x20, 0xe7, 0x20, 0x01000153, 0x20, 0x0101f600, 0x20, XK_Return})
+            expected << k << 1 << k << 0;
+        expected << XK_Control_L << 1 << XK_Shift_L << 1 << XK_v << 1 << XK_v << 0 << XK_Shift_L
+                 << 0 << XK_Control_L << 0;
+        QTRY_COMPARE(keysyms(), expected);
     }
 
     void closedSessionStartsAgain() {
-        std::unique_ptr<KeyPoster> poster = wayland::makeRemoteDesktopPoster(tokenFile());
-        QVERIFY(prepared(*poster).ok);
+        std::unique_ptr<KeyPoster> poster = wayland::makeRemoteDesktopPoster(tokenFile_);
+        QCOMPARE(prepare(*poster), QString());
         QVERIFY(poster->post(keycode::Return, 0));
-        mock_.closeSessions();
+        mock_.call(QStringLiteral("CloseSessions"));
         QTRY_VERIFY(!poster->post(keycode::Return, 0));
-        const Ready r = prepared(*poster);
-        QVERIFY2(r.ok, qPrintable(r.message));
+        QCOMPARE(prepare(*poster), QString());
         QVERIFY(poster->post(keycode::Return, 0));
     }
 };
