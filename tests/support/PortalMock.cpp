@@ -4,6 +4,8 @@
 #include <QDBusConnectionInterface>
 #include <QFile>
 #include <QTest>
+#include <csignal>
+#include <sys/prctl.h>
 
 namespace ombry::test {
 namespace {
@@ -24,6 +26,8 @@ bool PortalMock::installed() {
 
 bool PortalMock::start() {
     process_.setStandardOutputFile(QProcess::nullDevice());
+    // The mock outlives its bus: it ends with this process, even one that crashed.
+    process_.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
     process_.start(kPython,
                    {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--session"),
                     QStringLiteral("--template"), QStringLiteral(OMBRY_PORTAL_MOCK)});
