@@ -13,6 +13,8 @@ PACKAGES=(
   libsecret-1-dev libssl-dev libarchive-dev
   xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core
   fonts-dejavu-core
+  python3-dbusmock
+  kwin-wayland xdg-desktop-portal-kde qtwayland5 qt6-wayland wl-clipboard
 )
 
 missing=()

@@ -7,6 +7,7 @@
 #include <QTimer>
 
 #include "DesktopSession.h"
+#include "Processes.h"
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -17,7 +18,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,46 +29,6 @@ DesktopSession* currentSession = nullptr;
 
 Display* dpy(void* connection) {
     return static_cast<Display*>(connection);
-}
-
-// Starts a program with its output to /dev/null. Descriptors without close-on-exec (the pipe
-// of -displayfd) stay open in it. It is killed if this process dies first, so that a crashed
-// test leaves no X server behind (the programs of the server then lose it and end too).
-pid_t spawn(const QList<QByteArray>& argv) {
-    std::vector<char*> args;
-    for (const QByteArray& a : argv)
-        args.push_back(const_cast<char*>(a.constData()));
-    args.push_back(nullptr);
-    const pid_t parent = getpid();
-    const pid_t pid = fork();
-    if (pid < 0) return 0;
-    if (pid == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent) _exit(127);
-        const int null = open("/dev/null", O_RDWR);
-        dup2(null, 0);
-        dup2(null, 1);
-        dup2(null, 2);
-        execvp(args[0], args.data());
-        _exit(127);
-    }
-    return pid;
-}
-
-// Ends a child: SIGTERM, then SIGKILL if it is still there after a second.
-void end(pid_t& pid) {
-    if (pid <= 0) return;
-    kill(pid, SIGTERM);
-    for (int i = 0; i < 100; ++i) {
-        if (waitpid(pid, nullptr, WNOHANG) == pid) {
-            pid = 0;
-            return;
-        }
-        usleep(10000);
-    }
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-    pid = 0;
 }
 
 std::optional<Window> rootWindowProperty(Display* display, const char* name) {

@@ -6,8 +6,6 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QStandardPaths>
 #include <QThread>
 
@@ -97,7 +95,7 @@ bool GnomeSession::openField(const QString& clipboard) {
     field_.setProcessEnvironment(env);
     field_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     QObject::connect(&field_, &QProcess::readyReadStandardOutput, [this] { readField(); });
-    field_.start(QStringLiteral(OMBRY_TEST_FIELD), {clipboard});
+    field_.start(QStringLiteral(OMBRY_WAYLAND_TARGET), {clipboard});
     return waitUntil([this] { return ready_; }, 15000);
 }
 
@@ -105,15 +103,12 @@ void GnomeSession::readField() {
     fieldOut_ += field_.readAllStandardOutput();
     qsizetype end;
     while ((end = fieldOut_.indexOf('\n')) >= 0) {
-        const QByteArray line = fieldOut_.left(end);
+        const QList<QByteArray> words = fieldOut_.left(end).split(' ');
         fieldOut_.remove(0, end + 1);
-        const qsizetype space = line.indexOf(' ');
-        const QByteArray what = line.left(space);
-        const QString value =
-            QJsonDocument::fromJson("[" + line.mid(space + 1) + "]").array().at(0).toString();
-        if (what == "TEXT") text_ = value;
-        if (what == "CLIP") clipboard_ = value;
-        if (what == "READY") ready_ = true;
+        const QString value = QString::fromUtf8(QByteArray::fromPercentEncoding(words.value(2)));
+        if (words[0] == "TEXT") text_ = value;
+        if (words[0] == "CLIP") clipboard_ = value;
+        if (words[0] == "FOCUS") ready_ = true;
     }
 }
 

@@ -17,7 +17,9 @@ public:
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
-    bool start();
+    // With activation off the bus starts no service on demand: a name nobody owns stays
+    // unowned (a mock of a desktop service is never raced by the real one).
+    bool start(bool activation = true);
 
 private:
     QTemporaryDir runtime_;

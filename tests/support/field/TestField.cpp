@@ -1,22 +1,23 @@
 // A text field of another application, for the desktop tests: a Qt window with one line of
-// text, focused at start. It prints "TEXT <text>" at each change of its text and "CLIP <text>"
-// at each change of the clipboard it sees (JSON strings, one line each), and with an argument
-// puts that text on the clipboard at the first key it gets, as a user's copy would (a Wayland
-// compositor lets a client set the clipboard only in answer to the user's input).
+// text, focused at start. It prints one line per event, "WHAT MS VALUE", MS being the wall-clock
+// time in milliseconds and VALUE percent-encoded UTF-8:
+//   FOCUS MS          the field has the keyboard focus;
+//   TEXT MS text      its text changed;
+//   CLIP MS text      the clipboard it sees changed.
+// With an argument it puts that text on the clipboard at the first key it gets, as a user's
+// copy would (a Wayland compositor lets a client set the clipboard only in answer to input).
 #include <QApplication>
 #include <QClipboard>
+#include <QDateTime>
 #include <QEvent>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QLineEdit>
-#include <QTimer>
 #include <cstdio>
 
 namespace {
 
-void say(const char* what, const QString& text) {
-    const QByteArray json = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
-    std::printf("%s %s\n", what, json.mid(1, json.size() - 2).constData());
+void say(const char* what, const QString& text = {}) {
+    std::printf("%s %lld %s\n", what, QDateTime::currentMSecsSinceEpoch(),
+                text.toUtf8().toPercentEncoding().constData());
     std::fflush(stdout);
 }
 
@@ -41,24 +42,19 @@ private:
 
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
-    const QString copied = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     QLineEdit field;
-    field.setWindowTitle(QStringLiteral("champ de test"));
+    field.setWindowTitle(QStringLiteral("Cible"));
     field.resize(500, 40);
     QObject::connect(&field, &QLineEdit::textChanged, [](const QString& t) { say("TEXT", t); });
     QObject::connect(QApplication::clipboard(), &QClipboard::dataChanged,
                      [] { say("CLIP", QApplication::clipboard()->text()); });
+    QObject::connect(&app, &QApplication::focusChanged, [&field](QWidget*, QWidget* now) {
+        if (now == &field) say("FOCUS");
+    });
+    FirstKey firstKey(argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString());
+    field.installEventFilter(&firstKey);
     field.show();
     field.activateWindow();
     field.setFocus();
-    FirstKey firstKey(copied);
-    field.installEventFilter(&firstKey);
-    auto* poll = new QTimer(&field);
-    QObject::connect(poll, &QTimer::timeout, [&field, poll] {
-        if (!field.hasFocus() && !field.isActiveWindow()) return;
-        poll->stop();
-        say("READY", QApplication::platformName());
-    });
-    poll->start(50);
     return app.exec();
 }

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <cstdint>
+#include <optional>
+
+// The X key symbols that name keys and characters to the desktop where keys are sent by
+// symbol (the RemoteDesktop portal's NotifyKeyboardKeysym): the desktop finds the key that
+// gives the symbol on the user's layout.
+namespace ombry::wayland {
+
+// The symbol of a key of the program's vocabulary (keycode::) that the program posts: the
+// letters of copy, paste and redo, Return, Escape, Insert and the modifier keys; nullopt for
+// any other key.
+std::optional<uint32_t> keysymOfKey(uint16_t programKey);
+// The symbols of the left modifier keys held for modifier:: flags, in the order they are
+// pressed: Control, Shift, Alt, Super.
+QList<uint32_t> keysymsOfModifiers(uint64_t modifiers);
+// The symbol of each character of a text: Latin-1 characters by their own code, every other
+// by 0x01000000 + its code point; a line end is Return (CR LF once), a tab Tab; other control
+// characters are left out.
+QList<uint32_t> keysymsOfText(const QString& text);
+
+} // namespace ombry::wayland

@@ -1,0 +1,281 @@
+// Keys sent through the XDG RemoteDesktop portal, keyboard only.
+#include "platform/Paths.h"
+#include "platform/wayland/Keysyms.h"
+#include "platform/wayland/Portal.h"
+#include "platform/wayland/WaylandPlatform.h"
+
+#include <QCoroDBusPendingCall>
+#include <QDBusObjectPath>
+#include <QDBusPendingCall>
+#include <QDBusVariant>
+#include <QFileInfo>
+#include <QPointer>
+#include <X11/keysym.h>
+
+namespace ombry::wayland {
+namespace {
+
+using portal::Answer;
+
+constexpr uint kKeyboard = 1; // device types: keyboard
+constexpr uint kPersistUntilRevoked = 2;
+constexpr qint64 kTokenMaxBytes = 4096;
+constexpr int kEventTimeoutMs = 2000;
+
+QString failureMessage(const Answer& a) {
+    switch (a.status) {
+    case Answer::Status::Cancelled:
+        return QStringLiteral("Vous avez refusé qu'Ombry Voice envoie des touches : le texte dicté "
+                              "ne peut pas être collé. Acceptez la demande du bureau à la "
+                              "prochaine dictée.");
+    case Answer::Status::Ended:
+        return QStringLiteral("Le bureau a mis fin à la demande d'envoi de touches.");
+    case Answer::Status::Timeout:
+        return QStringLiteral("Le bureau n'a pas répondu à la demande d'envoi de touches.");
+    case Answer::Status::Error:
+        if (a.noPortal())
+            return QStringLiteral("Ce bureau n'offre pas le portail « bureau à distance » : Ombry "
+                                  "Voice ne peut pas y envoyer de touches.");
+        return QStringLiteral("Le portail « bureau à distance » a répondu par une erreur : %1")
+            .arg(a.error.isEmpty() ? a.errorName : a.error);
+    case Answer::Status::Ok:
+        break;
+    }
+    return {};
+}
+
+class RemoteDesktopPoster final : public QObject, public KeyPoster {
+    Q_OBJECT
+public:
+    explicit RemoteDesktopPoster(QString tokenFile) : tokenFile_(std::move(tokenFile)) {}
+    ~RemoteDesktopPoster() override { closeSession(); }
+
+    bool post(uint16_t keyCode, uint64_t modifiers) override {
+        const std::optional<uint32_t> key = keysymOfKey(keyCode);
+        if (!started_ || !key) return false;
+        const QList<uint32_t> held = keysymsOfModifiers(modifiers);
+        for (const uint32_t m : held)
+            send(m, true);
+        send(*key, true);
+        send(*key, false);
+        for (auto m = held.crbegin(); m != held.crend(); ++m)
+            send(*m, false);
+        return true;
+    }
+
+    bool typeText(const QString& text) override {
+        if (!started_) return false;
+        for (const uint32_t keysym : keysymsOfText(text)) {
+            send(keysym, true);
+            send(keysym, false);
+        }
+        return true;
+    }
+
+    void prepare(ReadyHandler onReady) override {
+        if (started_) {
+            if (onReady) onReady(true, QString());
+            return;
+        }
+        if (onReady) waiting_.append(std::move(onReady));
+        if (!starting_) start();
+    }
+
+private slots:
+    void onClosed(const QDBusMessage&) {
+        // The desktop ended the session: the next prepare() asks for a new one.
+        unwatchClosed();
+        session_.clear();
+        started_ = false;
+        queue_.clear();
+    }
+
+private:
+    QDBusConnection bus() const { return QDBusConnection::sessionBus(); }
+
+    // CreateSession, SelectDevices (the keyboard; kept until revoked where the interface has
+    // restore tokens, with the token of the last time), Start; then the token given back is
+    // kept for the next start.
+    QCoro::Task<void> start() {
+        QPointer<RemoteDesktopPoster> self(this);
+        starting_ = true;
+        QDBusMessage get = QDBusMessage::createMethodCall(
+            portal::kService, portal::kPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+            QStringLiteral("Get"));
+        get << portal::kRemoteDesktop << QStringLiteral("version");
+        const QDBusPendingCall pending = bus().asyncCall(get, 5000);
+        const QDBusMessage versionReply = co_await pending;
+        if (!self) co_return;
+        if (versionReply.type() != QDBusMessage::ReplyMessage) {
+            // A portal that does not tell the interface's version has no RemoteDesktop.
+            Answer failed;
+            if (versionReply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NoReply"))
+                failed.status = Answer::Status::Timeout;
+            failed.errorName = QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown");
+            finish(false, failureMessage(failed));
+            co_return;
+        }
+        const uint version =
+            versionReply.arguments().value(0).value<QDBusVariant>().variant().toUInt();
+
+        const QString sessionToken = portal::newToken(QStringLiteral("ombry_rd"));
+        watchClosed(portal::sessionPath(bus(), sessionToken));
+        QVariantList createArgs{QVariantMap{
+            {QStringLiteral("handle_token"), portal::newToken(QStringLiteral("ombry_rd"))},
+            {QStringLiteral("session_handle_token"), sessionToken}}};
+        const Answer created = co_await portal::request(
+            bus(), portal::kRemoteDesktop, QStringLiteral("CreateSession"), createArgs);
+        if (!self) co_return;
+        if (!created.ok()) {
+            unwatchClosed();
+            finish(false, failureMessage(created));
+            co_return;
+        }
+        session_ = portal::sessionHandleOf(created.results);
+        if (session_ != closedPath_) watchClosed(session_);
+
+        QVariantMap devices{{QStringLiteral("types"), kKeyboard}};
+        if (version >= 2) {
+            devices.insert(QStringLiteral("persist_mode"), kPersistUntilRevoked);
+            if (restoreToken_.isEmpty()) restoreToken_ = readToken();
+            if (!restoreToken_.isEmpty())
+                devices.insert(QStringLiteral("restore_token"), restoreToken_);
+        }
+        QVariantList selectArgs{QVariant::fromValue(QDBusObjectPath(session_)), devices};
+        const Answer selected = co_await portal::request(
+            bus(), portal::kRemoteDesktop, QStringLiteral("SelectDevices"), selectArgs);
+        if (!self) co_return;
+        if (!selected.ok()) {
+            fail(failureMessage(selected));
+            co_return;
+        }
+
+        QVariantList startArgs{QVariant::fromValue(QDBusObjectPath(session_)), QString(),
+                               QVariantMap()};
+        const Answer started = co_await portal::request(bus(), portal::kRemoteDesktop,
+                                                        QStringLiteral("Start"), startArgs);
+        if (!self) co_return;
+        if (!started.ok()) {
+            fail(failureMessage(started));
+            co_return;
+        }
+        if (session_.isEmpty()) { // closed by the desktop meanwhile
+            finish(false, QStringLiteral("Le bureau a fermé la session d'envoi de touches."));
+            co_return;
+        }
+        if (!(started.results.value(QStringLiteral("devices")).toUInt() & kKeyboard)) {
+            fail(QStringLiteral("Le bureau n'a pas accordé le clavier à Ombry Voice."));
+            co_return;
+        }
+        const QString token = started.results.value(QStringLiteral("restore_token")).toString();
+        if (!token.isEmpty() && token != restoreToken_) {
+            restoreToken_ = token;
+            writeToken(token);
+        }
+        started_ = true;
+        // mutter drops the first key of a session: a Shift alone changes nothing anywhere.
+        send(XK_Shift_L, true);
+        send(XK_Shift_L, false);
+        finish(true, QString());
+    }
+
+    void fail(const QString& message) {
+        closeSession();
+        finish(false, message);
+    }
+
+    void finish(bool ok, const QString& message) {
+        starting_ = false;
+        const QList<ReadyHandler> waiting = std::move(waiting_);
+        waiting_.clear();
+        for (const ReadyHandler& onReady : waiting)
+            onReady(ok, message);
+    }
+
+    // One event at a time, each after the portal's reply to the last: the portal handles its
+    // calls on several threads, and events sent together reach the desktop out of order
+    // (Plasma typed "djà véu" for "déjà vu"). Nothing blocks meanwhile.
+    void send(uint32_t keysym, bool down) {
+        queue_.append({session_, keysym, down});
+        if (!sending_) pump();
+    }
+
+    QCoro::Task<void> pump() {
+        QPointer<RemoteDesktopPoster> self(this);
+        sending_ = true;
+        while (!queue_.isEmpty()) {
+            const Event e = queue_.takeFirst();
+            QDBusMessage m = QDBusMessage::createMethodCall(portal::kService, portal::kPath,
+                                                            portal::kRemoteDesktop,
+                                                            QStringLiteral("NotifyKeyboardKeysym"));
+            m << QVariant::fromValue(QDBusObjectPath(e.session)) << QVariantMap() << int(e.keysym)
+              << uint(e.down ? 1 : 0);
+            const QDBusPendingCall pending = bus().asyncCall(m, kEventTimeoutMs);
+            const QDBusMessage reply = co_await pending;
+            (void)reply;
+            if (!self) co_return;
+        }
+        sending_ = false;
+    }
+
+    QString readToken() const {
+        if (tokenFile_.isEmpty()) return {};
+        const Paths::ReadResult r = Paths::readRegularFile(tokenFile_, kTokenMaxBytes);
+        return r.ok() ? QString::fromUtf8(r.bytes).trimmed() : QString();
+    }
+
+    void writeToken(const QString& token) const {
+        if (tokenFile_.isEmpty()) return;
+        Paths::makePrivateFolder(QFileInfo(tokenFile_).absolutePath());
+        Paths::writeFileAtomically(tokenFile_, token.toUtf8(), Paths::kPrivateFileMode);
+    }
+
+    void watchClosed(const QString& path) {
+        unwatchClosed();
+        closedPath_ = path;
+        bus().connect(QString(), closedPath_, portal::kSession, QStringLiteral("Closed"), this,
+                      SLOT(onClosed(QDBusMessage)));
+    }
+
+    void unwatchClosed() {
+        if (closedPath_.isEmpty()) return;
+        bus().disconnect(QString(), closedPath_, portal::kSession, QStringLiteral("Closed"), this,
+                         SLOT(onClosed(QDBusMessage)));
+        closedPath_.clear();
+    }
+
+    void closeSession() {
+        unwatchClosed();
+        started_ = false;
+        queue_.clear();
+        if (session_.isEmpty()) return;
+        bus().send(QDBusMessage::createMethodCall(portal::kService, session_, portal::kSession,
+                                                  QStringLiteral("Close")));
+        session_.clear();
+    }
+
+    QString tokenFile_;
+    QString restoreToken_;
+    QString session_;
+    QString closedPath_;
+    bool starting_ = false;
+    bool started_ = false;
+    QList<ReadyHandler> waiting_;
+    struct Event {
+        QString session;
+        uint32_t keysym = 0;
+        bool down = false;
+    };
+    QList<Event> queue_;
+    bool sending_ = false;
+};
+
+} // namespace
+
+std::unique_ptr<KeyPoster> makeRemoteDesktopPoster(const QString& tokenFile) {
+    return std::make_unique<RemoteDesktopPoster>(tokenFile);
+}
+
+} // namespace ombry::wayland
+
+#include "RemoteDesktopPoster.moc"

@@ -1,0 +1,151 @@
+#include "KdeSession.h"
+
+#include "Processes.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDir>
+#include <QFile>
+#include <QTest>
+#include <QUrl>
+
+namespace ombry::test {
+namespace {
+
+const QString kCompositor = QStringLiteral("/usr/bin/kwin_wayland");
+const QString kKdePortal =
+    QStringLiteral("/usr/share/dbus-1/services/org.freedesktop.impl.portal.desktop.kde.service");
+const QString kPython = QStringLiteral("/usr/bin/python3");
+const QByteArray kSocket = "wayland-ombry";
+
+} // namespace
+
+KdeSession::~KdeSession() {
+    stop();
+}
+
+bool KdeSession::installed() {
+    return QFile::exists(kCompositor) && QFile::exists(kKdePortal) && QFile::exists(kPython) &&
+           QFile::exists(
+               QStringLiteral("/usr/share/dbus-1/services/org.freedesktop.portal.Desktop.service"));
+}
+
+bool KdeSession::start() {
+    if (!dir_.isValid()) {
+        error_ = QStringLiteral("pas de dossier temporaire");
+        return false;
+    }
+    // A shortcut whose keys an earlier run took is stored unassigned and never fires: the
+    // desktop's settings start empty each time.
+    const QString config = dir_.filePath(QStringLiteral("config"));
+    QDir().mkpath(config);
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(config));
+    qputenv("XDG_CURRENT_DESKTOP", "KDE");
+    qputenv("XDG_SESSION_TYPE", "wayland");
+    qputenv("KDE_FULL_SESSION", "true");
+    qputenv("KDE_SESSION_VERSION", "5");
+    qputenv("WAYLAND_DISPLAY", kSocket);
+    qputenv("QT_QPA_PLATFORM", "wayland");
+    qputenv("LIBGL_ALWAYS_SOFTWARE", "1");
+    // The layout of the program's users: the desktop types é and à from their own keys.
+    qputenv("XKB_DEFAULT_LAYOUT", "fr");
+    qunsetenv("DISPLAY");
+    if (!bus_.start()) {
+        error_ = QStringLiteral("le bus de session n'a pas démarré");
+        return false;
+    }
+    // The compositor's file capability (cap_sys_resource) is refused at exec in a container;
+    // a copy has none.
+    const QString compositor = dir_.filePath(QStringLiteral("kwin_wayland"));
+    if (!QFile::copy(kCompositor, compositor)) {
+        error_ = QStringLiteral("copie de kwin_wayland impossible");
+        return false;
+    }
+    compositor_ = spawn({QFile::encodeName(compositor), "--virtual", "--width", "1280", "--height",
+                         "800", "--socket", kSocket, "--no-lockscreen"},
+                        QFile::encodeName(dir_.filePath(QStringLiteral("kwin.log"))));
+    const QString socket =
+        QDir(qEnvironmentVariable("XDG_RUNTIME_DIR")).filePath(QString::fromLatin1(kSocket));
+    QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
+    const bool ready = QTest::qWaitFor(
+        [&] {
+            return QFile::exists(socket) &&
+                   bus->isServiceRegistered(QStringLiteral("org.kde.kglobalaccel"));
+        },
+        20000);
+    if (!ready) {
+        error_ = QStringLiteral("kwin_wayland n'a pas démarré : ") +
+                 QString::fromUtf8(compositorLog().right(2000));
+        stop();
+        return false;
+    }
+    return true;
+}
+
+void KdeSession::stop() {
+    for (QProcess* p : {&keyboard_, &target_}) {
+        if (p->state() == QProcess::NotRunning) continue;
+        p->kill();
+        p->waitForFinished(3000);
+    }
+    end(compositor_);
+}
+
+QByteArray KdeSession::compositorLog() const {
+    QFile log(dir_.filePath(QStringLiteral("kwin.log")));
+    return log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
+}
+
+bool KdeSession::openTarget() {
+    if (target_.state() != QProcess::NotRunning) return false;
+    QObject::disconnect(&target_, &QProcess::readyReadStandardOutput, nullptr, nullptr);
+    QObject::connect(&target_, &QProcess::readyReadStandardOutput, [this] { readTarget(); });
+    target_.start(QStringLiteral(OMBRY_WAYLAND_TARGET), {});
+    if (!target_.waitForStarted(5000)) return false;
+    (void)QTest::qWaitFor([&] { return target_.property("focused").toBool(); }, 10000);
+    return target_.state() == QProcess::Running && target_.property("focused").toBool();
+}
+
+void KdeSession::readTarget() {
+    while (target_.canReadLine()) {
+        const QByteArray line = target_.readLine().trimmed();
+        if (line == "FOCUS") {
+            target_.setProperty("focused", true);
+        } else if (line.startsWith("TEXT ")) {
+            const QList<QByteArray> words = line.split(' ');
+            const qint64 at = words.value(1).toLongLong();
+            text_ = QString::fromUtf8(QByteArray::fromPercentEncoding(words.value(2)));
+            if (!firstChange_) firstChange_ = at;
+            target_.setProperty("changedAt", at);
+        }
+    }
+}
+
+std::optional<qint64> KdeSession::waitForText(const QString& text, int timeoutMs) {
+    if (!QTest::qWaitFor([&] { return text_ == text; }, timeoutMs)) return std::nullopt;
+    return target_.property("changedAt").toLongLong();
+}
+
+std::optional<double> KdeSession::keys(const char* verb, const QList<int>& codes) {
+    // The next line the keyboard prints, within the time.
+    auto line = [this](int timeoutMs) {
+        (void)QTest::qWaitFor([this] { return keyboard_.canReadLine(); }, timeoutMs);
+        return keyboard_.readLine().trimmed();
+    };
+    if (keyboard_.state() == QProcess::NotRunning) {
+        keyboard_.start(kPython, {QStringLiteral(OMBRY_KDE_KEYS)});
+        if (line(20000) != "ready") {
+            error_ = QString::fromUtf8(keyboard_.readAllStandardError());
+            return std::nullopt;
+        }
+    }
+    QByteArray command = verb;
+    for (const int c : codes)
+        command += ' ' + QByteArray::number(c);
+    keyboard_.write(command + '\n');
+    const QByteArray answer = line(5000);
+    if (!answer.startsWith("sent ")) return std::nullopt;
+    return answer.mid(5).toDouble();
+}
+
+} // namespace ombry::test
