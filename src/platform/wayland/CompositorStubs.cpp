@@ -3,9 +3,6 @@
 
 namespace ombry::wayland {
 
-std::optional<CompositorGlobals> probeCompositor() {
-    return std::nullopt;
-}
 std::unique_ptr<KeyPoster> makeVirtualKeyboard() {
     return nullptr;
 }
