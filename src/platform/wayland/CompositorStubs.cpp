@@ -3,9 +3,6 @@
 
 namespace ombry::wayland {
 
-std::unique_ptr<KeyPoster> makeVirtualKeyboard() {
-    return nullptr;
-}
 std::unique_ptr<Clipboard> makeDataControlClipboard() {
     return nullptr;
 }
