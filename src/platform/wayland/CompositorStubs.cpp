@@ -3,9 +3,6 @@
 
 namespace ombry::wayland {
 
-std::unique_ptr<Clipboard> makeDataControlClipboard() {
-    return nullptr;
-}
 std::optional<AppWindow> swayFocused() {
     return std::nullopt;
 }

@@ -1,9 +1,12 @@
+#include <QElapsedTimer>
 #include <QTest>
 
 #include "platform/Desktop.h"
 #include "platform/wayland/Keymap.h"
+#include "platform/wayland/Pipes.h"
 
 #include <linux/input-event-codes.h>
+#include <unistd.h>
 #include <xkbcommon/xkbcommon.h>
 
 using namespace ombry;
@@ -100,6 +103,28 @@ private Q_SLOTS:
         // Control characters other than line ends and tabs are left out.
         QCOMPARE(typed(keymapsForText(QStringLiteral("a\tb\x01"))), QStringLiteral("a\tb"));
         QVERIFY(keymapsForText(QString()).isEmpty());
+    }
+
+    // Reading the formats of a selection: a writer that never closes costs the deadline once.
+    void pipesReadTogetherUntilTheDeadline() {
+        int done[2], silent[2];
+        QVERIFY(pipe(done) == 0 && pipe(silent) == 0);
+        QCOMPARE(write(done[1], "abc", 3), ssize_t(3));
+        close(done[1]);
+        QElapsedTimer clock;
+        clock.start();
+        const QList<PipeRead> reads = readPipes({done[0], silent[0]}, 200);
+        QVERIFY(clock.elapsed() >= 190 && clock.elapsed() < 400);
+        QCOMPARE(reads.size(), 2);
+        QVERIFY(reads[0].complete);
+        QCOMPARE(reads[0].bytes, QByteArray("abc"));
+        QVERIFY(!reads[1].complete);
+        // Writing to a pipe nobody reads fails instead of ending the process.
+        close(silent[0]);
+        QCOMPARE(writeSome(silent[1], "x", 1), ssize_t(-1));
+        QCOMPARE(errno, EPIPE);
+        for (const int fd : {done[0], silent[1]})
+            close(fd);
     }
 };
 
