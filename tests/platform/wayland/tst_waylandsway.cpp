@@ -207,11 +207,11 @@ private Q_SLOTS:
     void changesOfAnotherClientAreCounted() {
         const uint64_t before = clipboard_->changeCount();
         const uint64_t primaryBefore = clipboard_->selectionChangeCount();
-        sway_.launch("wl-copy", {"copie d'un autre"});
+        sway_.launch("wl-copy", {"--foreground", "copie d'un autre"});
         QVERIFY(DesktopSession::waitUntil([&] { return clipboard_->changeCount() > before; }));
         QCOMPARE(clipboard_->text().value_or("<rien>"), QStringLiteral("copie d'un autre"));
         QCOMPARE(clipboard_->selectionChangeCount(), primaryBefore);
-        sway_.launch("wl-copy", {"-p", "sélection"});
+        sway_.launch("wl-copy", {"--foreground", "-p", "sélection"});
         QVERIFY(DesktopSession::waitUntil(
             [&] { return clipboard_->selectionChangeCount() > primaryBefore; }));
         QCOMPARE(clipboard_->selectedText().value_or("<rien>"), QStringLiteral("sélection"));
