@@ -4,11 +4,14 @@
 #include "app/Output.h"
 #include "app/SingleInstance.h"
 #include "calls/CallTranslator.h"
+#include "data/Settings.h"
 #include "data/Store.h"
 #include "desktop/DeviceProfile.h"
+#include "desktop/HotkeyMonitor.h"
 #include "desktop/Log.h"
 #include "desktop/LoginItem.h"
 #include "desktop/Notify.h"
+#include "desktop/SessionGuide.h"
 #include "dictation/DictationController.h"
 #include "meetings/MeetingRecorder.h"
 #include "net/Net.h"
@@ -23,6 +26,7 @@
 #include "views/subtitles/SubtitleWindow.h"
 
 #include <QApplication>
+#include <QPointer>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <csignal>
@@ -62,23 +66,37 @@ void quitOnSignals(QApplication& app) {
     sigaction(SIGINT, &action, nullptr);
 }
 
-bool isWayland(const QString& sessionType) {
-    return sessionType.compare(QStringLiteral("wayland"), Qt::CaseInsensitive) == 0;
-}
-
 // Says clearly that the dictation key is not heard, instead of a program that silently hears
 // nothing: the journal, a desktop notification that stays in the list, and a flash with the
 // error sound.
 void warnAboutKeyboard(DictationController& controller) {
     KeyboardHook& keyboard = Platform::current().keyboard();
-    const QString session = qEnvironmentVariable("XDG_SESSION_TYPE");
-    const std::optional<QString> warning =
-        keyboardWarning(session, keyboard.running(), keyboard.reason());
+    const std::optional<QString> warning = keyboardWarning(
+        Platform::current().session().roads().key, keyboard.running(), keyboard.reason());
     if (!warning) return;
-    // A hook that did not start has already written its reason to the journal.
-    if (keyboard.running()) Log::write(QStringLiteral("hotkey: %1").arg(*warning));
+    Log::write(QStringLiteral("hotkey: %1").arg(*warning));
     Notify::post(QStringLiteral("Ombry Voice : touche de dictée indisponible"), *warning);
-    if (!keyboard.running()) controller.fail(QStringLiteral("Touche de dictée indisponible"));
+    controller.fail(QStringLiteral("Touche de dictée indisponible"));
+}
+
+// Says which road each service takes on this desktop, and opens the road of posted keys now:
+// a desktop that asks the user does it at start, not in the middle of the first dictation.
+void openDesktopRoads(DictationController& controller) {
+    Platform& p = Platform::current();
+    Log::write(describeForJournal(p.session().offer(), p.session().roads()));
+    if (p.session().offer().display != SessionOffer::Display::Wayland) return;
+    Log::write(QStringLiteral("fenêtre: une application Wayland ne peut pas en activer une "
+                              "autre, la fenêtre de départ ne sera pas ramenée"));
+    QPointer<DictationController> guard(&controller);
+    p.keyPoster().prepare([guard](bool ok, const QString& message) {
+        SessionStatus::shared().setPostProblem(ok ? std::nullopt : std::optional<QString>(message));
+        if (ok) {
+            Log::write(QStringLiteral("collage: envoi des touches prêt"));
+            return;
+        }
+        Log::write(QStringLiteral("collage: envoi des touches impossible (%1)").arg(message));
+        if (guard) guard->fail(QStringLiteral("Envoi des touches refusé"));
+    });
 }
 
 } // namespace
@@ -97,18 +115,19 @@ bool prepareDesktopSession() {
     return true;
 }
 
-std::optional<QString> keyboardWarning(const QString& sessionType, bool hookRunning,
-                                       const QString& reason) {
-    if (!hookRunning) {
+std::optional<QString> keyboardWarning(KeyRoad road, bool hookRunning, const QString& reason) {
+    switch (road) {
+    case KeyRoad::X11:
+        if (hookRunning) return std::nullopt;
         if (!reason.isEmpty()) return reason;
         return QStringLiteral("Le clavier global n'est pas disponible : la touche de dictée "
                               "n'est pas entendue.");
+    case KeyRoad::None:
+        return QStringLiteral("Ce bureau ne transmet pas la touche de dictée à Ombry Voice "
+                              "(Réglages, carte « Ce bureau »).");
+    default:
+        return std::nullopt;
     }
-    if (isWayland(sessionType))
-        return QStringLiteral("Session Wayland : la touche de dictée n'est entendue que dans "
-                              "les fenêtres X11 (XWayland). Ouvre une session X11 pour dicter "
-                              "partout.");
-    return std::nullopt;
 }
 
 int runDesktop(QApplication& app) {
@@ -141,6 +160,14 @@ int runDesktop(QApplication& app) {
         BubbleController::shared().show(title, original, text);
     };
     controller.onRecordingBegins = [] { OverlayController::shared().position(); };
+    // The user's choice of reading the keyboard devices decides the key's road on Wayland.
+    AppSettings& settings = AppSettings::shared();
+    Platform::current().session().setChoices(settings.readKeyboardDevices(), false);
+    QObject::connect(
+        &settings, &AppSettings::readKeyboardDevicesChanged, &app, [&controller, &settings] {
+            Platform::current().session().setChoices(settings.readKeyboardDevices(), false);
+            controller.hotkey().restart();
+        });
     controller.start();
 
     // The strip, bound to the controller, at the bottom of the screen under the pointer.
@@ -156,8 +183,19 @@ int runDesktop(QApplication& app) {
             QStringLiteral("démarrage: déjà lancé, second démarrage ignoré, fenêtre affichée"));
         shell.showWindow();
     };
+    // The dictation key from the desktop's bindings and shortcuts (`--press`, `--release`,
+    // `--toggle`).
+    instance.onKey = [&controller](SingleInstance::Message message) {
+        HotkeyMonitor& hotkey = controller.hotkey();
+        const QString source = QStringLiteral("commande");
+        if (message == SingleInstance::Message::Toggle)
+            hotkey.toggleFromDesktop(source);
+        else
+            hotkey.keyFromDesktop(message == SingleInstance::Message::Press, source);
+    };
     LoginItem::applyDefault();
 
+    openDesktopRoads(controller);
     warnAboutKeyboard(controller);
 
     Store::shared().pruneAudio();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/SessionRoads.h"
+
 #include <QString>
 #include <optional>
 
@@ -8,15 +10,14 @@ class QApplication;
 namespace ombry {
 
 // Before the application object exists: whether a display is there to draw on, and the
-// choice of X11 (through XWayland on a Wayland session) for the windows, since the strip is
-// placed on the screen and the keyboard is heard through X11.
+// choice of X11 for the windows where an X server is there (XWayland on a Wayland session), so
+// that the strip can place itself on the screen. The services' roads do not follow this choice.
 bool prepareDesktopSession();
 
-// What to tell the user at start when the dictation key cannot be heard everywhere: the hook
-// did not start (its reason), or it runs on XWayland and hears only X11 windows. Nothing when
-// all is well.
-std::optional<QString> keyboardWarning(const QString& sessionType, bool hookRunning,
-                                       const QString& reason);
+// What to tell the user at start when the dictation key cannot be heard: on X11 the hook did
+// not start (its reason); on Wayland the desktop offers no road at all. Nothing when all is
+// well, or when the desktop's answer is still to come (its shortcut service).
+std::optional<QString> keyboardWarning(KeyRoad road, bool hookRunning, const QString& reason);
 
 // The desktop program: one per user, the controller with its key hook, the dictation strip,
 // the warm-ups; returns the exit status when the program quits (menu, SIGTERM, SIGINT), after

@@ -5,12 +5,33 @@
 #include <QLockFile>
 #include <QPointer>
 #include <QStandardPaths>
+#include <optional>
 
 namespace ombry {
 
 namespace {
-const QByteArray kHello = QByteArrayLiteral("show\n");
 constexpr int kWaitMs = 1000;
+
+QByteArray lineOf(SingleInstance::Message m) {
+    switch (m) {
+    case SingleInstance::Message::Show:
+        return QByteArrayLiteral("show\n");
+    case SingleInstance::Message::Press:
+        return QByteArrayLiteral("press\n");
+    case SingleInstance::Message::Release:
+        return QByteArrayLiteral("release\n");
+    case SingleInstance::Message::Toggle:
+        return QByteArrayLiteral("toggle\n");
+    }
+    return {};
+}
+
+std::optional<SingleInstance::Message> messageOf(const QByteArray& line) {
+    for (auto m : {SingleInstance::Message::Show, SingleInstance::Message::Press,
+                   SingleInstance::Message::Release, SingleInstance::Message::Toggle})
+        if (line == lineOf(m)) return m;
+    return std::nullopt;
+}
 } // namespace
 
 SingleInstance::SingleInstance(const QString& folder, QObject* parent)
@@ -47,15 +68,19 @@ bool SingleInstance::claim() {
         return true;
     }
     lock_.reset();
-    QLocalSocket socket;
-    socket.connectToServer(socketPath());
-    if (socket.waitForConnected(kWaitMs)) {
-        socket.write(kHello);
-        socket.waitForBytesWritten(kWaitMs);
-        socket.disconnectFromServer();
-        if (socket.state() != QLocalSocket::UnconnectedState) socket.waitForDisconnected(kWaitMs);
-    }
+    send(Message::Show, folder_);
     return false;
+}
+
+bool SingleInstance::send(Message message, const QString& folder) {
+    QLocalSocket socket;
+    socket.connectToServer(QDir(folder).filePath(QStringLiteral("ombry-voice.sock")));
+    if (!socket.waitForConnected(kWaitMs)) return false;
+    socket.write(lineOf(message));
+    const bool written = socket.waitForBytesWritten(kWaitMs);
+    socket.disconnectFromServer();
+    if (socket.state() != QLocalSocket::UnconnectedState) socket.waitForDisconnected(kWaitMs);
+    return written;
 }
 
 void SingleInstance::accept() {
@@ -64,9 +89,14 @@ void SingleInstance::accept() {
         QPointer<QLocalSocket> guard(socket);
         auto read = [this, guard] {
             if (!guard || !guard->canReadLine()) return;
-            const QByteArray line = guard->readLine();
-            if (line == kHello && onAnotherStart) onAnotherStart();
+            const std::optional<Message> message = messageOf(guard->readLine());
             guard->disconnectFromServer();
+            if (!message) return;
+            if (*message == Message::Show) {
+                if (onAnotherStart) onAnotherStart();
+            } else if (onKey) {
+                onKey(*message);
+            }
         };
         connect(socket, &QLocalSocket::readyRead, this, read);
         read(); // the line may have come with the connection

@@ -12,7 +12,9 @@ namespace ombry {
 
 // One desktop program per user. The first start takes a lock file and listens on a local
 // socket beside it; a later start finds the lock taken, tells the first through the socket
-// and steps aside, so that two programs never hook the same keys.
+// and steps aside, so that two programs never hook the same keys. The same socket carries the
+// dictation key from the desktop's own shortcuts (`--press`, `--release`, `--toggle`), where
+// the program cannot see the keys itself.
 class SingleInstance : public QObject {
     Q_OBJECT
 public:
@@ -23,6 +25,11 @@ public:
 
     static QString defaultFolder();
 
+    // What another start tells the running program, one line each.
+    enum class Message { Show, Press, Release, Toggle };
+    // Sends one message to the program that listens in `folder`; false when none listens.
+    static bool send(Message message, const QString& folder = defaultFolder());
+
     // True when this process is the first: it listens from now on. False when another one
     // runs: it has been told (when it answers within a second).
     bool claim();
@@ -32,6 +39,8 @@ public:
 
     // In the first process, on the main thread: another start has just stepped aside.
     std::function<void()> onAnotherStart;
+    // In the first process, on the main thread: the dictation key from the desktop's shortcuts.
+    std::function<void(Message)> onKey;
 
 private:
     void accept();

@@ -11,7 +11,7 @@ struct Entry {
     int argCount;
 };
 
-constexpr std::array<Entry, 10> kTable{{
+constexpr std::array<Entry, 13> kTable{{
     {Mode::ChunkTest, "--chunktest", 1},
     {Mode::Update, "--update", 0},
     {Mode::FastTest, "--fasttest", 1},
@@ -22,6 +22,9 @@ constexpr std::array<Entry, 10> kTable{{
     {Mode::Test, "--test", 1},
     {Mode::Icon, "--icon", 1},
     {Mode::Snapshot, "--snapshot", 1},
+    {Mode::Press, "--press", 0},
+    {Mode::Release, "--release", 0},
+    {Mode::Toggle, "--toggle", 0},
 }};
 
 } // namespace

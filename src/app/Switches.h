@@ -16,7 +16,11 @@ enum class Mode {
     Correct,
     Test,
     Icon,
-    Snapshot
+    Snapshot,
+    // The dictation key, told to the running program by the desktop's own shortcuts.
+    Press,
+    Release,
+    Toggle
 };
 
 // Named apart from the on/off widget ombry::Switch: two classes of one name in one program

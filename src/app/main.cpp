@@ -1,6 +1,7 @@
 #include "app/DesktopApp.h"
 #include "app/Modes.h"
 #include "app/Output.h"
+#include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "app/Switches.h"
 #include "data/Problems.h"
@@ -33,6 +34,19 @@ struct ThreadsStoppedAtExit {
     ~ThreadsStoppedAtExit() { SerialQueue::stopAll(); }
 };
 
+// Tells the running program of a press or release of the dictation key. Nothing is printed on
+// success, so a compositor's binding leaves no trace.
+int forwardKey(int argc, char** argv, Mode mode) {
+    const QCoreApplication app(argc, argv);
+    const SingleInstance::Message message = mode == Mode::Press ? SingleInstance::Message::Press
+                                            : mode == Mode::Release
+                                                ? SingleInstance::Message::Release
+                                                : SingleInstance::Message::Toggle;
+    if (SingleInstance::send(message)) return 0;
+    printError(QStringLiteral("Ombry Voice n'est pas lancé"));
+    return 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -41,6 +55,9 @@ int main(int argc, char** argv) {
     for (int i = 0; i < argc; ++i)
         arguments << Paths::fromNative(QByteArray(argv[i]));
     const std::optional<CommandLineSwitch> sw = findSwitch(arguments);
+    // The desktop's shortcuts call the program on each press: forwarded, and gone at once.
+    if (sw && (sw->mode == Mode::Press || sw->mode == Mode::Release || sw->mode == Mode::Toggle))
+        return forwardKey(argc, argv, sw->mode);
 
     // The modes that draw need a GUI application but never a window or a display.
     std::unique_ptr<QCoreApplication> app;

@@ -259,6 +259,9 @@ AppSettings::AppSettings(UserDefaults& defaults, KeyStore* keys, QObject* parent
     livePreview_ = readBool(d_, K("livePreview"), false);
     ownKeyMode_ = readBool(d_, K("ownKeyMode"), false);
     acceptPostedKeys_ = readBool(d_, K("acceptPostedKeys"), false);
+    portalShortcut_ = d_.stringValue(K("portalShortcut")).value_or(QString()).trimmed();
+    if (portalShortcut_.isEmpty()) portalShortcut_ = K("CTRL+ALT+D");
+    readKeyboardDevices_ = readBool(d_, K("readKeyboardDevices"), false);
     microphoneUID_ = d_.stringValue(K("microphoneUID"));
     performanceMode_ = readEnum(d_, K("performanceMode"), PerformanceMode::Auto);
     useLanguageTool_ = readBool(d_, K("useLanguageTool"), true);
@@ -410,6 +413,15 @@ void AppSettings::setOwnKeyMode(bool v) {
 
 void AppSettings::setAcceptPostedKeys(bool v) {
     write(acceptPostedKeys_, v, "acceptPostedKeys", v, &AppSettings::acceptPostedKeysChanged);
+}
+
+void AppSettings::setPortalShortcut(const QString& v) {
+    write(portalShortcut_, v, "portalShortcut", v, &AppSettings::portalShortcutChanged);
+}
+
+void AppSettings::setReadKeyboardDevices(bool v) {
+    write(readKeyboardDevices_, v, "readKeyboardDevices", v,
+          &AppSettings::readKeyboardDevicesChanged);
 }
 
 void AppSettings::setPerformanceMode(PerformanceMode v) {

@@ -153,6 +153,12 @@ public:
     QString localSpeechServer() const { return localSpeechServer_; }
     QString localModelServer() const { return localModelServer_; }
     QString localSpeechModel() const { return localSpeechModel_; }
+    // The chord proposed to the desktop's shortcut service for the dictation key, where a lone
+    // modifier cannot be a shortcut (a Wayland session); the desktop may let the user change it.
+    QString portalShortcut() const { return portalShortcut_; }
+    // On Wayland, the dictation key read from the keyboard devices (members of the input group):
+    // a lone modifier can then be held, but any program of the user can read every key too.
+    bool readKeyboardDevices() const { return readKeyboardDevices_; }
 
     void setKey(DictationKey v);
     void setLanguage(Language v);
@@ -182,6 +188,8 @@ public:
     void setDeepgramModel(const QString& v);
     void setOpenRouterModel(const QString& v);
     void setAcceptPostedKeys(bool v);
+    void setPortalShortcut(const QString& v);
+    void setReadKeyboardDevices(bool v);
     void setLocalSpeechServer(const QString& v);
     void setLocalModelServer(const QString& v);
     void setLocalSpeechModel(const QString& v);
@@ -215,6 +223,8 @@ Q_SIGNALS:
     void deepgramModelChanged();
     void openRouterModelChanged();
     void acceptPostedKeysChanged();
+    void portalShortcutChanged();
+    void readKeyboardDevicesChanged();
     void localSpeechServerChanged();
     void localModelServerChanged();
     void localSpeechModelChanged();
@@ -256,6 +266,8 @@ private:
     QString deepgramModel_;
     QString openRouterModel_;
     bool acceptPostedKeys_;
+    QString portalShortcut_;
+    bool readKeyboardDevices_;
     QString localSpeechServer_;
     QString localModelServer_;
     QString localSpeechModel_;

@@ -2,10 +2,12 @@
 
 #include "data/Settings.h"
 #include "desktop/Log.h"
+#include "desktop/SessionGuide.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 
 #include <QCoreApplication>
+#include <QPointer>
 #include <QTimer>
 #include <unistd.h>
 
@@ -65,6 +67,10 @@ HotkeyMonitor::HotkeyMonitor(AppSettings* settings, QObject* parent)
           &AppSettings::correctionModifiersChanged, &AppSettings::correctionDoubleCopyChanged})
         connect(&s, signal, this, &HotkeyMonitor::refresh);
     connect(&s, &AppSettings::keyChanged, this, &HotkeyMonitor::refresh);
+    connect(&s, &AppSettings::portalShortcutChanged, this, [this] {
+        if (started_ && Platform::current().session().roads().key == KeyRoad::Portal)
+            bindDesktopShortcuts();
+    });
     connect(&s, &AppSettings::acceptPostedKeysChanged, this,
             [this] { keyboard().setAcceptPostedKeys(this->settings().acceptPostedKeys()); });
 }
@@ -84,22 +90,110 @@ bool HotkeyMonitor::dictating() const {
 void HotkeyMonitor::start() {
     KeyboardHook& hook = keyboard();
     hook.setAcceptPostedKeys(settings().acceptPostedKeys());
+    const bool first = !started_;
     started_ = true;
     if (hook.start([this](const KeyEvent& e) { onEvent(e); }))
         Log::write(QStringLiteral("hotkey: clavier global actif"));
     else
         Log::write(QStringLiteral("hotkey: clavier global indisponible (%1)").arg(hook.reason()));
     refresh();
+    if (!first) return;
+    // Where no hook sees the keys, the desktop brings them: its shortcut service, or its own
+    // bindings calling the program (which are there once the user has pasted them).
+    switch (Platform::current().session().roads().key) {
+    case KeyRoad::Portal:
+        bindDesktopShortcuts();
+        break;
+    case KeyRoad::Bindings:
+    case KeyRoad::Toggle:
+        desktopKeys_ = true;
+        break;
+    default:
+        break;
+    }
+}
+
+void HotkeyMonitor::bindDesktopShortcuts() {
+    const AppSettings& s = settings();
+    QList<ShortcutRequest> requests{
+        {ShortcutAction::Dictate, QStringLiteral("dictate"), QStringLiteral("Dicter (maintenir)"),
+         s.portalShortcut()},
+        {ShortcutAction::PasteLast, QStringLiteral("paste-last"),
+         QStringLiteral("Coller la dernière dictée"), QStringLiteral("CTRL+ALT+V")},
+        {ShortcutAction::Speak, QStringLiteral("speak"), QStringLiteral("Lire la sélection"),
+         QStringLiteral("CTRL+ALT+R")}};
+    if (s.correctionShortcut() && !s.correctionDoubleCopy())
+        requests.append({ShortcutAction::Correct, QStringLiteral("correct"),
+                         QStringLiteral("Corriger la sélection"),
+                         s.correctionLabel().toUpper().remove(QLatin1Char(' '))});
+    QPointer<HotkeyMonitor> self(this);
+    auto onAction = [self](ShortcutAction action, bool pressed) {
+        if (!self) return;
+        switch (action) {
+        case ShortcutAction::Dictate:
+            self->keyFromDesktop(pressed, QStringLiteral("portail"));
+            return;
+        case ShortcutAction::PasteLast:
+            if (pressed && !self->recording_ && self->onPasteLast) self->onPasteLast();
+            return;
+        case ShortcutAction::Speak:
+            if (pressed && !self->recording_ && self->onSpeak) self->onSpeak();
+            return;
+        case ShortcutAction::Correct:
+            if (pressed && !self->recording_ && self->onCorrect) self->onCorrect();
+            return;
+        }
+    };
+    auto onBound = [self](bool ok, const QString& message) {
+        if (!self) return;
+        self->desktopKeys_ = ok;
+        SessionStatus::shared().setShortcutsProblem(ok ? std::nullopt
+                                                       : std::optional<QString>(message));
+        if (ok) {
+            const QString trigger =
+                Platform::current().shortcuts().trigger(QStringLiteral("dictate"));
+            Log::write(QStringLiteral("hotkey: raccourci du bureau actif (%1)")
+                           .arg(trigger.isEmpty() ? QStringLiteral("sans touche") : trigger));
+        } else {
+            Log::write(QStringLiteral("hotkey: raccourci du bureau refusé (%1)").arg(message));
+        }
+    };
+    Platform::current().shortcuts().bind(requests, onAction, onBound);
+}
+
+void HotkeyMonitor::keyFromDesktop(bool pressed, const QString& source) {
+    Log::write(QStringLiteral("touche: dictée %1 (%2)")
+                   .arg(pressed ? QStringLiteral("enfoncée") : QStringLiteral("relâchée"), source));
+    setDown(pressed);
+}
+
+void HotkeyMonitor::toggleFromDesktop(const QString& source) {
+    Log::write(QStringLiteral("touche: dictée bascule (%1)").arg(source));
+    setDown(true);
+    setDown(false);
+}
+
+void HotkeyMonitor::setDown(bool isDown) {
+    if (isDown == down_) return;
+    down_ = isDown;
+    if (keyTest) {
+        keyTest(isDown);
+        return;
+    }
+    const auto& callback = isDown ? onPress : onRelease;
+    if (callback) callback();
 }
 
 void HotkeyMonitor::restart() {
     keyboard().stop();
-    down_ = false;
+    // A key that the desktop brings is not the hook's: a press held across the restart still
+    // gets its release.
+    if (!desktopKeys_) down_ = false;
     start();
 }
 
 bool HotkeyMonitor::running() const {
-    return keyboard().running();
+    return keyboard().running() || desktopKeys_;
 }
 
 uint64_t HotkeyMonitor::lastModifierFlags() {
@@ -154,10 +248,7 @@ void HotkeyMonitor::handleFlags(const KeyEvent& e) {
                         QString::number(e.flags, 16), sourceName(e))
                    .arg(e.sourceState));
     if (postedByOther(e) && !settings().acceptPostedKeys()) return;
-    if (isDown == down_) return;
-    down_ = isDown;
-    const auto& callback = isDown ? onPress : onRelease;
-    if (callback) callback();
+    setDown(isDown);
 }
 
 void HotkeyMonitor::handleKeyDown(const KeyEvent& e) {

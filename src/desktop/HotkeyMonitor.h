@@ -34,6 +34,9 @@ public:
     // A key that is not a modifier went down while the dictation key is held (called at once).
     std::function<void()> onKeyDuringHold;
     std::function<bool()> isDictating; // true while the controller records
+    // While set, the dictation key is reported here instead of starting a dictation: the test
+    // of the key in the settings.
+    std::function<void(bool pressed)> keyTest;
 
     // Starts listening and writes "hotkey: ..." to the journal.
     void start();
@@ -48,7 +51,19 @@ public:
     void setRecording(bool recording);
     bool recording() const { return recording_; }
 
-    // The keyboard hook works.
+    // The dictation key pressed or released where the program sees no key itself: the
+    // desktop's shortcut service, or the compositor's bindings calling `--press`/`--release`.
+    // source names the road in the journal.
+    void keyFromDesktop(bool pressed, const QString& source);
+    // `--toggle` (a desktop that runs a command on a press only): a press and its release at
+    // once, so the recording goes on hands-free until the next toggle.
+    void toggleFromDesktop(const QString& source);
+    // The key is taken as up: a recording ended without its release (a release the compositor
+    // lost) must not swallow the next press.
+    void forgetHeldKey() { down_ = false; }
+
+    // The dictation key is heard: the keyboard hook works, or the desktop's shortcuts reach
+    // the program.
     bool running() const;
 
     // The modifier flags last seen by the hook, process-wide; 0 while it does not run.
@@ -64,6 +79,8 @@ private:
     void handleFlags(const KeyEvent& event);
     void handleKeyDown(const KeyEvent& event);
     void copyRun();
+    void bindDesktopShortcuts();
+    void setDown(bool isDown);
     bool dictating() const;
     AppSettings& settings() const;
 
@@ -71,6 +88,7 @@ private:
     bool recording_ = false;
     bool down_ = false;
     bool started_ = false;
+    bool desktopKeys_ = false; // the desktop's shortcuts or bindings bring the dictation key
     int copyCount_ = 0;
     std::optional<int64_t> lastCopyMs_;
 };

@@ -223,6 +223,15 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
     Platform& p = Platform::current();
     pending->target = p.windows().frontmost();
     if (pending->target && pending->target->id == 0) pending->target.reset();
+    // Where no clipboard reaches other applications, the text is typed: the user's clipboard
+    // is not touched at all.
+    if (p.session().roads().typeInsteadOfPaste) {
+        pending->done = true;
+        const bool typed = p.keyPoster().typeText(text);
+        if (!typed) Log::write(QStringLiteral("collage: frappe du texte impossible"));
+        if (pending->onSettled) pending->onSettled(typed);
+        co_return;
+    }
     const PasteKeys keys = pending->target ? pasteKeysFor(*pending->target) : PasteKeys::ControlV;
     const bool primary = keys == PasteKeys::ShiftInsert;
     if (restore && primary) pending->previousSelection = selectionSnapshot();
@@ -234,8 +243,10 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
         onFetched = [weak = std::weak_ptr<PendingPaste>(pending)](const ClipboardFetch& fetch) {
             const auto pending = weak.lock();
             if (!pending || pending->done) return;
-            // Only the target's own read counts: a clipboard manager reads at once.
-            if (pending->target && !fetch.byApplicationOf(*pending->target)) return;
+            // Only the target's own read counts: a clipboard manager reads at once. Where the
+            // reader cannot be told (Wayland), every read counts.
+            if (pending->target && fetch.readerOwns && !fetch.byApplicationOf(*pending->target))
+                return;
             pending->targetFetchedAt = Platform::current().clock().elapsedMs();
             settleWhenDue(pending);
         };
@@ -246,16 +257,25 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
     pending->changeCount = board.changeCount();
     pending->selectionChangeCount = board.selectionChangeCount();
     pending->keysPostedAt = p.clock().elapsedMs();
+    bool posted = false;
     switch (keys) {
     case PasteKeys::ControlV:
-        p.keyPoster().post(keycode::V, modifier::Primary);
+        posted = p.keyPoster().post(keycode::V, modifier::Primary);
         break;
     case PasteKeys::ControlShiftV:
-        p.keyPoster().post(keycode::V, modifier::Primary | modifier::Shift);
+        posted = p.keyPoster().post(keycode::V, modifier::Primary | modifier::Shift);
         break;
     case PasteKeys::ShiftInsert:
-        p.keyPoster().post(keycode::Insert, modifier::Shift);
+        posted = p.keyPoster().post(keycode::Insert, modifier::Shift);
         break;
+    }
+    if (!posted) {
+        // No key reached the application: the text stays on the clipboard for the user to
+        // paste, and the paste is settled as unread.
+        Log::write(QStringLiteral("collage: touches non envoyées, texte laissé au presse-papiers"));
+        pending->restore = false;
+        settle(pending);
+        co_return;
     }
     if (!watch) co_return;
     lastPending() = pending;

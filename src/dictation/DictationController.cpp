@@ -415,6 +415,14 @@ void DictationController::showRecording() {
     if (onRecordingBegins) onRecordingBegins();
     setState(State::Recording);
     setLiveText(QString());
+    // A release lost by the compositor must not leave the microphone open for ever.
+    const uint64_t capture = captureId_;
+    afterOnClock(this, kMaxHoldMs, [this, capture] {
+        if (capture != captureId_ || state_ != State::Recording || handsFree_) return;
+        Log::write(QStringLiteral("enregistrement: touche jamais relâchée, fin après 10 min"));
+        hotkey_->forgetHeldKey();
+        end();
+    });
     if (settings.livePreview()) preview_->start(localeCode(settings.language()), false, false);
 
     // Long dictations are transcribed and cleaned piece by piece while the user speaks, when
@@ -539,6 +547,9 @@ QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
 
 void DictationController::showNotPasted(const QString& text) {
     if (onBubble) onBubble(QStringLiteral("Texte non collé"), QString(), text);
+    // The text left on the clipboard (no key could be posted) is one paste away.
+    if (Platform::current().clipboard().text() == text)
+        show(QStringLiteral("Colle avec Ctrl+V"), false);
 }
 
 std::function<void()> DictationController::notPasted(const QString& text) {

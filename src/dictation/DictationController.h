@@ -131,6 +131,8 @@ public:
     // The seconds that tell hold-to-talk from a tap, and the guard after a hands-free start.
     static constexpr int64_t kHoldMs = 600;
     static constexpr int64_t kDoubleTapGuardMs = 700;
+    // A held recording whose release never comes ends by itself after this long.
+    static constexpr int64_t kMaxHoldMs = 10 * 60 * 1000;
     static constexpr int kFlashMs = 2000;
     static constexpr int kWatchdogMs = 40000;
     static constexpr int kTrustPollMs = 2000;

@@ -28,6 +28,13 @@ struct FocusedElement {
     int caretOffset = -1;             // -1 when unknown
 };
 
+// An application whose window its toolkit announced as the active one.
+struct ActiveApplication {
+    QString bus; // its name on the accessibility bus
+    int64_t pid = 0;
+    QString name; // as the application names itself; may be empty
+};
+
 // The desktop's accessibility bus: what the application in front says of its focused element.
 // Every question has a short deadline, so an application that hangs is an application that says
 // nothing, and the caller's event loop never waits on it. Main thread only.
@@ -43,6 +50,13 @@ public:
     // The element's text between two offsets; none when it does not answer.
     virtual QCoro::Task<std::optional<QString>> text(AccessibleElement element, int start,
                                                      int end) = 0;
+    // Starts following the windows that applications announce as activated, for sessions where
+    // the display server does not say which window is in front (Wayland).
+    virtual void followActiveWindow() {}
+    // The application of the window last announced active, read at once; none before the first
+    // announcement, and none once the window in front belongs to an application that announces
+    // nothing (its predecessor's window was deactivated).
+    virtual std::optional<ActiveApplication> activeApplication() const { return std::nullopt; }
 };
 
 } // namespace ombry

@@ -3,6 +3,7 @@
 #include "platform/Clock.h"
 #include "platform/SessionProbe.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/wayland/WaylandPlatform.h"
 #include "platform/x11/X11Platform.h"
 
 namespace ombry {
@@ -13,16 +14,29 @@ Platform& Platform::current() {
 }
 
 // The one place where the session's implementations are chosen: what every Linux session has
-// (linux/), and the display's own services (x11/).
+// (linux/), and the display's own services: x11/ on an X11 session, wayland/ on a Wayland one
+// (even with XWayland beside it: X11 clients there see only the keys and windows of X11).
 Platform::Platform()
     : clock_(std::make_unique<SystemClock>()), keychain_(linux_platform::makeKeychain()),
       notifier_(linux_platform::makeNotifier()), machine_(linux_platform::makeMachineInfo()),
-      browser_(linux_platform::makeBrowser()), keyboard_(x11::makeKeyboardHook()),
-      keyPoster_(x11::makeKeyPoster()), clipboard_(x11::makeClipboard()),
-      windows_(x11::makeWindows()), audio_(linux_platform::makeAudioSystem()),
+      browser_(linux_platform::makeBrowser()), audio_(linux_platform::makeAudioSystem()),
       speech_(linux_platform::makeSpeechOutput()),
-      accessibility_(linux_platform::makeAccessibility()), shortcuts_(makeNoShortcuts()),
-      session_(makeDisplaySession()) {}
+      accessibility_(linux_platform::makeAccessibility()), session_(makeDisplaySession()) {
+    if (displayFromEnvironment() == SessionOffer::Display::Wayland) {
+        keyboard_ = wayland::makeKeyboardHook(*session_);
+        keyPoster_ = wayland::makeKeyPoster(*session_);
+        clipboard_ = wayland::makeClipboard(*session_);
+        windows_ = wayland::makeWindows(*accessibility_);
+        shortcuts_ = wayland::makePortalShortcuts();
+        if (!shortcuts_) shortcuts_ = makeNoShortcuts();
+        return;
+    }
+    keyboard_ = x11::makeKeyboardHook();
+    keyPoster_ = x11::makeKeyPoster();
+    clipboard_ = x11::makeClipboard();
+    windows_ = x11::makeWindows();
+    shortcuts_ = makeNoShortcuts();
+}
 
 void Platform::setClock(std::unique_ptr<Clock> c) {
     clock_ = std::move(c);

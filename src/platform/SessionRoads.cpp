@@ -22,65 +22,94 @@ PostRoad postRoad(const SessionOffer& o) {
 
 const char* name(KeyRoad r) {
     switch (r) {
-    case KeyRoad::X11: return "x11";
-    case KeyRoad::Portal: return "portail";
-    case KeyRoad::Bindings: return "raccourcis du compositeur";
-    case KeyRoad::Toggle: return "raccourci (sans les mains)";
-    case KeyRoad::Evdev: return "evdev";
-    case KeyRoad::None: break;
+    case KeyRoad::X11:
+        return "x11";
+    case KeyRoad::Portal:
+        return "portail";
+    case KeyRoad::Bindings:
+        return "raccourcis du compositeur";
+    case KeyRoad::Toggle:
+        return "raccourci (sans les mains)";
+    case KeyRoad::Evdev:
+        return "evdev";
+    case KeyRoad::None:
+        break;
     }
     return "aucune";
 }
 
 const char* name(PostRoad r) {
     switch (r) {
-    case PostRoad::X11: return "x11";
-    case PostRoad::VirtualKeyboard: return "clavier virtuel";
-    case PostRoad::RemoteDesktop: return "portail bureau à distance";
-    case PostRoad::Uinput: return "uinput";
-    case PostRoad::None: break;
+    case PostRoad::X11:
+        return "x11";
+    case PostRoad::VirtualKeyboard:
+        return "clavier virtuel";
+    case PostRoad::RemoteDesktop:
+        return "portail bureau à distance";
+    case PostRoad::Uinput:
+        return "uinput";
+    case PostRoad::None:
+        break;
     }
     return "aucune";
 }
 
 const char* name(ClipboardRoad r) {
     switch (r) {
-    case ClipboardRoad::X11: return "x11";
-    case ClipboardRoad::DataControl: return "data-control";
-    case ClipboardRoad::Portal: return "portail";
-    case ClipboardRoad::None: break;
+    case ClipboardRoad::X11:
+        return "x11";
+    case ClipboardRoad::DataControl:
+        return "data-control";
+    case ClipboardRoad::Portal:
+        return "portail";
+    case ClipboardRoad::None:
+        break;
     }
     return "aucune";
 }
 
 const char* name(FrontRoad r) {
     switch (r) {
-    case FrontRoad::X11: return "x11";
-    case FrontRoad::AccessibilityBus: return "accessibilité";
-    case FrontRoad::SwayIpc: return "sway";
-    case FrontRoad::Hyprland: return "hyprland";
-    case FrontRoad::None: break;
+    case FrontRoad::X11:
+        return "x11";
+    case FrontRoad::AccessibilityBus:
+        return "accessibilité";
+    case FrontRoad::SwayIpc:
+        return "sway";
+    case FrontRoad::Hyprland:
+        return "hyprland";
+    case FrontRoad::None:
+        break;
     }
     return "aucune";
 }
 
 const char* name(StripRoad r) {
     switch (r) {
-    case StripRoad::X11: return "x11";
-    case StripRoad::LayerShell: return "layer-shell";
-    case StripRoad::Window: break;
+    case StripRoad::X11:
+        return "x11";
+    case StripRoad::LayerShell:
+        return "layer-shell";
+    case StripRoad::Window:
+        break;
     }
     return "fenêtre";
 }
 
 const char* name(SessionOffer::Desktop d) {
     switch (d) {
-    case SessionOffer::Desktop::KDE: return "KDE";
-    case SessionOffer::Desktop::GNOME: return "GNOME";
-    case SessionOffer::Desktop::Sway: return "sway";
-    case SessionOffer::Desktop::Hyprland: return "Hyprland";
-    case SessionOffer::Desktop::Wlroots: return "wlroots";
-    case SessionOffer::Desktop::Other: break;
+    case SessionOffer::Desktop::KDE:
+        return "KDE";
+    case SessionOffer::Desktop::GNOME:
+        return "GNOME";
+    case SessionOffer::Desktop::Sway:
+        return "sway";
+    case SessionOffer::Desktop::Hyprland:
+        return "Hyprland";
+    case SessionOffer::Desktop::Wlroots:
+        return "wlroots";
+    case SessionOffer::Desktop::Other:
+        break;
     }
     return "autre";
 }
@@ -119,12 +148,16 @@ SessionRoads chooseRoads(const SessionOffer& o) {
 QString describeForJournal(const SessionOffer& o, const SessionRoads& r) {
     QString session;
     switch (o.display) {
-    case SessionOffer::Display::X11: session = QStringLiteral("x11"); break;
+    case SessionOffer::Display::X11:
+        session = QStringLiteral("x11");
+        break;
     case SessionOffer::Display::Wayland:
         session = QStringLiteral("wayland %1").arg(QString::fromUtf8(name(o.desktop)));
         if (o.desktopVersion > 0) session += QStringLiteral(" %1").arg(o.desktopVersion);
         break;
-    case SessionOffer::Display::None: session = QStringLiteral("aucun affichage"); break;
+    case SessionOffer::Display::None:
+        session = QStringLiteral("aucun affichage");
+        break;
     }
     return QStringLiteral("bureau: %1, touche=%2, collage=%3%4, presse-papiers=%5, "
                           "fenêtre=%6, bandeau=%7")

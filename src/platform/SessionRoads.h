@@ -27,7 +27,7 @@ struct SessionOffer {
     bool hyprlandIpc = false;        // Hyprland's socket answers
     bool accessibilityBus = false;
 
-    bool canReadInput = false;  // the keyboard devices can be opened (the input group)
+    bool canReadInput = false; // the keyboard devices can be opened (the input group)
     bool canWriteUinput = false;
     bool evdevChosen = false;  // the user chose to let the program read the keyboard devices
     bool uinputChosen = false; // the user chose uinput for posting keys

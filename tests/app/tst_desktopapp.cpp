@@ -11,6 +11,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+Q_DECLARE_METATYPE(ombry::KeyRoad)
+
 using namespace ombry;
 
 class TstDesktopApp : public QObject {
@@ -105,38 +107,58 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(journalHas(QStringLiteral("second démarrage ignoré")), 5000);
         QCOMPARE(first.state(), QProcess::Running);
 
+        // The desktop's bindings tell the running program of the key: silently, at once.
+        auto forward = [&](const QString& sw) {
+            QProcess p;
+            p.setProcessEnvironment(env);
+            p.start(binary, {sw});
+            if (!p.waitForFinished(5000)) return QStringLiteral("(bloqué)");
+            return QString::number(p.exitCode()) + QString::fromUtf8(p.readAllStandardOutput());
+        };
+        QCOMPARE(forward(QStringLiteral("--press")), QStringLiteral("0"));
+        QTRY_VERIFY_WITH_TIMEOUT(journalHas(QStringLiteral("touche: dictée enfoncée (commande)")),
+                                 5000);
+        QCOMPARE(forward(QStringLiteral("--release")), QStringLiteral("0"));
+        QTRY_VERIFY_WITH_TIMEOUT(journalHas(QStringLiteral("touche: dictée relâchée (commande)")),
+                                 5000);
+
         first.terminate(); // SIGTERM
         QVERIFY(first.waitForFinished(10000));
         QCOMPARE(first.exitStatus(), QProcess::NormalExit);
         QCOMPARE(first.exitCode(), 0);
+        // Nobody to tell: one line, and a failure for the desktop's binding.
+        QCOMPARE(forward(QStringLiteral("--toggle")),
+                 QStringLiteral("1erreur: Ombry Voice n'est pas lancé\n"));
     }
 
     void keyboardWarning_data() {
-        QTest::addColumn<QString>("session");
+        QTest::addColumn<ombry::KeyRoad>("road");
         QTest::addColumn<bool>("running");
         QTest::addColumn<QString>("reason");
         QTest::addColumn<QString>("expected"); // a word the warning holds; empty: no warning
 
-        QTest::newRow("x11, hook runs") << "x11" << true << ""
+        QTest::newRow("x11, hook runs") << ombry::KeyRoad::X11 << true << ""
                                         << "";
-        QTest::newRow("unknown session, hook runs") << "" << true << ""
-                                                    << "";
-        QTest::newRow("hook refused, its reason")
-            << "wayland" << false << "Session Wayland : pas de clavier global."
+        QTest::newRow("x11, hook refused, its reason")
+            << ombry::KeyRoad::X11 << false << "pas de clavier global."
             << "pas de clavier";
-        QTest::newRow("hook refused without a reason") << "x11" << false << ""
-                                                       << "n'est pas";
-        // XWayland hears only the keys typed into X11 windows.
-        QTest::newRow("wayland, hook runs") << "Wayland" << true << ""
-                                            << "X11";
+        QTest::newRow("x11, hook refused without a reason") << ombry::KeyRoad::X11 << false << ""
+                                                            << "n'est pas";
+        // On Wayland the hook never runs: the desktop's road decides, and its answer comes later.
+        QTest::newRow("wayland portal") << ombry::KeyRoad::Portal << false << "x"
+                                        << "";
+        QTest::newRow("wayland bindings") << ombry::KeyRoad::Bindings << false << "x"
+                                          << "";
+        QTest::newRow("wayland, no road") << ombry::KeyRoad::None << false << "x"
+                                          << "Ce bureau";
     }
 
     void keyboardWarning() {
-        QFETCH(QString, session);
+        QFETCH(ombry::KeyRoad, road);
         QFETCH(bool, running);
         QFETCH(QString, reason);
         QFETCH(QString, expected);
-        const std::optional<QString> warning = ombry::keyboardWarning(session, running, reason);
+        const std::optional<QString> warning = ombry::keyboardWarning(road, running, reason);
         if (expected.isEmpty()) {
             QVERIFY(!warning);
         } else {

@@ -324,6 +324,44 @@ private Q_SLOTS:
         QCOMPARE(await(Paster::copySelection()), std::optional<QString>("tail -f"));
         QVERIFY(posted().isEmpty());
     }
+
+    // Where no key can be posted (a desktop that refused), the text is left on the clipboard,
+    // never restored away, and the paste is reported unread; where the desktop gives no
+    // clipboard but types for the program, the text is typed and the clipboard never touched;
+    // where the reader of the clipboard cannot be told (Wayland), any read counts.
+    void whenTheDesktopOffersNoPasteRoad() {
+        platform.keyPoster().fails = true;
+        pasteRestoring("Bonjour.");
+        QCOMPARE(settled, std::optional<bool>(false));
+        advance(Paster::kRestoreTimeoutMs + 100);
+        QCOMPARE(pastedText(), std::optional<QString>("Bonjour."));
+        platform.keyPoster().fails = false;
+
+        clip().restore(kUserClipboard);
+        SessionOffer& o = platform.session().offered;
+        o = SessionOffer{};
+        o.display = SessionOffer::Display::Wayland;
+        o.desktop = SessionOffer::Desktop::GNOME;
+        o.remoteDesktopPortalVersion = 1;
+        const uint64_t changes = clip().changeCount();
+        pasteRestoring("Déjà vu.");
+        QCOMPARE(platform.keyPoster().typed, QStringList{"Déjà vu."});
+        QCOMPARE(settled, std::optional<bool>(true));
+        QVERIFY(posted().isEmpty());
+        QCOMPARE(clip().changeCount(), changes);
+
+        o.remoteDesktopPortalVersion = 0;
+        o.virtualKeyboard = true;
+        o.dataControl = true;
+        platform.keyPoster().onPost = [this](const KeyCombo&) {
+            clip().onFetched({}); // a read by some client, which Wayland does not name
+        };
+        pasteRestoring("Salut.");
+        advance(Paster::kMinHoldMs + 50);
+        QCOMPARE(settled, std::optional<bool>(true));
+        QCOMPARE(clip().content, kUserClipboard);
+        platform.session().offered = FakeSession().offered;
+    }
 };
 
 QTEST_GUILESS_MAIN(TstPaster)

@@ -54,6 +54,62 @@ private Q_SLOTS:
         QTRY_COMPARE(f.state(), State::Idle);
     }
 
+    // Where the desktop brings the key (Wayland): its shortcut service's press and release, a
+    // press repeated while held ignored; `--toggle` twice around the speech; a release that
+    // never comes ends the recording after 10 minutes, and the next press is heard again.
+    void keysFromTheDesktop() {
+        f.tearDown();
+        SessionOffer& o = f.platform.session().offered;
+        o.display = SessionOffer::Display::Wayland;
+        o.desktop = SessionOffer::Desktop::KDE;
+        o.globalShortcutsPortal = true;
+        f.setUp();
+        FakeShortcuts& desktop = f.platform.shortcuts();
+        QCOMPARE(desktop.bound.value(0).preferredTrigger, QString("CTRL+ALT+D"));
+        desktop.onBound(true, {});
+
+        auto hold = [&] {
+            desktop.handler(ShortcutAction::Dictate, true);
+            QTRY_VERIFY(f.platform.audio().capturing());
+            f.platform.audio().feed(tone());
+            f.advance(DictationController::kHoldMs + 100);
+            QTRY_COMPARE(f.state(), State::Recording);
+            desktop.handler(ShortcutAction::Dictate, true); // the desktop repeats it
+        };
+        hold();
+        QCOMPARE(f.state(), State::Recording);
+        desktop.handler(ShortcutAction::Dictate, false);
+        QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+        QTRY_COMPARE(f.state(), State::Idle);
+
+        f.pasted.clear();
+        f.c().hotkey().toggleFromDesktop("commande");
+        QTRY_COMPARE(f.state(), State::Recording);
+        QVERIFY(f.c().handsFree());
+        QTRY_VERIFY(f.platform.audio().capturing());
+        f.platform.audio().feed(tone());
+        f.advance(DictationController::kDoubleTapGuardMs);
+        f.c().hotkey().toggleFromDesktop("commande");
+        QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+        QTRY_COMPARE(f.state(), State::Idle);
+
+        f.pasted.clear();
+        hold();
+        f.advance(DictationController::kMaxHoldMs - 1000);
+        QTest::qWait(20);
+        QCOMPARE(f.state(), State::Recording);
+        f.advance(1000);
+        QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+        QTRY_COMPARE(f.state(), State::Idle);
+        hold(); // heard, although its release never came
+        desktop.handler(ShortcutAction::Dictate, false);
+        QTRY_COMPARE(f.pasted.size(), 2);
+
+        f.tearDown();
+        f.platform.session().offered = FakeSession().offered;
+        f.setUp();
+    }
+
     // AltGr followed by a key within 0.6 s types a character (@, €, # on French keyboards):
     // a chord, of which nothing shows, sounds, records or is sent, whether the key comes
     // before or after the release of AltGr, and whatever the key. Later in a hold, keys do

@@ -39,7 +39,14 @@ bool FakeKeyboard::swallows(uint16_t keyCode, uint64_t modifiers) const {
            swallowed.contains(KeyCombo::withAnyModifiers(keyCode));
 }
 
+bool FakeKeyPoster::typeText(const QString& text) {
+    if (fails) return false;
+    typed << text;
+    return true;
+}
+
 bool FakeKeyPoster::post(uint16_t keyCode, uint64_t modifiers) {
+    if (fails) return false;
     const KeyCombo combo{keyCode, modifiers};
     posted << combo;
     if (onPost) onPost(combo);
@@ -252,6 +259,10 @@ FakePlatform::FakePlatform() {
     auto audio = std::make_unique<FakeAudio>();
     auto speech = std::make_unique<FakeSpeech>();
     auto accessibility = std::make_unique<FakeAccessibility>();
+    auto session = std::make_unique<FakeSession>();
+    auto shortcuts = std::make_unique<FakeShortcuts>();
+    session_ = session.get();
+    shortcuts_ = shortcuts.get();
     clock_ = clock.get();
     keychain_ = keychain.get();
     notifier_ = notifier.get();
@@ -277,6 +288,8 @@ FakePlatform::FakePlatform() {
     p.setAudio(std::move(audio));
     p.setSpeech(std::move(speech));
     p.setAccessibility(std::move(accessibility));
+    p.setSession(std::move(session));
+    p.setShortcuts(std::move(shortcuts));
 }
 
 FakePlatform::~FakePlatform() {

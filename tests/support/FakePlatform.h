@@ -85,7 +85,42 @@ class FakeKeyPoster final : public KeyPoster {
 public:
     QList<KeyCombo> posted;
     std::function<void(const KeyCombo&)> onPost; // lets a test play the target application
+    bool fails = false;                          // no key reaches anything (a refused road)
+    QStringList typed;                           // texts typed by typeText()
     bool post(uint16_t keyCode, uint64_t modifiers) override;
+    bool typeText(const QString& text) override;
+};
+
+// The display session, as the test describes it (X11 unless told otherwise).
+class FakeSession final : public DisplaySession {
+public:
+    SessionOffer offered = [] {
+        SessionOffer o;
+        o.display = SessionOffer::Display::X11;
+        return o;
+    }();
+    const SessionOffer& offer() override { return offered; }
+    void setChoices(bool evdev, bool uinput) override {
+        offered.evdevChosen = evdev;
+        offered.uinputChosen = uinput;
+    }
+};
+
+// The desktop's shortcut service: the test fires the shortcuts and answers the bind.
+class FakeShortcuts final : public GlobalShortcuts {
+public:
+    QList<ShortcutRequest> bound;
+    Handler handler;
+    BoundHandler onBound;
+    QMap<QString, QString> triggers;
+    bool available() override { return true; }
+    void bind(const QList<ShortcutRequest>& s, Handler h, BoundHandler b) override {
+        bound = s;
+        handler = std::move(h);
+        onBound = std::move(b);
+    }
+    void unbind() override { handler = {}; }
+    QString trigger(const QString& id) const override { return triggers.value(id); }
 };
 
 class FakeClipboard final : public Clipboard {
@@ -235,6 +270,8 @@ public:
     FakeAudio& audio() { return *audio_; }
     FakeSpeech& speech() { return *speech_; }
     FakeAccessibility& accessibility() { return *accessibility_; }
+    FakeSession& session() { return *session_; }
+    FakeShortcuts& shortcuts() { return *shortcuts_; }
 
 private:
     ManualClock* clock_;
@@ -249,6 +286,8 @@ private:
     FakeAudio* audio_;
     FakeSpeech* speech_;
     FakeAccessibility* accessibility_;
+    FakeSession* session_;
+    FakeShortcuts* shortcuts_;
 };
 
 } // namespace ombry::test

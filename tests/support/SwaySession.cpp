@@ -4,6 +4,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QThread>
@@ -156,7 +158,7 @@ void SwaySession::stop() {
     children_.clear();
     target_ = nullptr;
     targetText_.clear();
-    targetFocused_ = false;
+    targetReady_ = false;
     end(sway_);
     if (!runtimeDir_.isEmpty()) QDir(runtimeDir_).removeRecursively();
     runtimeDir_.clear();
@@ -190,23 +192,30 @@ QProcess* SwaySession::launch(const QString& program, const QStringList& args) {
     return process;
 }
 
-bool SwaySession::openTarget(const QString& program) {
+bool SwaySession::openTarget() {
     auto* process = new QProcess;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
     process->setProcessEnvironment(environment);
     process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // The field's lines: "TEXT" and a JSON string at each change, "READY" once focused.
     QObject::connect(process, &QProcess::readyReadStandardOutput, process, [this, process] {
         while (process->canReadLine()) {
-            const QString line = QString::fromUtf8(process->readLine()).chopped(1);
-            if (line.startsWith(QLatin1String("TEXT "))) targetText_ = line.mid(5);
-            if (line == QLatin1String("FOCUS")) targetFocused_ = true;
+            const QByteArray line = process->readLine().trimmed();
+            const qsizetype space = line.indexOf(' ');
+            const QByteArray what = line.left(space);
+            if (what == "TEXT")
+                targetText_ = QJsonDocument::fromJson("[" + line.mid(space + 1) + "]")
+                                  .array()
+                                  .at(0)
+                                  .toString();
+            if (what == "READY") targetReady_ = true;
         }
     });
-    process->start(program, {});
+    process->start(QStringLiteral(OMBRY_TEST_FIELD), {});
     children_.append(process);
     target_ = process;
-    return DesktopSession::waitUntil([this] { return targetFocused_; }, 10000);
+    return DesktopSession::waitUntil([this] { return targetReady_; }, 10000);
 }
 
 qint64 SwaySession::targetPid() const {

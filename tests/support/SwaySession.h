@@ -46,9 +46,9 @@ public:
     // A program left running until the end of the session (a wl-copy that serves a selection).
     QProcess* launch(const QString& program, const QStringList& args);
 
-    // The target: a Qt 6 text field on Wayland (app_id "ombry-wayland-target", title
-    // "Cible Wayland"), mapped and focused. Needs the event loop.
-    bool openTarget(const QString& program);
+    // The target: the test field (OMBRY_TEST_FIELD, a Qt 6 text field) on Wayland, mapped and
+    // focused. Needs the event loop.
+    bool openTarget();
     QString targetText() const { return targetText_; }
     qint64 targetPid() const;
 
@@ -59,7 +59,7 @@ private:
     QList<QProcess*> children_;
     QProcess* target_ = nullptr;
     QString targetText_;
-    bool targetFocused_ = false;
+    bool targetReady_ = false;
 };
 
 } // namespace ombry::test

@@ -61,6 +61,18 @@ struct AtSpi::Search {
     bool spent() const { return visited > kMaxVisited || timer.elapsed() > kSearchTimeoutMs; }
 };
 
+// Receives the window events of the accessibility bus (QtDBus delivers signals to slots).
+class AtSpi::WindowEvents : public QObject {
+    Q_OBJECT
+public:
+    explicit WindowEvents(AtSpi& owner) : owner_(owner) {}
+public slots:
+    void onEvent(const QDBusMessage& message) { owner_.windowEvent(message); }
+
+private:
+    AtSpi& owner_;
+};
+
 AtSpi::AtSpi() = default;
 AtSpi::~AtSpi() {
     if (bus_) QDBusConnection::disconnectFromBus(bus_->name());
@@ -250,4 +262,57 @@ std::unique_ptr<Accessibility> makeAccessibility() {
     return std::make_unique<AtSpi>();
 }
 
+void AtSpi::followActiveWindow() {
+    if (following_) return;
+    following_ = true;
+    follow();
+}
+
+QCoro::Task<void> AtSpi::follow() {
+    const bool connected = co_await connect();
+    if (!connected) {
+        following_ = false; // asked again at the next call
+        co_return;
+    }
+    windowEvents_ = std::make_unique<WindowEvents>(*this);
+    const QString iface = QStringLiteral("org.a11y.atspi.Event.Window");
+    for (const QString& member : {QStringLiteral("Activate"), QStringLiteral("Deactivate")})
+        bus_->connect(QString(), QString(), iface, member, windowEvents_.get(),
+                      SLOT(onEvent(QDBusMessage)));
+    // Toolkits send their events only once someone registered for them.
+    for (const QString& event :
+         {QStringLiteral("window:activate"), QStringLiteral("window:deactivate")}) {
+        QDBusMessage reg = QDBusMessage::createMethodCall(
+            QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("/org/a11y/atspi/registry"),
+            QStringLiteral("org.a11y.atspi.Registry"), QStringLiteral("RegisterEvent"));
+        reg << event << QStringList() << QString();
+        bus_->asyncCall(reg, kCallTimeoutMs);
+    }
+}
+
+void AtSpi::windowEvent(const QDBusMessage& message) {
+    const QString sender = message.service();
+    if (message.member() == QLatin1String("Deactivate")) {
+        if (active_ && active_->bus == sender) active_.reset();
+        return;
+    }
+    ActiveApplication app;
+    app.bus = sender;
+    if (bus_ && bus_->interface()) {
+        // Answered by the bus itself, even when the application hangs.
+        const QDBusReply<uint> pid = bus_->interface()->servicePid(sender);
+        if (pid.isValid()) app.pid = pid.value();
+    }
+    active_ = app;
+    // The name comes a moment later; the window stays the same meanwhile.
+    [](AtSpi* self, QString sender) -> QCoro::Task<void> {
+        const QVariant name = co_await self->property(
+            AccessibleElement{sender, QStringLiteral("/org/a11y/atspi/accessible/root")},
+            kAccessible, kName);
+        if (self->active_ && self->active_->bus == sender) self->active_->name = name.toString();
+    }(this, sender);
+}
+
 } // namespace ombry::linux_platform
+
+#include "AtSpi.moc"

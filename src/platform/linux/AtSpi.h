@@ -25,6 +25,8 @@ public:
     QCoro::Task<std::optional<FocusedElement>> reread(AccessibleElement element) override;
     QCoro::Task<std::optional<QString>> text(AccessibleElement element, int start,
                                              int end) override;
+    void followActiveWindow() override;
+    std::optional<ActiveApplication> activeApplication() const override { return active_; }
 
     // The deadline of one call, and of one whole search for the focused element.
     static constexpr int kCallTimeoutMs = 300;
@@ -42,7 +44,14 @@ private:
                                                               std::shared_ptr<Search> search);
     QCoro::Task<void> describe(FocusedElement& out);
 
+    class WindowEvents;
+    QCoro::Task<void> follow();
+    void windowEvent(const QDBusMessage& message);
+
     std::unique_ptr<QDBusConnection> bus_;
+    std::unique_ptr<WindowEvents> windowEvents_;
+    std::optional<ActiveApplication> active_;
+    bool following_ = false;
     QElapsedTimer lastTry_; // the last attempt to reach the bus
     static constexpr int kRetryMs = 30000;
 };

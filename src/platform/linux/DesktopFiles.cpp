@@ -148,4 +148,26 @@ std::optional<DesktopEntry> DesktopFiles::forProgram(const QString& program) {
     return std::nullopt;
 }
 
+std::optional<DesktopEntry> DesktopFiles::forProcess(int64_t pid, QString* processName) {
+    if (processName) processName->clear();
+    if (pid <= 0) return std::nullopt;
+    const QString proc = QStringLiteral("/proc/%1/").arg(pid);
+    QFile comm(proc + QStringLiteral("comm"));
+    if (!comm.open(QIODevice::ReadOnly)) return std::nullopt;
+    const QString shortName = QString::fromUtf8(comm.readAll()).trimmed();
+    // comm is cut at 15 characters: the program's file name comes from the command line.
+    QString program;
+    QFile cmdline(proc + QStringLiteral("cmdline"));
+    if (cmdline.open(QIODevice::ReadOnly)) {
+        const QByteArray first = cmdline.readAll().split('\0').value(0);
+        program = QFileInfo(QString::fromLocal8Bit(first)).fileName();
+    }
+    if (processName) *processName = shortName.isEmpty() ? program : shortName;
+    for (const QString& name : {program, shortName}) {
+        if (name.isEmpty()) continue;
+        if (auto entry = forProgram(name)) return entry;
+    }
+    return std::nullopt;
+}
+
 } // namespace ombry::linux_platform

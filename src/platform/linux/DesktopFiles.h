@@ -25,6 +25,9 @@ public:
     std::optional<DesktopEntry> forId(const QString& id);
     // The entry whose program (Exec) or id is this executable's file name.
     std::optional<DesktopEntry> forProgram(const QString& program);
+    // The entry of a running process's program (the file name of its command line, then its
+    // short name). processName, when given, receives the process's own name for when none fits.
+    std::optional<DesktopEntry> forProcess(int64_t pid, QString* processName = nullptr);
 
     // $XDG_DATA_HOME/applications first, then each of $XDG_DATA_DIRS: the first one of an id wins.
     static QStringList applicationDirs();

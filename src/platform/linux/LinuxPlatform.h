@@ -19,5 +19,7 @@ std::unique_ptr<AudioSystem> makeAudioSystem();
 std::unique_ptr<SpeechOutput> makeSpeechOutput();
 // The accessibility bus (AT-SPI), for X11 and Wayland sessions alike.
 std::unique_ptr<Accessibility> makeAccessibility();
+// The keyboard read from the keyboard devices (the input group), whatever the display server.
+std::unique_ptr<KeyboardHook> makeEvdevKeyboard();
 
 } // namespace ombry::linux_platform

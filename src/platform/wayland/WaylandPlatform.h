@@ -44,4 +44,14 @@ std::unique_ptr<GlobalShortcuts> makePortalShortcuts();
 // tokenFile (mode 0600) where the portal gives one, so the desktop asks only once.
 std::unique_ptr<KeyPoster> makeRemoteDesktopPoster(const QString& tokenFile);
 
+// The services of the session as Platform installs them: each takes the road the session
+// offers (SessionRoads), found at its first use.
+// The keyboard hook: no Wayland client sees the keys of others; the key comes from the desktop,
+// or from the keyboard devices where the user chose it.
+std::unique_ptr<KeyboardHook> makeKeyboardHook(DisplaySession& session);
+std::unique_ptr<KeyPoster> makeKeyPoster(DisplaySession& session);
+std::unique_ptr<Clipboard> makeClipboard(DisplaySession& session);
+// The window in front: the accessibility bus, then sway's or Hyprland's IPC.
+std::unique_ptr<Windows> makeWindows(Accessibility& accessibility);
+
 } // namespace ombry::wayland

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Desktop.h"
+#include "platform/KeyCodes.h"
 
 #include <X11/Xlib.h>
 #include <array>
@@ -43,23 +44,9 @@ private:
     std::map<uint16_t, int> post_;
 };
 
-// Whether a vocabulary code is a modifier key (its presses are flags-changed events).
-bool isModifierKey(uint16_t code);
-// The flags a held modifier key contributes: the modifier and its device bit.
-uint64_t flagsOfModifierKey(uint16_t code);
-
-// The modifiers held, kept from presses and releases since raw events carry no state.
-class ModifierState {
-public:
-    void press(int xkeycode, uint16_t code);
-    void release(int xkeycode);
-    bool held(int xkeycode) const { return held_.count(xkeycode) > 0; }
-    void clear() { held_.clear(); }
-    uint64_t flags() const;
-
-private:
-    std::map<int, uint16_t> held_;
-};
+using ombry::flagsOfModifierKey;
+using ombry::isModifierKey;
+using ombry::ModifierState;
 
 // How one key event was posted by this process.
 struct PostedKey {

@@ -125,23 +125,11 @@ bool X11Windows::activate(const AppWindow& window) {
 }
 
 QString X11Windows::applicationName(int64_t pid) {
-    if (pid <= 0) return {};
-    const QString proc = QStringLiteral("/proc/%1/").arg(pid);
-    QFile comm(proc + QStringLiteral("comm"));
-    if (!comm.open(QIODevice::ReadOnly)) return {};
-    const QString shortName = QString::fromUtf8(comm.readAll()).trimmed();
-    // comm is cut at 15 characters: the program's file name comes from the command line.
-    QString program;
-    QFile cmdline(proc + QStringLiteral("cmdline"));
-    if (cmdline.open(QIODevice::ReadOnly)) {
-        const QByteArray first = cmdline.readAll().split('\0').value(0);
-        program = QFileInfo(QString::fromLocal8Bit(first)).fileName();
-    }
-    for (const QString& name : {program, shortName}) {
-        if (const auto entry = desktopFiles_.forProgram(name); entry && !entry->name.isEmpty())
-            return entry->name;
-    }
-    return shortName.isEmpty() ? program : shortName;
+    QString processName;
+    if (const auto entry = desktopFiles_.forProcess(pid, &processName);
+        entry && !entry->name.isEmpty())
+        return entry->name;
+    return processName;
 }
 
 } // namespace ombry::x11

@@ -1,6 +1,8 @@
 // The tab "Autorisations": what the program can reach on this desktop.
 #include "views/settings/SettingsPage.h"
 
+#include "desktop/HotkeyMonitor.h"
+#include "desktop/SessionGuide.h"
 #include "dictation/DictationController.h"
 #include "platform/Platform.h"
 #include "views/common/Components.h"
@@ -8,9 +10,14 @@
 #include "views/settings/SettingsControls.h"
 #include "views/shell/Navigation.h"
 
+#include <QApplication>
+#include <QClipboard>
 #include <QHBoxLayout>
+#include <QPlainTextEdit>
+#include <QPointer>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace ombry {
@@ -39,8 +46,14 @@ QWidget* SettingsPage::permissions() {
     QVBoxLayout* c = nullptr;
     v->addWidget(card(&c));
     c->addWidget(text(QStringLiteral("Autorisations"), "cardTitle"));
-    c->addWidget(text(QStringLiteral("Ombry Voice entend ta touche de dictée par le serveur X et "
-                                     "ton micro par le serveur de son (PulseAudio ou PipeWire)."),
+    const bool wayland =
+        Platform::current().session().offer().display == SessionOffer::Display::Wayland;
+    c->addWidget(text(wayland ? QStringLiteral("Ombry Voice entend ta touche de dictée par les "
+                                               "raccourcis du bureau et ton micro par le "
+                                               "serveur de son (PulseAudio ou PipeWire).")
+                              : QStringLiteral("Ombry Voice entend ta touche de dictée par le "
+                                               "serveur X et ton micro par le serveur de son "
+                                               "(PulseAudio ou PipeWire)."),
                       "secondary"));
     const bool soundServer = Platform::current().audio().serverAvailable();
     const std::optional<QStringList> soundSettings = soundSettingsCommand();
@@ -70,7 +83,8 @@ QWidget* SettingsPage::permissions() {
     KeyboardHook& keyboard = Platform::current().keyboard();
     const bool keys = controller_.trusted() || keyboard.running();
     permissionRow(QStringLiteral("Accessibilité"), keys,
-                  keys ? QStringLiteral("Clavier global (XInput 2) et touches envoyées (XTest)")
+                  keys && wayland ? QStringLiteral("Raccourcis du bureau (carte « Ce bureau »)")
+                  : keys ? QStringLiteral("Clavier global (XInput 2) et touches envoyées (XTest)")
                   : keyboard.reason().isEmpty()
                       ? QStringLiteral("Le clavier global n'est pas disponible : il faut une "
                                        "session X11.")
@@ -79,8 +93,76 @@ QWidget* SettingsPage::permissions() {
     permissionRow(QStringLiteral("Audio système (sous-titres d'appel)"), soundServer,
                   QStringLiteral("Le son de tes applis, pris sur la sortie du serveur de son"),
                   bool(soundSettings));
+    v->addWidget(desktopCard());
     v->addStretch();
     return PageLook::scrolled(page);
+}
+
+// "Ce bureau": the road of each service on this desktop, what to do once, the lines to copy,
+// what does not work here, and a test of the dictation key.
+QWidget* SettingsPage::desktopCard() {
+    QVBoxLayout* c = nullptr;
+    QFrame* frame = card(&c);
+    frame->setObjectName(QStringLiteral("desktopCard"));
+    const GuideInput in = SessionStatus::shared().guideInput();
+    c->addWidget(text(QStringLiteral("Ce bureau"), "cardTitle"));
+    c->addWidget(text(describeForJournal(in.offer, in.roads)
+                          .section(QLatin1Char(','), 0, 0)
+                          .remove(QStringLiteral("bureau: ")),
+                      "secondary"));
+    for (const GuideRow& r : sessionGuide(in)) {
+        QLabel* state = text(r.road, r.works ? "ok" : "bad");
+        state->setObjectName(QStringLiteral("road"));
+        c->addWidget(row(r.service, r.todo, state));
+        if (r.lines.isEmpty()) continue;
+        auto* lines = new QPlainTextEdit(r.lines.join(QLatin1Char('\n')));
+        lines->setObjectName(QStringLiteral("desktopLines"));
+        lines->setReadOnly(true);
+        lines->setMaximumHeight(lines->fontMetrics().lineSpacing() * (int(r.lines.size()) + 2));
+        auto* copy = new QPushButton(QStringLiteral("Copier"));
+        connect(copy, &QPushButton::clicked, this, [text = r.lines.join(QLatin1Char('\n'))] {
+            QApplication::clipboard()->setText(text);
+        });
+        auto* h = new QHBoxLayout;
+        h->addWidget(lines, 1);
+        h->addWidget(copy, 0, Qt::AlignTop);
+        c->addLayout(h);
+    }
+    if (in.offer.display == SessionOffer::Display::Wayland)
+        addSwitch(c, "readKeyboardDevices", settings_, &AppSettings::readKeyboardDevices,
+                  &AppSettings::setReadKeyboardDevices,
+                  QStringLiteral("Lire le clavier directement"),
+                  QStringLiteral("Pour maintenir une touche seule (Alt Gr, Ctrl droite). Il faut "
+                                 "être membre du groupe input ; attention : tout programme lancé "
+                                 "par toi peut alors lire chaque touche tapée."));
+    const QStringList missing = missingOnDesktop(in);
+    if (!missing.isEmpty())
+        c->addWidget(
+            text(QStringLiteral("Ce qui ne marche pas ici : ") + missing.join(QLatin1Char(' ')),
+                 "secondary"));
+    // The test: the next press of the dictation key is shown here instead of dictating.
+    auto* result = text(QString(), "secondary");
+    result->setObjectName(QStringLiteral("keyTestResult"));
+    auto* test = new QPushButton(QStringLiteral("Tester la touche"));
+    test->setObjectName(QStringLiteral("keyTest"));
+    QPointer<QLabel> label(result);
+    connect(test, &QPushButton::clicked, this, [this, label] {
+        HotkeyMonitor& hotkey = controller_.hotkey();
+        label->setText(QStringLiteral("Appuie sur ta touche de dictée…"));
+        hotkey.keyTest = [label, &hotkey](bool pressed) {
+            if (!pressed) return;
+            if (label) label->setText(QStringLiteral("Touche reçue."));
+            hotkey.keyTest = nullptr;
+        };
+        QTimer::singleShot(10000, label, [label, &hotkey] {
+            if (!hotkey.keyTest) return;
+            hotkey.keyTest = nullptr;
+            label->setText(QStringLiteral("Aucune touche reçue en 10 s."));
+        });
+    });
+    c->addWidget(row(QStringLiteral("Essai"), QString(), test));
+    c->addWidget(result);
+    return frame;
 }
 
 } // namespace ombry

@@ -38,6 +38,7 @@ private:
     QWidget* correction();
     QWidget* account();
     QWidget* permissions();
+    QWidget* desktopCard();
     QWidget* advanced();
     void fillMicrophones(QComboBox* box);
     void refreshEngines();

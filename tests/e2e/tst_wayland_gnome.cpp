@@ -1,0 +1,111 @@
+// The whole program on a GNOME 43 desktop (mutter headless, its portals, no X server): the key
+// is a custom shortcut calling `ombry-voice --toggle`, the consent dialog of the RemoteDesktop
+// portal is answered as a user would, and the dictation is typed into a Qt field on Wayland,
+// accents intact, the user's clipboard untouched.
+#include "DesktopProgram.h"
+#include "GnomeSession.h"
+#include "Services.h"
+#include "SoundServer.h"
+
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace ombry;
+using namespace ombry::test;
+
+class TstWaylandGnome : public QObject {
+    Q_OBJECT
+    GnomeSession gnome;
+    SoundServer sound;
+    Services services;
+    DesktopProgram program;
+    QTemporaryDir files;
+    QString speech;
+
+    QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
+
+    // The desktop's shortcut runs the program with the switch.
+    bool toggle() {
+        QProcess p;
+        p.setProcessEnvironment(program.environment());
+        p.start(qEnvironmentVariable("OMBRY_BINARY"), {QStringLiteral("--toggle")});
+        return p.waitForFinished(5000) && p.exitCode() == 0 && p.readAll().isEmpty();
+    }
+
+    bool speak() {
+        QProcess player;
+        player.setProcessEnvironment(sound.environment());
+        player.start(QStringLiteral("paplay"),
+                     {QStringLiteral("-d"), QStringLiteral("mic"), speech});
+        return player.waitForFinished(20000) && player.exitCode() == 0;
+    }
+
+private Q_SLOTS:
+    void initTestCase() {
+        if (!GnomeSession::installed()) QSKIP("mutter et xdg-desktop-portal-gnome absents");
+        if (!SoundServer::installed()) QSKIP("pulseaudio n'est pas installé");
+        QVERIFY2(gnome.start(), qPrintable(gnome.error()));
+        QVERIFY2(sound.start(), qPrintable(sound.error()));
+        speech = files.filePath(QStringLiteral("phrase.wav"));
+        QVERIFY(SoundServer::makeSpeech(QStringLiteral("Déjà, bonjour à l'équipe."),
+                                        QStringLiteral("fr"), speech));
+        program.writeSettings(QJsonObject{{"microphoneUID", "testmic"},
+                                          {"language", "fr"},
+                                          {"ownKeyMode", true},
+                                          {"transcriptionEngine", "gemini"},
+                                          {"rewriteEngine", "openRouter"},
+                                          {"sounds", false}});
+        program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), QStringLiteral("sk-or-test"));
+        program.setEnv(QStringLiteral("OMBRY_OPENROUTER_URL"), services.url());
+        program.setEnv(QStringLiteral("OMBRY_LANGUAGETOOL_URL"), services.url());
+        // On the GNOME desktop, over its bus, with no X server at all.
+        for (const char* name : {"WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR",
+                                 "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE"})
+            program.setEnv(QLatin1String(name), qEnvironmentVariable(name));
+        program.setEnv(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
+        program.setEnv(QStringLiteral("DISPLAY"), {});
+    }
+
+    void cleanupTestCase() {
+        if (program.running()) QCOMPARE(program.stop(), 0);
+    }
+
+    void toggleTypesTheDictation() {
+        QVERIFY(gnome.openField(QStringLiteral("presse-papiers de l'utilisateur")));
+        QVERIFY2(program.start(), qPrintable(program.error()));
+        const auto roads = program.waitForLine(QStringLiteral("bureau: "), 0);
+        QVERIFY(roads);
+        QVERIFY2(roads->contains(QStringLiteral("touche=raccourci (sans les mains)")) &&
+                     roads->contains(QStringLiteral("(frappe du texte)")),
+                 qPrintable(*roads));
+        // The portal asks once a session; the user says yes.
+        QVERIFY2(gnome.answerConsentDialog(), qPrintable(journalSince(0)));
+        QVERIFY2(program.waitForLine(QStringLiteral("collage: envoi des touches prêt"), 0, 15000),
+                 qPrintable(journalSince(0)));
+        // The first key the portal sends (a harmless one, as mutter loses the first) is where
+        // the field copies the user's text.
+        QTRY_COMPARE_WITH_TIMEOUT(gnome.fieldClipboard(),
+                                  QStringLiteral("presse-papiers de l'utilisateur"), 5000);
+
+        services.transcript = QStringLiteral("déjà bonjour à l'équipe");
+        services.textModel = [](const QString&, const QString&) {
+            return QStringLiteral("Déjà, bonjour à l'équipe !");
+        };
+        const int mark = program.mark();
+        QVERIFY(toggle());
+        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(speak());
+        QTest::qWait(300);
+        QVERIFY(toggle());
+        QTRY_COMPARE_WITH_TIMEOUT(gnome.fieldText(), QStringLiteral("Déjà, bonjour à l'équipe !"),
+                                  20000);
+        QCOMPARE(services.calls, QStringList({"parole", "texte"}));
+        QTest::qWait(500);
+        QCOMPARE(gnome.fieldClipboard(), QStringLiteral("presse-papiers de l'utilisateur"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstWaylandGnome)
+#include "tst_wayland_gnome.moc"

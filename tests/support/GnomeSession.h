@@ -1,0 +1,50 @@
+#pragma once
+
+#include "SessionBus.h"
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QTemporaryDir>
+
+namespace ombry::test {
+
+// A headless GNOME desktop for a test: mutter on a virtual monitor with its portals
+// (xdg-desktop-portal-gnome only) on a private session bus, and a text field of another
+// application on it. start() points this process's environment at it (WAYLAND_DISPLAY,
+// XDG_CURRENT_DESKTOP, the bus), so that programs started afterwards join it; call it before
+// the application object is made.
+class GnomeSession {
+public:
+    GnomeSession() = default;
+    ~GnomeSession();
+    GnomeSession(const GnomeSession&) = delete;
+    GnomeSession& operator=(const GnomeSession&) = delete;
+
+    static bool installed();
+    bool start();
+    QString error() const { return error_; }
+
+    // The field (tests/support/field), focused, with `clipboard` copied from it.
+    bool openField(const QString& clipboard);
+    // Its text and what it saw on the clipboard, last reported; read while the loop turns.
+    QString fieldText();
+    QString fieldClipboard();
+    // Answers the portal's consent dialog (switches on, "Share") as a user would, through the
+    // accessibility bus, once it shows; false when none came.
+    bool answerConsentDialog(int timeoutMs = 15000);
+
+private:
+    void readField();
+
+    SessionBus bus_;
+    QTemporaryDir portals_;
+    QProcess mutter_;
+    QProcess field_;
+    QByteArray fieldOut_;
+    QString text_, clipboard_;
+    bool ready_ = false;
+    QString error_;
+};
+
+} // namespace ombry::test
