@@ -1,10 +1,10 @@
 #include "platform/wayland/Keymap.h"
 
 #include "platform/Desktop.h"
+#include "platform/KeyCodes.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <linux/input-event-codes.h>
 #include <utility>
 #include <xkbcommon/xkbcommon.h>
 
@@ -22,43 +22,12 @@ std::shared_ptr<xkb_context> newContext() {
     return std::shared_ptr<xkb_context>(context, xkb_context_unref);
 }
 
-// The key of the program on a QWERTY keyboard, tried first: a keymap may give the same keysym
-// on keys that no keyboard has (AltGr's ISO_Level3_Shift on <LVL3> too).
+// The key of the program on a PC keyboard, tried first: a keymap may give the same keysym on
+// keys that no keyboard has (AltGr's ISO_Level3_Shift on <LVL3> too). 0 when none.
 uint32_t usualKey(uint16_t programKey) {
-    switch (programKey) {
-    case keycode::C:
-        return KEY_C;
-    case keycode::V:
-        return KEY_V;
-    case keycode::R:
-        return KEY_R;
-    case keycode::Return:
-        return KEY_ENTER;
-    case keycode::Escape:
-        return KEY_ESC;
-    case keycode::Insert:
-        return KEY_INSERT;
-    case keycode::LeftShift:
-        return KEY_LEFTSHIFT;
-    case keycode::RightShift:
-        return KEY_RIGHTSHIFT;
-    case keycode::LeftControl:
-        return KEY_LEFTCTRL;
-    case keycode::RightControl:
-        return KEY_RIGHTCTRL;
-    case keycode::LeftOption:
-        return KEY_LEFTALT;
-    case keycode::RightOption:
-        return KEY_RIGHTALT;
-    case keycode::LeftCommand:
-        return KEY_LEFTMETA;
-    case keycode::RightCommand:
-        return KEY_RIGHTMETA;
-    case keycode::Fn:
-        return KEY_COMPOSE;
-    default:
-        return 0;
-    }
+    for (int evdev = 1; evdev < 256; ++evdev)
+        if (codeForEvdevKey(evdev) == programKey) return uint32_t(evdev);
+    return 0;
 }
 
 // The keysyms that may give a key of the program, best first.
