@@ -11,7 +11,9 @@ PACKAGES=(
   libcld2-dev libespeak-ng-dev espeak-ng
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
   libsecret-1-dev libssl-dev libarchive-dev
+  libwayland-dev wayland-protocols libxkbcommon-dev
   xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core
+  sway wtype wl-clipboard qt6-wayland
   fonts-dejavu-core
   python3-dbusmock
   kwin-wayland xdg-desktop-portal-kde qtwayland5 qt6-wayland wl-clipboard

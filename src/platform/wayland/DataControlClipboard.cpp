@@ -1,0 +1,415 @@
+// CLIPBOARD and PRIMARY through the wlr data-control protocol, which reads and sets a seat's
+// selections without a focused window (a clipboard manager's road). The connection is the
+// service's own, dispatched from a QSocketNotifier on the main thread; every wait on it has a
+// deadline, and a compositor that goes away leaves the service empty until the next call,
+// which connects again.
+#include "platform/wayland/Pipes.h"
+#include "platform/wayland/WaylandConnection.h"
+#include "platform/wayland/WaylandPlatform.h"
+
+#include "wlr-data-control-unstable-v1-client-protocol.h"
+
+#include <QCoreApplication>
+#include <QHash>
+#include <QSet>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <fcntl.h>
+#include <list>
+#include <unistd.h>
+#include <wayland-client.h>
+
+namespace ombry::wayland {
+
+namespace {
+
+// The longest a call waits for the compositor or for another client's data.
+constexpr int answerMs = 1000;
+// How long a reader that takes nothing keeps a write of ours open.
+constexpr int writeMs = 5000;
+
+enum Board { Clipboard_, Primary_ };
+
+const QStringList& textTypes() {
+    static const QStringList types = {QStringLiteral("text/plain;charset=utf-8"),
+                                      QStringLiteral("text/plain"), QStringLiteral("UTF8_STRING"),
+                                      QStringLiteral("TEXT"), QStringLiteral("STRING")};
+    return types;
+}
+
+// Targets of the X11 selection protocol that XWayland passes on: no content of their own.
+bool isProtocolTarget(const QString& type) {
+    static const QSet<QString> targets = {
+        QStringLiteral("TARGETS"),         QStringLiteral("MULTIPLE"),
+        QStringLiteral("TIMESTAMP"),       QStringLiteral("SAVE_TARGETS"),
+        QStringLiteral("DELETE"),          QStringLiteral("INCR"),
+        QStringLiteral("INSERT_PROPERTY"), QStringLiteral("INSERT_SELECTION"),
+    };
+    return targets.contains(type);
+}
+
+// Writes bytes to a reader's pipe from the event loop, as fast as the reader takes them, and
+// closes it at the end, when the reader goes, or after writeMs.
+class PipeWriter : public QObject {
+public:
+    // Writes what the pipe takes now; the rest, if any, from the event loop.
+    static void start(int fd, QByteArray bytes) {
+        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+        qsizetype done = 0;
+        if (writeMore(fd, bytes, done) || !QCoreApplication::instance()) {
+            close(fd);
+            return;
+        }
+        new PipeWriter(fd, std::move(bytes), done);
+    }
+    ~PipeWriter() override { close(fd_); }
+
+private:
+    PipeWriter(int fd, QByteArray bytes, qsizetype done)
+        : fd_(fd), bytes_(std::move(bytes)), done_(done),
+          notifier_(new QSocketNotifier(fd, QSocketNotifier::Write, this)) {
+        connect(notifier_, &QSocketNotifier::activated, this, [this] {
+            if (writeMore(fd_, bytes_, done_)) finish();
+        });
+        QTimer::singleShot(writeMs, this, [this] { finish(); });
+    }
+    // True once nothing more is to be written (all written, or the reader has gone).
+    static bool writeMore(int fd, const QByteArray& bytes, qsizetype& done) {
+        while (done < bytes.size()) {
+            const ssize_t n = writeSome(fd, bytes.constData() + done, size_t(bytes.size() - done));
+            if (n < 0) return errno != EAGAIN && errno != EWOULDBLOCK;
+            done += n;
+        }
+        return true;
+    }
+    void finish() {
+        notifier_->setEnabled(false);
+        deleteLater();
+    }
+
+    int fd_;
+    QByteArray bytes_;
+    qsizetype done_;
+    QSocketNotifier* notifier_;
+};
+
+class DataControlClipboard final : public Clipboard {
+public:
+    ~DataControlClipboard() override { reset(); }
+
+    ClipboardSnapshot snapshot() override { return snapshotOf(Clipboard_); }
+    void restore(const ClipboardSnapshot& snapshot) override { serve(Clipboard_, snapshot, {}); }
+    void clear() override { serve(Clipboard_, {}, {}); }
+
+    void setText(const QString& text, bool alsoPrimary,
+                 std::function<void(const ClipboardFetch&)> onFetched) override {
+        if (!update()) return;
+        ClipboardSnapshot formats;
+        const QByteArray bytes = text.toUtf8();
+        for (const QString& type : textTypes())
+            formats.append({type, bytes});
+        // One wait for both selections; PRIMARY only where the compositor has it.
+        const bool primary = alsoPrimary && primaryOffered();
+        serve(Clipboard_, formats, onFetched, !primary);
+        if (primary) serve(Primary_, formats, onFetched);
+    }
+
+    std::optional<QString> text() override { return textOf(Clipboard_); }
+    uint64_t changeCount() override {
+        update();
+        return boards_[Clipboard_].changes;
+    }
+
+    // PRIMARY held by this program is the text of its own last paste (or what it put back):
+    // never a selection in the window in front.
+    std::optional<QString> selectedText() override {
+        if (!update() || !primaryOffered() || boards_[Primary_].own) return std::nullopt;
+        return textOf(Primary_);
+    }
+    // Wayland does not tell which client set a selection: the caller asks the accessibility
+    // bus instead.
+    bool primaryOwnedBy(const AppWindow&) override { return false; }
+
+    ClipboardSnapshot selectionSnapshot() override {
+        if (!update() || !primaryOffered()) return {};
+        return snapshotOf(Primary_);
+    }
+    void restoreSelection(const ClipboardSnapshot& snapshot) override {
+        if (update() && primaryOffered()) serve(Primary_, snapshot, {});
+    }
+    uint64_t selectionChangeCount() override {
+        update();
+        return boards_[Primary_].changes;
+    }
+
+private:
+    // Content this process serves on one selection.
+    struct Served {
+        DataControlClipboard* clipboard = nullptr;
+        zwlr_data_control_source_v1* source = nullptr;
+        Board board = Clipboard_;
+        ClipboardSnapshot formats;
+        std::function<void(const ClipboardFetch&)> onFetched;
+    };
+    struct State {
+        zwlr_data_control_offer_v1* offer = nullptr; // what the selection holds now
+        QStringList types;                           // ... in the owner's order
+        Served* own = nullptr;                       // ours, while no one took it since
+        uint64_t changes = 0;
+        bool seen = false; // the state at connection came (it is no change)
+    };
+
+    bool primaryOffered() const { return managerVersion_ >= 2; }
+
+    // Connected, with the events that have arrived handled.
+    bool update() {
+        if (connection_.isOpen() && (connection_.failed() || finished_)) reset();
+        if (!connection_.isOpen() && !connect()) return false;
+        if (!connection_.dispatch(0) || connection_.failed()) {
+            reset();
+            return false;
+        }
+        return true;
+    }
+
+    bool connect() {
+        if (!connection_.open(answerMs)) return false;
+        manager_ = static_cast<zwlr_data_control_manager_v1*>(
+            connection_.bind(&zwlr_data_control_manager_v1_interface, 2, &managerVersion_));
+        seat_ = static_cast<wl_seat*>(connection_.bind(&wl_seat_interface, 1));
+        if (!manager_ || !seat_) {
+            reset();
+            return false;
+        }
+        device_ = zwlr_data_control_manager_v1_get_data_device(manager_, seat_);
+        zwlr_data_control_device_v1_add_listener(device_, &deviceListener, this);
+        // The selections as they are now come at once.
+        if (!connection_.roundtrip(answerMs)) {
+            reset();
+            return false;
+        }
+        if (QCoreApplication::instance()) {
+            notifier_ = new QSocketNotifier(connection_.fd(), QSocketNotifier::Read);
+            QObject::connect(notifier_, &QSocketNotifier::activated, notifier_, [this] {
+                if (!connection_.dispatch(0) || connection_.failed()) reset();
+            });
+        }
+        return true;
+    }
+
+    void reset() {
+        if (notifier_) {
+            // reset() may run inside the notifier's own signal.
+            notifier_->setEnabled(false);
+            notifier_->deleteLater();
+            notifier_ = nullptr;
+        }
+        for (const auto& served : served_)
+            zwlr_data_control_source_v1_destroy(served->source);
+        served_.clear();
+        for (State& state : boards_) {
+            if (state.offer) zwlr_data_control_offer_v1_destroy(state.offer);
+            state.offer = nullptr;
+            state.types.clear();
+            state.own = nullptr;
+            state.seen = false;
+        }
+        for (auto it = pendingOffers_.begin(); it != pendingOffers_.end(); ++it)
+            zwlr_data_control_offer_v1_destroy(it.key());
+        pendingOffers_.clear();
+        if (device_) zwlr_data_control_device_v1_destroy(device_);
+        if (seat_) wl_seat_destroy(seat_);
+        if (manager_) zwlr_data_control_manager_v1_destroy(manager_);
+        device_ = nullptr;
+        seat_ = nullptr;
+        manager_ = nullptr;
+        managerVersion_ = 0;
+        finished_ = false;
+        connection_.close();
+    }
+
+    // Puts formats on a selection (none: empties it), served from here; waits until the
+    // compositor has made it the selection, so that a paste right after reads it.
+    void serve(Board board, const ClipboardSnapshot& formats,
+               std::function<void(const ClipboardFetch&)> onFetched, bool wait = true) {
+        if (!update()) return;
+        zwlr_data_control_source_v1* source = nullptr;
+        if (!formats.isEmpty()) {
+            source = zwlr_data_control_manager_v1_create_data_source(manager_);
+            auto served = std::make_unique<Served>();
+            served->clipboard = this;
+            served->source = source;
+            served->board = board;
+            served->formats = formats;
+            served->onFetched = std::move(onFetched);
+            zwlr_data_control_source_v1_add_listener(source, &sourceListener, served.get());
+            QSet<QString> offered;
+            for (const auto& [type, bytes] : formats) {
+                if (offered.contains(type)) continue;
+                offered.insert(type);
+                zwlr_data_control_source_v1_offer(source, type.toUtf8().constData());
+            }
+            boards_[board].own = served.get();
+            served_.push_back(std::move(served));
+        } else {
+            boards_[board].own = nullptr;
+        }
+        if (board == Primary_)
+            zwlr_data_control_device_v1_set_primary_selection(device_, source);
+        else
+            zwlr_data_control_device_v1_set_selection(device_, source);
+        if (wait)
+            connection_.roundtrip(answerMs);
+        else
+            connection_.flush();
+        if (connection_.failed()) reset();
+    }
+
+    // Every format of a selection, read at once from its owner with one deadline for all.
+    ClipboardSnapshot snapshotOf(Board board) {
+        if (!update()) return {};
+        const State& state = boards_[board];
+        if (state.own) return state.own->formats; // ours: no need to ask ourselves
+        QStringList types;
+        for (const QString& type : state.types)
+            if (!isProtocolTarget(type) && !types.contains(type)) types.append(type);
+        return read(board, types);
+    }
+
+    std::optional<QString> textOf(Board board) {
+        if (!update()) return std::nullopt;
+        const State& state = boards_[board];
+        const ClipboardSnapshot& formats = state.own ? state.own->formats : ClipboardSnapshot{};
+        for (const QString& type : textTypes()) {
+            if (state.own) {
+                for (const auto& [format, bytes] : formats)
+                    if (format == type) return QString::fromUtf8(bytes);
+            } else if (state.types.contains(type)) {
+                const ClipboardSnapshot got = read(board, {type});
+                if (got.isEmpty()) return std::nullopt;
+                return QString::fromUtf8(got.first().second);
+            }
+        }
+        return std::nullopt;
+    }
+
+    ClipboardSnapshot read(Board board, const QStringList& types) {
+        zwlr_data_control_offer_v1* offer = boards_[board].offer;
+        if (!offer || types.isEmpty()) return {};
+        QList<int> fds;
+        QStringList asked;
+        for (const QString& type : types) {
+            int ends[2];
+            if (pipe2(ends, O_CLOEXEC) != 0) continue;
+            zwlr_data_control_offer_v1_receive(offer, type.toUtf8().constData(), ends[1]);
+            close(ends[1]); // libwayland sends a duplicate
+            fds.append(ends[0]);
+            asked.append(type);
+        }
+        connection_.flush();
+        const QList<PipeRead> reads = readPipes(fds, answerMs);
+        ClipboardSnapshot out;
+        QStringList late;
+        for (qsizetype i = 0; i < asked.size(); ++i) {
+            close(fds[i]);
+            if (!reads[i].complete)
+                late.append(asked[i]);
+            else if (!reads[i].bytes.isEmpty()) // a format that gives no data is passed over
+                out.append({asked[i], reads[i].bytes});
+        }
+        if (!late.isEmpty())
+            qWarning("presse-papiers : le propriétaire n'a pas donné à temps %s, laissé de côté",
+                     qPrintable(late.join(QStringLiteral(", "))));
+        return out;
+    }
+
+    // Events of the data device and of the offers.
+    static void onDataOffer(void* self, zwlr_data_control_device_v1*,
+                            zwlr_data_control_offer_v1* offer) {
+        static_cast<DataControlClipboard*>(self)->pendingOffers_.insert(offer, {});
+        zwlr_data_control_offer_v1_add_listener(offer, &offerListener, self);
+    }
+    static void onOfferType(void* self, zwlr_data_control_offer_v1* offer, const char* type) {
+        auto& pending = static_cast<DataControlClipboard*>(self)->pendingOffers_;
+        if (const auto it = pending.find(offer); it != pending.end())
+            it->append(QString::fromUtf8(type));
+    }
+    void selectionChanged(Board board, zwlr_data_control_offer_v1* offer) {
+        State& state = boards_[board];
+        if (state.offer && state.offer != offer) zwlr_data_control_offer_v1_destroy(state.offer);
+        state.offer = offer;
+        state.types = offer ? pendingOffers_.take(offer) : QStringList();
+        if (state.seen) ++state.changes;
+        state.seen = true;
+    }
+    static void onSelection(void* self, zwlr_data_control_device_v1*,
+                            zwlr_data_control_offer_v1* offer) {
+        static_cast<DataControlClipboard*>(self)->selectionChanged(Clipboard_, offer);
+    }
+    static void onPrimarySelection(void* self, zwlr_data_control_device_v1*,
+                                   zwlr_data_control_offer_v1* offer) {
+        static_cast<DataControlClipboard*>(self)->selectionChanged(Primary_, offer);
+    }
+    static void onFinished(void* self, zwlr_data_control_device_v1*) {
+        // The seat is gone: the next call connects again.
+        static_cast<DataControlClipboard*>(self)->finished_ = true;
+    }
+
+    // Events of our sources.
+    static void onSend(void* data, zwlr_data_control_source_v1*, const char* type, int32_t fd) {
+        auto* served = static_cast<Served*>(data);
+        const QString wanted = QString::fromUtf8(type);
+        QByteArray bytes;
+        bool found = false;
+        for (const auto& [format, content] : served->formats) {
+            if (format == wanted) {
+                bytes = content;
+                found = true;
+                break;
+            }
+        }
+        PipeWriter::start(fd, bytes);
+        // Another client reads (this process reads its own content without asking); which
+        // one Wayland does not tell.
+        if (found && served->onFetched) {
+            auto callback = served->onFetched;
+            if (QCoreApplication::instance())
+                QTimer::singleShot(0, QCoreApplication::instance(),
+                                   [callback] { callback(ClipboardFetch{}); });
+            else
+                callback(ClipboardFetch{});
+        }
+    }
+    static void onCancelled(void* data, zwlr_data_control_source_v1* source) {
+        auto* served = static_cast<Served*>(data);
+        DataControlClipboard* clipboard = served->clipboard;
+        State& state = clipboard->boards_[served->board];
+        if (state.own == served) state.own = nullptr;
+        zwlr_data_control_source_v1_destroy(source);
+        clipboard->served_.remove_if([served](const auto& s) { return s.get() == served; });
+    }
+
+    static constexpr zwlr_data_control_device_v1_listener deviceListener = {
+        onDataOffer, onSelection, onFinished, onPrimarySelection};
+    static constexpr zwlr_data_control_offer_v1_listener offerListener = {onOfferType};
+    static constexpr zwlr_data_control_source_v1_listener sourceListener = {onSend, onCancelled};
+
+    Connection connection_;
+    zwlr_data_control_manager_v1* manager_ = nullptr;
+    uint32_t managerVersion_ = 0;
+    wl_seat* seat_ = nullptr;
+    zwlr_data_control_device_v1* device_ = nullptr;
+    QSocketNotifier* notifier_ = nullptr;
+    bool finished_ = false;                                         // the device is no longer valid
+    QHash<zwlr_data_control_offer_v1*, QStringList> pendingOffers_; // types, until named
+    State boards_[2];
+    std::list<std::unique_ptr<Served>> served_;
+};
+
+} // namespace
+
+std::unique_ptr<Clipboard> makeDataControlClipboard() {
+    return std::make_unique<DataControlClipboard>();
+}
+
+} // namespace ombry::wayland

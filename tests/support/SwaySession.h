@@ -1,0 +1,65 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <sys/types.h>
+
+class QProcess;
+
+namespace ombry::test {
+
+// A private headless sway (wlroots) for the tests of the Wayland services: no screen, no input
+// device, a software renderer. sway refuses to run as root, so a root test process runs it as
+// the unprivileged user "ombrytest" (made once, when missing) in a fresh runtime folder of that
+// user; root still connects to its sockets. A long-lived wtype keeps a keyboard on the seat (a
+// seat without one loses the first key of a new keyboard).
+//
+// start() sets WAYLAND_DISPLAY, XDG_RUNTIME_DIR and SWAYSOCK in this process's environment, so
+// the services of the program and every program started here (wl-copy, wl-paste, the target)
+// use this compositor. stop() or the destructor ends everything it started.
+class SwaySession {
+public:
+    SwaySession() = default;
+    ~SwaySession();
+    SwaySession(const SwaySession&) = delete;
+    SwaySession& operator=(const SwaySession&) = delete;
+
+    // sway, wtype and wl-clipboard are installed.
+    static bool installed();
+
+    bool start();
+    void stop();
+    bool running() const { return sway_ > 0; }
+    QString error() const { return error_; }
+    QString runtimeDir() const { return runtimeDir_; }
+
+    // Runs a program of the session while the event loop turns (this process may have to
+    // serve it a selection meanwhile).
+    struct Result {
+        bool finished = false;
+        int exitCode = -1;
+        QByteArray out;
+    };
+    Result run(const QString& program, const QStringList& args, int timeoutMs = 5000);
+
+    // A program left running until the end of the session (a wl-copy that serves a selection).
+    QProcess* launch(const QString& program, const QStringList& args);
+
+    // The target: the test field (OMBRY_WAYLAND_TARGET, a Qt 6 text field) on Wayland, mapped and
+    // focused. Needs the event loop.
+    bool openTarget();
+    QString targetText() const { return targetText_; }
+    qint64 targetPid() const;
+
+private:
+    pid_t sway_ = 0;
+    QString runtimeDir_;
+    QString error_;
+    QList<QProcess*> children_;
+    QProcess* target_ = nullptr;
+    QString targetText_;
+    bool targetReady_ = false;
+};
+
+} // namespace ombry::test
