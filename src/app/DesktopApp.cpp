@@ -85,6 +85,9 @@ void openDesktopRoads(DictationController& controller) {
     Platform& p = Platform::current();
     Log::write(describeForJournal(p.session().offer(), p.session().roads()));
     if (p.session().offer().display != SessionOffer::Display::Wayland) return;
+    // Applications say which of their windows is active on the accessibility bus; those
+    // started from now on say it once the bus is switched on.
+    p.accessibility().followActiveWindow();
     Log::write(QStringLiteral("fenêtre: une application Wayland ne peut pas en activer une "
                               "autre, la fenêtre de départ ne sera pas ramenée"));
     QPointer<DictationController> guard(&controller);

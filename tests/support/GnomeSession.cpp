@@ -6,6 +6,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QThread>
 
@@ -66,16 +67,26 @@ bool GnomeSession::start() {
         error_ = QStringLiteral("bus de session privé impossible");
         return false;
     }
-    mutter_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    mutter_.setStandardOutputFile(QProcess::nullDevice());
+    // With its X server (XWayland), as a GNOME session has one: it says which display it took.
+    mutter_.setProcessChannelMode(QProcess::MergedChannels);
+    QByteArray said;
+    QObject::connect(&mutter_, &QProcess::readyRead, [this, &said] {
+        said += mutter_.readAll();
+        const qsizetype at = said.indexOf("Using public X11 display ");
+        if (at >= 0 && display_.isEmpty()) {
+            const QByteArray rest = said.mid(at + 25);
+            const qsizetype end = rest.indexOf(',');
+            if (end > 0) display_ = QString::fromLatin1(rest.left(end));
+        }
+    });
     mutter_.start(QStringLiteral("mutter"),
                   {QStringLiteral("--wayland"), QStringLiteral("--headless"),
-                   QStringLiteral("--no-x11"), QStringLiteral("--virtual-monitor"),
-                   QStringLiteral("1280x800"), QStringLiteral("--wayland-display"), kDisplay});
+                   QStringLiteral("--virtual-monitor"), QStringLiteral("1280x800"),
+                   QStringLiteral("--wayland-display"), kDisplay});
     const QString socket = QDir(qEnvironmentVariable("XDG_RUNTIME_DIR")).filePath(kDisplay);
     const bool up = waitUntil(
         [&] {
-            return QFile::exists(socket) &&
+            return QFile::exists(socket) && !display_.isEmpty() &&
                    QDBusConnection::sessionBus().interface()->isServiceRegistered(
                        QStringLiteral("org.gnome.Mutter.RemoteDesktop"));
         },
@@ -84,8 +95,18 @@ bool GnomeSession::start() {
         error_ = QStringLiteral("mutter ne démarre pas");
         return false;
     }
+    QObject::disconnect(&mutter_, &QProcess::readyRead, nullptr, nullptr);
+    mutter_.setReadChannel(QProcess::StandardOutput);
+    QObject::connect(&mutter_, &QProcess::readyRead, [this] { mutter_.readAll(); });
     // By its whole path: the sound server of the test takes XDG_RUNTIME_DIR for itself.
     qputenv("WAYLAND_DISPLAY", QFile::encodeName(socket));
+    qputenv("DISPLAY", display_.toUtf8());
+    // XWayland admits the clients that show mutter's cookie.
+    const QStringList cookies =
+        QDir(QFileInfo(socket).path())
+            .entryList({QStringLiteral(".mutter-Xwaylandauth.*")}, QDir::Files | QDir::Hidden);
+    if (!cookies.isEmpty())
+        qputenv("XAUTHORITY", QFile::encodeName(QFileInfo(socket).dir().filePath(cookies.first())));
     return true;
 }
 
@@ -122,13 +143,21 @@ QString GnomeSession::fieldClipboard() {
     return clipboard_;
 }
 
+bool GnomeSession::typeKeys(const QStringList& keysyms) {
+    QProcess keys;
+    keys.start(QStringLiteral("/usr/bin/python3"),
+               QStringList{supportFile(QStringLiteral("wayland/mutter_keys.py"))} + keysyms);
+    return keys.waitForFinished(10000) && keys.exitCode() == 0;
+}
+
 bool GnomeSession::answerConsentDialog(int timeoutMs) {
     return waitUntil(
         [] {
             QProcess answer;
             answer.start(QStringLiteral("/usr/bin/python3"),
                          {supportFile(QStringLiteral("wayland/answer_portal_dialog.py"))});
-            return answer.waitForFinished(10000) && answer.exitCode() == 0;
+            const bool done = answer.waitForFinished(10000) && answer.exitCode() == 0;
+            return done;
         },
         timeoutMs);
 }

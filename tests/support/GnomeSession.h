@@ -9,11 +9,11 @@
 
 namespace ombry::test {
 
-// A headless GNOME desktop for a test: mutter on a virtual monitor with its portals
-// (xdg-desktop-portal-gnome only) on a private session bus, and a text field of another
-// application on it. start() points this process's environment at it (WAYLAND_DISPLAY,
-// XDG_CURRENT_DESKTOP, the bus), so that programs started afterwards join it; call it before
-// the application object is made.
+// A headless GNOME desktop for a test: mutter on a virtual monitor with its XWayland and its
+// portals (xdg-desktop-portal-gnome only) on a private session bus, and a text field of another
+// application on it (a native Wayland client). start() points this process's environment at it
+// (WAYLAND_DISPLAY, DISPLAY, XDG_CURRENT_DESKTOP, the bus), so that programs started afterwards
+// join it; call it before the application object is made.
 class GnomeSession {
 public:
     GnomeSession() = default;
@@ -30,6 +30,9 @@ public:
     // Its text and what it saw on the clipboard, last reported; read while the loop turns.
     QString fieldText();
     QString fieldClipboard();
+    // Keys typed by the user into the window in front (keysyms, "0xffe1" for Shift), through
+    // mutter's own remote desktop; mutter loses the first key of a session.
+    bool typeKeys(const QStringList& keysyms);
     // Answers the portal's consent dialog (switches on, "Share") as a user would, through the
     // accessibility bus, once it shows; false when none came.
     bool answerConsentDialog(int timeoutMs = 15000);
@@ -45,6 +48,7 @@ private:
     QString text_, clipboard_;
     bool ready_ = false;
     QString error_;
+    QString display_; // mutter's XWayland
 };
 
 } // namespace ombry::test

@@ -109,7 +109,7 @@ bool KdeSession::openTarget() {
 void KdeSession::readTarget() {
     while (target_.canReadLine()) {
         const QByteArray line = target_.readLine().trimmed();
-        if (line == "FOCUS") {
+        if (line.startsWith("FOCUS")) {
             target_.setProperty("focused", true);
         } else if (line.startsWith("TEXT ")) {
             const QList<QByteArray> words = line.split(' ');

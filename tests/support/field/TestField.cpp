@@ -2,6 +2,7 @@
 // text, focused at start. It prints one line per event, "WHAT MS VALUE", MS being the wall-clock
 // time in milliseconds and VALUE percent-encoded UTF-8:
 //   FOCUS MS          the field has the keyboard focus;
+//   BLUR MS           its window lost it;
 //   TEXT MS text      its text changed;
 //   CLIP MS text      the clipboard it sees changed.
 // With an argument it puts that text on the clipboard at the first key it gets, as a user's
@@ -26,6 +27,7 @@ class FirstKey : public QObject {
 public:
     explicit FirstKey(QString text) : text_(std::move(text)) {}
     bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::WindowDeactivate) say("BLUR");
         if (!text_.isEmpty() &&
             (event->type() == QEvent::KeyPress || event->type() == QEvent::KeyRelease)) {
             QApplication::clipboard()->setText(text_);
