@@ -61,8 +61,12 @@ bool KdeSession::start() {
         error_ = QStringLiteral("copie de kwin_wayland impossible");
         return false;
     }
-    compositor_ = spawn({QFile::encodeName(compositor), "--virtual", "--width", "1280", "--height",
-                         "800", "--socket", kSocket, "--no-lockscreen"},
+    // With its X server (XWayland), as a Plasma session has one: the socket it adds is its
+    // display.
+    const QDir xSockets(QStringLiteral("/tmp/.X11-unix"));
+    const QStringList xBefore = xSockets.entryList(QDir::System);
+    compositor_ = spawn({QFile::encodeName(compositor), "--virtual", "--xwayland", "--width",
+                         "1280", "--height", "800", "--socket", kSocket, "--no-lockscreen"},
                         QFile::encodeName(dir_.filePath(QStringLiteral("kwin.log"))));
     const QString socket =
         QDir(qEnvironmentVariable("XDG_RUNTIME_DIR")).filePath(QString::fromLatin1(kSocket));
@@ -73,6 +77,16 @@ bool KdeSession::start() {
                    bus->isServiceRegistered(QStringLiteral("org.kde.kglobalaccel"));
         },
         20000);
+    QString display;
+    const bool xReady = ready && QTest::qWaitFor(
+                                     [&] {
+                                         for (const QString& x : xSockets.entryList(QDir::System))
+                                             if (!xBefore.contains(x) && x.startsWith('X'))
+                                                 display = QLatin1Char(':') + x.mid(1);
+                                         return !display.isEmpty();
+                                     },
+                                     10000);
+    if (xReady) qputenv("DISPLAY", display.toUtf8());
     if (!ready) {
         error_ = QStringLiteral("kwin_wayland n'a pas démarré : ") +
                  QString::fromUtf8(compositorLog().right(2000));

@@ -12,10 +12,10 @@
 namespace ombry::test {
 
 // A headless KDE Plasma 5.27 desktop for the tests that need a real Wayland one: kwin_wayland
-// on a virtual output, on a private session bus from which the desktop portals
-// (xdg-desktop-portal, xdg-desktop-portal-kde) are started on demand; a Qt text field as the
-// application in front; and a keyboard that presses keys through the desktop's RemoteDesktop
-// portal (kde_keys.py), as a real keyboard would for the compositor.
+// on a virtual output with its XWayland (DISPLAY is set when it comes up), on a private session bus
+// from which the desktop portals (xdg-desktop-portal, xdg-desktop-portal-kde) are started on
+// demand; a Qt text field as the application in front; and a keyboard that presses keys through the
+// desktop's RemoteDesktop portal (kde_keys.py), as a real keyboard would for the compositor.
 //
 // start() sets this process's environment to the session's (WAYLAND_DISPLAY,
 // XDG_CURRENT_DESKTOP=KDE, a fresh XDG_CONFIG_HOME, the French keyboard layout...) before the

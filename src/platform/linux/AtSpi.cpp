@@ -306,9 +306,10 @@ void AtSpi::windowEvent(const QDBusMessage& message) {
     active_ = app;
     // The name comes a moment later; the window stays the same meanwhile.
     [](AtSpi* self, QString sender) -> QCoro::Task<void> {
-        const QVariant name = co_await self->property(
-            AccessibleElement{sender, QStringLiteral("/org/a11y/atspi/accessible/root")},
-            kAccessible, kName);
+        // A local, not a temporary: GCC 12 destroys a temporary argument of an awaited
+        // coroutine twice.
+        const AccessibleElement root{sender, QStringLiteral("/org/a11y/atspi/accessible/root")};
+        const QVariant name = co_await self->property(root, kAccessible, kName);
         if (self->active_ && self->active_->bus == sender) self->active_->name = name.toString();
     }(this, sender);
 }

@@ -152,8 +152,12 @@ private:
                     {QStringLiteral("handle_token"), portal::newToken(QStringLiteral("ombry_gs"))},
                     {QStringLiteral("session_handle_token"), kSessionToken},
                     {QStringLiteral("shortcuts"), shortcuts}}};
+                // Locals, not temporaries: GCC 12 destroys a temporary argument of an awaited
+                // coroutine twice (a reference of the bus connection, here).
+                const QDBusConnection connectionCreateSession = bus();
+                const QString methodCreateSession = QStringLiteral("CreateSession");
                 const Answer created = co_await portal::request(
-                    bus(), portal::kGlobalShortcuts, QStringLiteral("CreateSession"), args);
+                    connectionCreateSession, portal::kGlobalShortcuts, methodCreateSession, args);
                 if (!self) co_return;
                 if (created.ok()) session_ = portal::sessionHandleOf(created.results);
                 if (generation != generation_) continue;
@@ -164,8 +168,12 @@ private:
             }
             QVariantList bindArgs{QVariant::fromValue(QDBusObjectPath(session_)), shortcuts,
                                   QString(), QVariantMap()};
+            // Locals, not temporaries: GCC 12 destroys a temporary argument of an awaited
+            // coroutine twice (a reference of the bus connection, here).
+            const QDBusConnection connectionBindShortcuts = bus();
+            const QString methodBindShortcuts = QStringLiteral("BindShortcuts");
             const Answer bound = co_await portal::request(
-                bus(), portal::kGlobalShortcuts, QStringLiteral("BindShortcuts"), bindArgs);
+                connectionBindShortcuts, portal::kGlobalShortcuts, methodBindShortcuts, bindArgs);
             if (!self) co_return;
             if (generation != generation_) continue;
             if (!bound.ok()) {
@@ -177,8 +185,13 @@ private:
             if (given.isEmpty()) {
                 QVariantList listArgs{QVariant::fromValue(QDBusObjectPath(session_)),
                                       QVariantMap()};
-                const Answer listed = co_await portal::request(
-                    bus(), portal::kGlobalShortcuts, QStringLiteral("ListShortcuts"), listArgs);
+                // Locals, not temporaries: GCC 12 destroys a temporary argument of an awaited
+                // coroutine twice (a reference of the bus connection, here).
+                const QDBusConnection connectionListShortcuts = bus();
+                const QString methodListShortcuts = QStringLiteral("ListShortcuts");
+                const Answer listed =
+                    co_await portal::request(connectionListShortcuts, portal::kGlobalShortcuts,
+                                             methodListShortcuts, listArgs);
                 if (!self) co_return;
                 if (generation != generation_) continue;
                 given = portal::shortcutsOf(listed.results.value(QStringLiteral("shortcuts")));

@@ -123,8 +123,12 @@ private:
         QVariantList createArgs{QVariantMap{
             {QStringLiteral("handle_token"), portal::newToken(QStringLiteral("ombry_rd"))},
             {QStringLiteral("session_handle_token"), sessionToken}}};
+        // Locals, not temporaries: GCC 12 destroys a temporary argument of an awaited
+        // coroutine twice (a reference of the bus connection, here).
+        const QDBusConnection connectionCreateSession = bus();
+        const QString methodCreateSession = QStringLiteral("CreateSession");
         const Answer created = co_await portal::request(
-            bus(), portal::kRemoteDesktop, QStringLiteral("CreateSession"), createArgs);
+            connectionCreateSession, portal::kRemoteDesktop, methodCreateSession, createArgs);
         if (!self) co_return;
         if (!created.ok()) {
             unwatchClosed();
@@ -142,8 +146,12 @@ private:
                 devices.insert(QStringLiteral("restore_token"), restoreToken_);
         }
         QVariantList selectArgs{QVariant::fromValue(QDBusObjectPath(session_)), devices};
+        // Locals, not temporaries: GCC 12 destroys a temporary argument of an awaited
+        // coroutine twice (a reference of the bus connection, here).
+        const QDBusConnection connectionSelectDevices = bus();
+        const QString methodSelectDevices = QStringLiteral("SelectDevices");
         const Answer selected = co_await portal::request(
-            bus(), portal::kRemoteDesktop, QStringLiteral("SelectDevices"), selectArgs);
+            connectionSelectDevices, portal::kRemoteDesktop, methodSelectDevices, selectArgs);
         if (!self) co_return;
         if (!selected.ok()) {
             fail(failureMessage(selected));
@@ -152,8 +160,12 @@ private:
 
         QVariantList startArgs{QVariant::fromValue(QDBusObjectPath(session_)), QString(),
                                QVariantMap()};
-        const Answer started = co_await portal::request(bus(), portal::kRemoteDesktop,
-                                                        QStringLiteral("Start"), startArgs);
+        // Locals, not temporaries: GCC 12 destroys a temporary argument of an awaited
+        // coroutine twice (a reference of the bus connection, here).
+        const QDBusConnection connectionStart = bus();
+        const QString methodStart = QStringLiteral("Start");
+        const Answer started = co_await portal::request(connectionStart, portal::kRemoteDesktop,
+                                                        methodStart, startArgs);
         if (!self) co_return;
         if (!started.ok()) {
             fail(failureMessage(started));
