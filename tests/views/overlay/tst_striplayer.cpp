@@ -170,6 +170,18 @@ private Q_SLOTS:
         QVERIFY(worst < 50'000'000);
     }
 
+    // The compositor goes away under a shown strip: nothing breaks, the strip shows nothing.
+    void compositorGone() {
+        std::unique_ptr<OverlaySurface> surface = wayland::makeLayerSurface();
+        QVERIFY(surface);
+        QVERIFY(surface->show(stripPicture(Qt::blue), Placement::kOverlayLift));
+        QTest::qWait(200);
+        sway_.stop();
+        QTest::qWait(300);
+        QVERIFY(!surface->show(stripPicture(Qt::red), Placement::kOverlayLift));
+        surface->hide();
+    }
+
     void cleanupTestCase() { sway_.stop(); }
 };
 
