@@ -13,7 +13,7 @@ PACKAGES=(
   libsecret-1-dev libssl-dev libarchive-dev
   libwayland-dev wayland-protocols libxkbcommon-dev
   xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core
-  sway wtype wl-clipboard qt6-wayland
+  sway wtype wl-clipboard qt6-wayland grim
   fonts-dejavu-core
   python3-dbusmock
   kwin-wayland xdg-desktop-portal-kde qtwayland5 qt6-wayland wl-clipboard

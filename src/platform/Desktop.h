@@ -10,6 +10,8 @@
 #include <optional>
 #include <stdexcept>
 
+class QImage;
+
 // The desktop services of the operating system: the global keyboard, posted keys, the
 // clipboard and the selection, the window in front, audio capture and playback, speech
 // output. The logic (controller, hotkey monitor, paster, recorder) only sees these
@@ -272,6 +274,20 @@ public:
     virtual void speak(const QString& text, const QString& language) = 0;
     virtual void stop() = 0;
     virtual bool speaking() const = 0;
+};
+
+// A surface of the compositor for the dictation strip, outside every window list: the
+// compositor never gives it the keyboard, the pointer passes through it, and it moves no other
+// window. It shows a picture made by the caller, centred at the bottom of the output.
+class OverlaySurface {
+public:
+    virtual ~OverlaySurface() = default;
+    // Shows `image` (its device pixel ratio is the scale it was drawn at), its bottom edge
+    // `bottomMargin` logical pixels above the bottom of the output's usable area. A picture
+    // equal to the one shown costs a comparison. False once the compositor is gone.
+    virtual bool show(const QImage& image, int bottomMargin) = 0;
+    // Takes the surface off the screen; the next show() brings it back.
+    virtual void hide() = 0;
 };
 
 } // namespace ombry

@@ -29,6 +29,7 @@ Platform::Platform()
         windows_ = wayland::makeWindows(*accessibility_);
         shortcuts_ = wayland::makePortalShortcuts();
         if (!shortcuts_) shortcuts_ = makeNoShortcuts();
+        overlaySurfaces_ = [] { return wayland::makeLayerSurface(); };
         return;
     }
     keyboard_ = x11::makeKeyboardHook();
@@ -79,6 +80,13 @@ void Platform::setShortcuts(std::unique_ptr<GlobalShortcuts> s) {
 }
 void Platform::setSession(std::unique_ptr<DisplaySession> s) {
     session_ = std::move(s);
+}
+void Platform::setOverlaySurfaces(OverlaySurfaceFactory factory) {
+    overlaySurfaces_ = std::move(factory);
+}
+
+std::unique_ptr<OverlaySurface> Platform::makeOverlaySurface() {
+    return overlaySurfaces_ ? overlaySurfaces_() : nullptr;
 }
 
 } // namespace ombry

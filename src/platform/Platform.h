@@ -8,6 +8,7 @@
 #include <QString>
 #include <QUrl>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -82,6 +83,9 @@ public:
     Accessibility& accessibility() { return *accessibility_; }
     GlobalShortcuts& shortcuts() { return *shortcuts_; }
     DisplaySession& session() { return *session_; }
+    // A new surface for the dictation strip where the session has one (the compositor's layer
+    // shell); null elsewhere: the strip is then a window of its own.
+    std::unique_ptr<OverlaySurface> makeOverlaySurface();
 
     // Replacing a service; the previous one is destroyed. For start-up and tests only.
     void setClock(std::unique_ptr<Clock> c);
@@ -98,6 +102,8 @@ public:
     void setAccessibility(std::unique_ptr<Accessibility> a);
     void setShortcuts(std::unique_ptr<GlobalShortcuts> s);
     void setSession(std::unique_ptr<DisplaySession> s);
+    using OverlaySurfaceFactory = std::function<std::unique_ptr<OverlaySurface>()>;
+    void setOverlaySurfaces(OverlaySurfaceFactory factory);
 
 private:
     Platform();
@@ -115,6 +121,7 @@ private:
     std::unique_ptr<Accessibility> accessibility_;
     std::unique_ptr<GlobalShortcuts> shortcuts_;
     std::unique_ptr<DisplaySession> session_;
+    OverlaySurfaceFactory overlaySurfaces_;
 };
 
 } // namespace ombry

@@ -6,9 +6,11 @@
 #include "views/common/SurfaceStyle.h"
 #include "views/overlay/Placement.h"
 
+#include <QImage>
 #include <QPainter>
 #include <QPainterPath>
 #include <algorithm>
+#include <cmath>
 
 namespace ombry {
 
@@ -66,8 +68,64 @@ OverlayView::OverlayView(QWidget* parent) : QWidget(parent, surfaceFlags()) {
             [this](const QVariant& v) { applySize(v.toSize()); });
     frame_.setInterval(33);
     frame_.setTimerType(Qt::CoarseTimer);
-    connect(&frame_, &QTimer::timeout, this, qOverload<>(&QWidget::update));
+    connect(&frame_, &QTimer::timeout, this, &OverlayView::redraw);
     clock_.start();
+}
+
+OverlayView::~OverlayView() = default;
+
+void OverlayView::setSurface(std::unique_ptr<OverlaySurface> surface) {
+    if (surface_ && surfaceShown_) surface_->hide();
+    surfaceShown_ = false;
+    surface_ = std::move(surface);
+    if (surface_ && isVisible()) QWidget::hide();
+    refresh();
+}
+
+bool OverlayView::shown() const {
+    return surface_ ? surfaceShown_ : isVisible();
+}
+
+void OverlayView::appear() {
+    if (surface_) {
+        surfaceShown_ = true;
+        redraw();
+    } else if (!isVisible()) {
+        show();
+    }
+}
+
+void OverlayView::disappear() {
+    if (surface_) {
+        if (surfaceShown_) surface_->hide();
+        surfaceShown_ = false;
+    } else {
+        hide();
+    }
+}
+
+void OverlayView::redraw() {
+    if (!surface_) {
+        update();
+        return;
+    }
+    if (pictureQueued_ || !surfaceShown_) return;
+    pictureQueued_ = true;
+    QMetaObject::invokeMethod(this, &OverlayView::pushPicture, Qt::QueuedConnection);
+}
+
+void OverlayView::pushPicture() {
+    pictureQueued_ = false;
+    if (!surface_ || !surfaceShown_ || size().isEmpty()) return;
+    // Drawn at the screen's ratio rounded up: the compositor scales surfaces by whole numbers.
+    const qreal ratio = std::max<qreal>(1, std::ceil(devicePixelRatioF() - 0.001));
+    QImage picture(size() * ratio, QImage::Format_ARGB32_Premultiplied);
+    picture.setDevicePixelRatio(ratio);
+    picture.fill(Qt::transparent);
+    render(&picture, QPoint(), QRegion(), QWidget::DrawChildren);
+    // The compositor places the surface at the bottom of the output's usable area, as the
+    // anchor of a window would be.
+    surface_->show(picture, Placement::kOverlayLift);
 }
 
 Qt::WindowFlags OverlayView::surfaceFlags() {
@@ -84,7 +142,7 @@ void OverlayView::setInput(const OverlayInput& input) {
 void OverlayView::setAppearance(bool dark, bool lightVisuals) {
     dark_ = dark;
     lightVisuals_ = lightVisuals;
-    update();
+    redraw();
 }
 
 void OverlayView::setAnchor(const QPoint& anchor) {
@@ -144,11 +202,11 @@ void OverlayView::refresh() {
     phase_ = phase;
     if (look == Look::Empty) {
         resize_.stop();
-        hide();
+        disappear();
         return;
     }
     const QSize target = sizeHint();
-    if (newFace && isVisible() && !frozenAt_ && size() != target) {
+    if (newFace && shown() && !frozenAt_ && size() != target) {
         // From one face to the next the strip springs to its new size.
         resize_.stop();
         resize_.setStartValue(size());
@@ -159,8 +217,8 @@ void OverlayView::refresh() {
     } else {
         applySize(target);
     }
-    if (!isVisible()) show();
-    update();
+    appear();
+    redraw();
 }
 
 void OverlayView::applySize(const QSize& size) {
@@ -173,6 +231,7 @@ void OverlayView::applySize(const QSize& size) {
         setMask(roundedRegion(QRect(QPoint(0, 0), size), radius(size)));
         maskSize_ = size;
     }
+    if (surface_) redraw();
 }
 
 qreal OverlayView::radius(const QSize& size) {

@@ -7,9 +7,12 @@
 #include <QTimer>
 #include <QVariantAnimation>
 #include <QWidget>
+#include <memory>
 #include <optional>
 
 namespace ombry {
+
+class OverlaySurface;
 
 // The dictation strip: a floating window near the bottom of the screen that never takes the
 // focus and lets every click through. It draws the OverlayInput it is given (the binding to
@@ -27,6 +30,13 @@ public:
     void setInput(const OverlayInput& input);
     const OverlayInput& input() const { return input_; }
 
+    // Shows the strip on this surface of the compositor from now on, drawn offscreen, and never
+    // as a window of its own (a window would be given the focus there). Null: a window again.
+    void setSurface(std::unique_ptr<OverlaySurface> surface);
+    bool onSurface() const { return surface_ != nullptr; }
+    // On screen, as a window or on the surface.
+    bool shown() const;
+
     // The appearance: dark strip or light strip; `lightVisuals` makes it opaque.
     void setAppearance(bool dark, bool lightVisuals);
 
@@ -40,6 +50,7 @@ public:
 
     // The size of the window for the present input.
     QSize sizeHint() const override;
+    ~OverlayView() override;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -51,6 +62,12 @@ private:
     QIcon appIcon() const;
     QSize stripSize() const;
     void applySize(const QSize& size);
+    // What changed is drawn again: the window repaints, or the surface gets a new picture
+    // (once per turn of the event loop, however many changes came).
+    void redraw();
+    void appear();
+    void disappear();
+    void pushPicture();
     static qreal radius(const QSize& size);
 
     OverlayInput input_;
@@ -63,6 +80,9 @@ private:
     QTimer frame_;
     QElapsedTimer clock_;
     std::optional<double> frozenAt_;
+    std::unique_ptr<OverlaySurface> surface_;
+    bool surfaceShown_ = false;
+    bool pictureQueued_ = false;
 };
 
 } // namespace ombry

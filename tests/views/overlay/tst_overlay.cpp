@@ -9,7 +9,9 @@
 #include "views/overlay/Placement.h"
 
 #include <QApplication>
+#include <QImage>
 #include <QTest>
+#include <QWindow>
 #include <cmath>
 
 using namespace ombry;
@@ -40,6 +42,27 @@ public:
     void send(bool escape) {
         if (handler) handler(escape);
     }
+};
+
+// The compositor's surface for the strip: keeps what it was given.
+struct SurfaceLog {
+    QList<QImage> pictures;
+    QList<int> margins;
+    int hides = 0;
+};
+
+class FakeSurface final : public OverlaySurface {
+public:
+    explicit FakeSurface(SurfaceLog& log) : log_(log) {}
+    bool show(const QImage& image, int bottomMargin) override {
+        log_.pictures.append(image);
+        log_.margins.append(bottomMargin);
+        return true;
+    }
+    void hide() override { ++log_.hides; }
+
+private:
+    SurfaceLog& log_;
 };
 
 OverlayInput recording(const QString& live = {}) {
@@ -245,6 +268,55 @@ private Q_SLOTS:
         QVERIFY(!view.isVisible());
         QVERIFY(!view.animating());
         OverlayController::shared().setPanel(nullptr);
+    }
+
+    // Where the compositor has a layer shell the strip is never a window: the controller gives
+    // it the surface, it is drawn offscreen at the screen's ratio, each face and each frame of
+    // the animation reaches the surface, and nothing to show takes it off.
+    void stripOnTheLayerSurface() {
+        SurfaceLog log;
+        platform_.session().offered.display = SessionOffer::Display::Wayland;
+        platform_.session().offered.layerShell = true;
+        Platform::current().setOverlaySurfaces(
+            [&log] { return std::make_unique<FakeSurface>(log); });
+        OverlayView view;
+        OverlayController::shared().setPanel(&view);
+        OverlayController::shared().position();
+        QVERIFY(view.onSurface());
+
+        OverlayInput flash;
+        flash.flash = QStringLiteral("Dictée annulée");
+        view.setInput(flash);
+        QVERIFY(view.shown());
+        QTRY_VERIFY(!log.pictures.isEmpty());
+        QVERIFY(!view.isVisible());
+        QVERIFY(!view.windowHandle()); // no window was ever made
+        const QImage first = log.pictures.last();
+        const qreal ratio = std::ceil(view.devicePixelRatioF() - 0.001);
+        QCOMPARE(first.devicePixelRatio(), ratio);
+        QCOMPARE(first.size(), view.sizeHint() * ratio);
+        QCOMPARE(log.margins.last(), Placement::kOverlayLift);
+        // The strip itself is drawn, its rounded corners left clear.
+        QCOMPARE(qAlpha(first.pixel(0, 0)), 0);
+        QVERIFY(qAlpha(first.pixel(first.width() / 2, first.height() / 2)) > 200);
+
+        // Recording: the waveform moves, so new pictures keep coming; a longer face grows.
+        view.setInput(recording(QStringLiteral("alors je voulais te dire")));
+        const int before = int(log.pictures.size());
+        QTRY_VERIFY(log.pictures.size() >= before + 5);
+        QTRY_COMPARE(log.pictures.last().size(), view.sizeHint() * ratio);
+        QVERIFY(!view.isVisible());
+
+        view.setInput(OverlayInput{});
+        QVERIFY(!view.shown());
+        QCOMPARE(log.hides, 1);
+        const int hidden = int(log.pictures.size());
+        QTest::qWait(100);
+        QCOMPARE(log.pictures.size(), hidden); // nothing drawn while off the screen
+
+        OverlayController::shared().setPanel(nullptr);
+        Platform::current().setOverlaySurfaces(nullptr);
+        platform_.session().offered = test::FakeSession().offered;
     }
 
     void bubbleCardBehaviour() {
