@@ -83,7 +83,7 @@ bool SwaySession::start() {
     const QByteArray config = dir + "/config";
     QFile file(QString::fromLocal8Bit(config));
     file.open(QIODevice::WriteOnly);
-    file.write("default_border none\nxwayland disable\nfocus_follows_mouse no\n");
+    file.write("default_border none\nxwayland disable\nfocus_follows_mouse no\n" + extraConfig);
     file.close();
     chown(config.constData(), uid, gid);
     const QByteArray log = dir + "/sway.log";

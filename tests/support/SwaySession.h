@@ -30,6 +30,8 @@ public:
 
     bool start();
     void stop();
+    // Lines added to sway's configuration at the next start (bindings of a test).
+    QByteArray extraConfig;
     bool running() const { return sway_ > 0; }
     QString error() const { return error_; }
     QString runtimeDir() const { return runtimeDir_; }
