@@ -163,14 +163,26 @@ int runDesktop(QApplication& app) {
         BubbleController::shared().show(title, original, text);
     };
     controller.onRecordingBegins = [] { OverlayController::shared().position(); };
-    // The user's choice of reading the keyboard devices decides the key's road on Wayland.
+    // The user's choices of the keyboard devices (the key) and of uinput (posted keys) decide
+    // those roads on Wayland.
     AppSettings& settings = AppSettings::shared();
-    Platform::current().session().setChoices(settings.readKeyboardDevices(), false);
-    QObject::connect(
-        &settings, &AppSettings::readKeyboardDevicesChanged, &app, [&controller, &settings] {
-            Platform::current().session().setChoices(settings.readKeyboardDevices(), false);
-            controller.hotkey().restart();
+    auto applyChoices = [&settings] {
+        Platform::current().session().setChoices(settings.readKeyboardDevices(),
+                                                 settings.uinputKeys());
+    };
+    applyChoices();
+    QObject::connect(&settings, &AppSettings::readKeyboardDevicesChanged, &app,
+                     [&controller, applyChoices] {
+                         applyChoices();
+                         controller.hotkey().restart();
+                     });
+    QObject::connect(&settings, &AppSettings::uinputKeysChanged, &app, [applyChoices] {
+        applyChoices();
+        Platform::current().keyPoster().prepare([](bool ok, const QString& message) {
+            SessionStatus::shared().setPostProblem(ok ? std::nullopt
+                                                      : std::optional<QString>(message));
         });
+    });
     controller.start();
 
     // The strip, bound to the controller, at the bottom of the screen under the pointer.

@@ -262,6 +262,7 @@ AppSettings::AppSettings(UserDefaults& defaults, KeyStore* keys, QObject* parent
     portalShortcut_ = d_.stringValue(K("portalShortcut")).value_or(QString()).trimmed();
     if (portalShortcut_.isEmpty()) portalShortcut_ = K("CTRL+ALT+D");
     readKeyboardDevices_ = readBool(d_, K("readKeyboardDevices"), false);
+    uinputKeys_ = readBool(d_, K("uinputKeys"), false);
     microphoneUID_ = d_.stringValue(K("microphoneUID"));
     performanceMode_ = readEnum(d_, K("performanceMode"), PerformanceMode::Auto);
     useLanguageTool_ = readBool(d_, K("useLanguageTool"), true);
@@ -422,6 +423,10 @@ void AppSettings::setPortalShortcut(const QString& v) {
 void AppSettings::setReadKeyboardDevices(bool v) {
     write(readKeyboardDevices_, v, "readKeyboardDevices", v,
           &AppSettings::readKeyboardDevicesChanged);
+}
+
+void AppSettings::setUinputKeys(bool v) {
+    write(uinputKeys_, v, "uinputKeys", v, &AppSettings::uinputKeysChanged);
 }
 
 void AppSettings::setPerformanceMode(PerformanceMode v) {

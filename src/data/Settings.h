@@ -159,6 +159,8 @@ public:
     // On Wayland, the dictation key read from the keyboard devices (members of the input group):
     // a lone modifier can then be held, but any program of the user can read every key too.
     bool readKeyboardDevices() const { return readKeyboardDevices_; }
+    // On Wayland where the desktop offers no other way, keys posted through /dev/uinput.
+    bool uinputKeys() const { return uinputKeys_; }
 
     void setKey(DictationKey v);
     void setLanguage(Language v);
@@ -190,6 +192,7 @@ public:
     void setAcceptPostedKeys(bool v);
     void setPortalShortcut(const QString& v);
     void setReadKeyboardDevices(bool v);
+    void setUinputKeys(bool v);
     void setLocalSpeechServer(const QString& v);
     void setLocalModelServer(const QString& v);
     void setLocalSpeechModel(const QString& v);
@@ -225,6 +228,7 @@ Q_SIGNALS:
     void acceptPostedKeysChanged();
     void portalShortcutChanged();
     void readKeyboardDevicesChanged();
+    void uinputKeysChanged();
     void localSpeechServerChanged();
     void localModelServerChanged();
     void localSpeechModelChanged();
@@ -268,6 +272,7 @@ private:
     bool acceptPostedKeys_;
     QString portalShortcut_;
     bool readKeyboardDevices_;
+    bool uinputKeys_;
     QString localSpeechServer_;
     QString localModelServer_;
     QString localSpeechModel_;

@@ -140,6 +140,12 @@ constexpr uint64_t LeftCommandDown = 0x8;
 constexpr uint64_t LeftOptionDown = 0x20;
 } // namespace
 
+int evdevKeyFor(uint16_t code) {
+    for (const auto& [evdev, c] : positionCodes)
+        if (c == code) return evdev;
+    return -1;
+}
+
 bool isModifierKey(uint16_t code) {
     return code >= keycode::RightCommand && code <= keycode::Fn;
 }

@@ -12,6 +12,10 @@ namespace ombry {
 // The vocabulary code of a key by its place on a PC keyboard (its Linux evdev code), or 0xFFFF.
 uint16_t codeForEvdevKey(int evdevCode);
 
+// The Linux evdev code of the key at the place of a vocabulary code, or -1 (the inverse of
+// codeForEvdevKey).
+int evdevKeyFor(uint16_t code);
+
 // Whether a vocabulary code is a modifier key (its presses are flags-changed events).
 bool isModifierKey(uint16_t code);
 // The flags a held modifier key contributes: the modifier and its device bit.

@@ -1,7 +1,9 @@
 // The keyboard read from the kernel's input devices: records cut anywhere between two reads,
 // modifiers with their device bits, repeats, and a device that goes away. A pipe stands in
-// for /dev/input/event*, which a test machine may not have.
+// for /dev/input/event*, which a test machine may not have. And the keys posted to a virtual
+// device (/dev/uinput), read back through the same decoding.
 #include "platform/linux/EvdevKeyboard.h"
+#include "platform/linux/UinputKeyboard.h"
 
 #include <QTest>
 #include <linux/input.h>
@@ -63,6 +65,23 @@ private Q_SLOTS:
         // Unplugged: the device is dropped, and with it the keyboard.
         ::close(fds[1]);
         QTRY_VERIFY(!keyboard.running());
+    }
+
+    // Ctrl+Shift+V posted as kernel events reads back as the same keys, modifiers released
+    // last; a key with no place on the keyboard posts nothing.
+    void postedKeysReadBack() {
+        const std::vector<input_event> events =
+            keyEvents(keycode::V, modifier::Control | modifier::Shift);
+        EvdevDecoder decoder;
+        QList<KeyEvent> seen;
+        for (const input_event& e : events)
+            if (const auto k = decoder.decode(e.type, e.code, e.value)) seen << *k;
+        QCOMPARE(seen.size(), 5); // Ctrl, Shift, V, Shift up, Ctrl up
+        QCOMPARE(seen[2].keyCode, keycode::V);
+        QCOMPARE(seen[2].flags & modifier::Mask, modifier::Control | modifier::Shift);
+        QCOMPARE(seen[4].flags, uint64_t(0));
+        QCOMPARE(events.back().type, uint16_t(EV_SYN));
+        QVERIFY(keyEvents(0xFFF0, 0).empty());
     }
 };
 

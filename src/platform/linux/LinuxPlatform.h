@@ -21,5 +21,7 @@ std::unique_ptr<SpeechOutput> makeSpeechOutput();
 std::unique_ptr<Accessibility> makeAccessibility();
 // The keyboard read from the keyboard devices (the input group), whatever the display server.
 std::unique_ptr<KeyboardHook> makeEvdevKeyboard();
+// Keys posted through a virtual keyboard device of the kernel (/dev/uinput).
+std::unique_ptr<KeyPoster> makeUinputKeyboard();
 
 } // namespace ombry::linux_platform

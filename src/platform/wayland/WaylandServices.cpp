@@ -65,16 +65,24 @@ public:
     }
 
 private:
+    // The poster of the session's road, made again when the road changes (the user's choice
+    // of uinput).
     KeyPoster* poster() {
-        if (chosen_) return poster_.get();
+        const PostRoad road = session_.roads().post;
+        if (chosen_ && road == road_) return poster_.get();
         chosen_ = true;
-        switch (session_.roads().post) {
+        road_ = road;
+        poster_.reset();
+        switch (road) {
         case PostRoad::VirtualKeyboard:
             poster_ = makeVirtualKeyboard();
             break;
         case PostRoad::RemoteDesktop:
             poster_ = makeRemoteDesktopPoster(
                 QDir(Paths::dataFolder()).filePath(QStringLiteral("remote-desktop-token")));
+            break;
+        case PostRoad::Uinput:
+            poster_ = linux_platform::makeUinputKeyboard();
             break;
         default:
             break;
@@ -84,6 +92,7 @@ private:
 
     DisplaySession& session_;
     std::unique_ptr<KeyPoster> poster_;
+    PostRoad road_ = PostRoad::None;
     bool chosen_ = false;
 };
 

@@ -135,6 +135,12 @@ QWidget* SettingsPage::desktopCard() {
                   QStringLiteral("Pour maintenir une touche seule (Alt Gr, Ctrl droite). Il faut "
                                  "être membre du groupe input ; attention : tout programme lancé "
                                  "par toi peut alors lire chaque touche tapée."));
+    if (in.offer.display == SessionOffer::Display::Wayland)
+        addSwitch(c, "uinputKeys", settings_, &AppSettings::uinputKeys, &AppSettings::setUinputKeys,
+                  QStringLiteral("Envoyer les touches par uinput"),
+                  QStringLiteral("Quand le bureau n'offre aucun autre moyen. Il faut pouvoir "
+                                 "écrire dans /dev/uinput (groupe input) ; attention : tout "
+                                 "programme lancé par toi peut alors taper à ta place."));
     const QStringList missing = missingOnDesktop(in);
     if (!missing.isEmpty())
         c->addWidget(
