@@ -13,10 +13,13 @@ PACKAGES=(
   libsecret-1-dev libssl-dev libarchive-dev
   libwayland-dev wayland-protocols libxkbcommon-dev
   xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core
-  sway wtype wl-clipboard qt6-wayland grim
   fonts-dejavu-core
-  python3-dbusmock
-  kwin-wayland xdg-desktop-portal-kde qtwayland5 qt6-wayland wl-clipboard
+  # The Wayland test desktops: sway, KDE Plasma, GNOME (with XWayland), the portals and
+  # their mock, and the clients the tests play.
+  sway wtype wl-clipboard qt6-wayland grim xwayland
+  kwin-wayland xdg-desktop-portal-kde qtwayland5
+  mutter xdg-desktop-portal xdg-desktop-portal-gnome gir1.2-atspi-2.0
+  python3-dbus python3-gi python3-dbusmock
 )
 
 missing=()
