@@ -17,8 +17,9 @@
 #include "ChunkWaits.h"
 #include "DesktopProgram.h"
 #include "DesktopSession.h"
-#include "SessionBus.h"
+#include "ProcessSample.h"
 #include "Services.h"
+#include "SessionBus.h"
 #include "SoundServer.h"
 #include "TestHttpServer.h"
 
@@ -46,6 +47,8 @@
 
 using namespace ombry;
 using namespace ombry::test;
+using ombry::bench::ProcessSample;
+using ombry::bench::sampleProcess;
 using Steady = std::chrono::steady_clock;
 
 namespace {
@@ -90,44 +93,6 @@ bool playInto(const SoundServer& sound, const QString& wav) {
 }
 
 // ---- The idle program ----------------------------------------------------------------------
-
-struct ProcessSample {
-    double cpuMs = 0;       // user + system time of all threads
-    double residentMb = 0;  // VmRSS
-    long long switches = 0; // context switches of all threads: each wake-up is one
-    int threads = 0;
-};
-
-std::optional<ProcessSample> sampleProcess(qint64 pid) {
-    const QString base = QStringLiteral("/proc/%1").arg(pid);
-    QFile stat(base + QStringLiteral("/stat"));
-    if (!stat.open(QIODevice::ReadOnly)) return std::nullopt;
-    const QByteArray line = stat.readAll();
-    // The command name stands in parentheses and may hold blanks: fields count after it.
-    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
-    if (fields.size() < 13) return std::nullopt;
-    ProcessSample s;
-    const double tick = 1000.0 / double(sysconf(_SC_CLK_TCK));
-    s.cpuMs = double(fields[11].toLongLong() + fields[12].toLongLong()) * tick;
-    QFile status(base + QStringLiteral("/status"));
-    if (status.open(QIODevice::ReadOnly)) {
-        for (const QByteArray& l : status.readAll().split('\n'))
-            if (l.startsWith("VmRSS:"))
-                s.residentMb = l.mid(6).trimmed().split(' ')[0].toDouble() / 1024.0;
-    }
-    const QStringList tasks =
-        QDir(base + QStringLiteral("/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    s.threads = int(tasks.size());
-    for (const QString& task : tasks) {
-        QFile f(base + QStringLiteral("/task/") + task + QStringLiteral("/status"));
-        if (!f.open(QIODevice::ReadOnly)) continue;
-        for (const QByteArray& l : f.readAll().split('\n'))
-            if (l.startsWith("voluntary_ctxt_switches:") ||
-                l.startsWith("nonvoluntary_ctxt_switches:"))
-                s.switches += l.mid(l.indexOf(':') + 1).trimmed().toLongLong();
-    }
-    return s;
-}
 
 bool idleProgram(DesktopSession& desktop, const SoundServer& sound, const QString& speech) {
     std::printf("\n== programme au repos après une dictée (ombry-voice)\n");

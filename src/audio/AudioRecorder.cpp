@@ -160,7 +160,8 @@ struct AudioRecorder::Shared {
     // The capture thread's, while recording; reset by stop() once the capture has ended.
     int64_t silentFrames = 0;
     bool spokeSinceCut = false;
-    QByteArray carry; // a byte left over from an odd-sized buffer
+    bool delivered = false; // a piece of this capture has arrived
+    QByteArray carry;       // a byte left over from an odd-sized buffer
 
     mutable std::mutex stateLock; // guards what follows
     QByteArray lastPCM;
@@ -213,6 +214,7 @@ void AudioRecorder::start() {
         s.samples = QByteArray();
     }
     s.carry.clear();
+    s.delivered = false;
 
     // The capture callbacks run on the capture thread; the stream is ended (and its thread
     // joined) before this recorder can go, so they may use it directly.
@@ -280,6 +282,11 @@ void AudioRecorder::receive(const QByteArray& input) {
         pcm.chop(1);
     }
     if (pcm.isEmpty()) return;
+    // The moment the microphone really delivers, stamped on arrival: the key press's delay
+    // up to the first sample is read from the journal.
+    if (!std::exchange(s.delivered, true))
+        Log::write(QStringLiteral("audio: premier morceau, %1 ms de son")
+                       .arg(sampleCount(pcm) * 1000 / kSampleRate));
 
     int64_t total;
     {

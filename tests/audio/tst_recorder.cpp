@@ -288,13 +288,23 @@ private Q_SLOTS:
 
     // The journal gives the rate and channels of the source itself, not those of the 16 kHz
     // mono capture that the server converts them to.
-    void sourceFormatInTheJournal() {
+    //
+    // The first piece of each capture is noted once, with the length of sound it holds, so
+    // that the time from the key press to the first sample can be read from the journal.
+    void captureInTheJournal() {
         QTemporaryDir dir;
         const QString path = dir.filePath(QStringLiteral("journal.log"));
         Log::resetForTests(path);
         audio().format = {44100, 2};
         AudioRecorder r;
         r.start();
+        feedFromThread(audio(), run(320, 100)); // 20 ms
+        feedFromThread(audio(), run(320, 100));
+        r.stop();
+        r.start(); // nothing arrives
+        r.stop();
+        r.start();
+        feedFromThread(audio(), run(1600, 100)); // 100 ms
         r.stop();
         Log::sync();
         Log::resetForTests();
@@ -302,6 +312,10 @@ private Q_SLOTS:
         QVERIFY(f.open(QIODevice::ReadOnly));
         const QString journal = QString::fromUtf8(f.readAll());
         QVERIFY2(journal.contains(QStringLiteral("audio: entrée 44100 Hz, 2 canaux")),
+                 qPrintable(journal));
+        QCOMPARE(journal.count(QStringLiteral("audio: premier morceau")), 2);
+        QVERIFY2(journal.contains(QStringLiteral("audio: premier morceau, 20 ms de son\n")) &&
+                     journal.contains(QStringLiteral("audio: premier morceau, 100 ms de son\n")),
                  qPrintable(journal));
     }
 

@@ -2,6 +2,7 @@
 
 #include "DesktopSession.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -146,6 +147,22 @@ std::optional<QString> DesktopProgram::waitFor(const std::function<bool(const QS
         },
         timeoutMs);
     return found;
+}
+
+std::optional<qint64> DesktopProgram::stampOf(const QString& prefix, int from) const {
+    QFile f(journalPath());
+    if (!f.open(QIODevice::ReadOnly)) return std::nullopt;
+    int index = 0;
+    for (const QByteArray& line : f.readAll().split('\n')) {
+        if (line.isEmpty()) continue;
+        if (index++ < from) continue;
+        const qsizetype blank = line.indexOf(' ');
+        if (blank < 0 || !QString::fromUtf8(line.mid(blank + 1)).startsWith(prefix)) continue;
+        const QDateTime at =
+            QDateTime::fromString(QString::fromLatin1(line.left(blank)), Qt::ISODateWithMs);
+        if (at.isValid()) return at.toMSecsSinceEpoch();
+    }
+    return std::nullopt;
 }
 
 QString DesktopProgram::journalFrom(int from) const {

@@ -61,6 +61,9 @@ public:
                                    int timeoutMs = 10000);
     // Whether a message from `from` on starts with `prefix` (no waiting).
     bool hasLine(const QString& prefix, int from) const;
+    // The wall-clock time (ms since the epoch) stamped on the first message from `from` on
+    // that starts with `prefix`; no waiting.
+    std::optional<qint64> stampOf(const QString& prefix, int from) const;
     // The journal from `from` on, for failure messages.
     QString journalFrom(int from) const;
 
