@@ -129,10 +129,9 @@ SessionRoads chooseRoads(const SessionOffer& o) {
     if (o.display != SessionOffer::Display::Wayland) return r;
     r.key = keyRoad(o);
     r.post = postRoad(o);
-    if (o.dataControl)
-        r.clipboard = ClipboardRoad::DataControl;
-    else if (o.clipboardPortal && r.post == PostRoad::RemoteDesktop)
-        r.clipboard = ClipboardRoad::Portal;
+    // The Clipboard portal (GNOME 48) is not spoken yet: without data-control the text is
+    // typed, which leaves the user's clipboard alone.
+    if (o.dataControl) r.clipboard = ClipboardRoad::DataControl;
     // Without a clipboard the portal types the text itself, which keeps the user's clipboard.
     r.typeInsteadOfPaste = r.clipboard == ClipboardRoad::None && r.post == PostRoad::RemoteDesktop;
     if (o.accessibilityBus)
