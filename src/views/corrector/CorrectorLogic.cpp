@@ -67,7 +67,9 @@ const QList<TextAction>& tones() {
 }
 
 int words(const QString& text) {
-    static const QRegularExpression blanks(QStringLiteral("\\s+"));
+    // Every white space of Unicode, the non-breaking ones of French typography included.
+    static const QRegularExpression blanks(QStringLiteral("\\s+"),
+                                           QRegularExpression::UseUnicodePropertiesOption);
     return int(text.split(blanks, Qt::SkipEmptyParts).size());
 }
 

@@ -63,6 +63,10 @@ private Q_SLOTS:
         QTest::newRow("forty percent gives zero") << "a b c d e f g h i j" << 4 << 0;
         QTest::newRow("one in ten") << "a b c d e f g h i j" << 1 << 75;
         QTest::newRow("blank runs are not words") << "  a \n\n b\t " << 0 << 100;
+        // French puts non-breaking spaces before « ; : ! ? » and in numbers: they part words.
+        QTest::newRow("non-breaking spaces part words")
+            << QStringLiteral("mot\u00A0").repeated(20) + QStringLiteral("mot\u202F").repeated(20)
+            << 1 << 94;
     }
     void score() {
         QFETCH(QString, text);
