@@ -365,7 +365,7 @@ DashboardView::DashboardView(Store& store, AppSettings& settings, QWidget* paren
         appsLayout_->setContentsMargins(0, 0, 0, 0);
         appsLayout_->setSpacing(2);
         l->addWidget(apps_);
-        appsEmpty_ = new QLabel(QStringLiteral("Vos applications apparaîtront ici après vos "
+        appsEmpty_ = new QLabel(QStringLiteral("Tes applications apparaîtront ici après tes "
                                                "premières dictées."));
         appsEmpty_->setWordWrap(true);
         makeSecondary(appsEmpty_);

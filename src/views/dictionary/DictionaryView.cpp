@@ -188,7 +188,7 @@ DictionaryView::DictionaryView(Store& store, QWidget* parent)
         l->setSpacing(12);
         l->addWidget(cardHead(QStringLiteral("book"), QStringLiteral("Mes mots"),
                               QStringLiteral("Noms, termes et sigles que la transcription doit "
-                                             "reconnaître. Double-cliquez sur un mot pour le "
+                                             "reconnaître. Double-clique sur un mot pour le "
                                              "modifier.")));
         auto* entry = new QHBoxLayout;
         newWord_ = new QLineEdit;
@@ -241,7 +241,7 @@ DictionaryView::DictionaryView(Store& store, QWidget* parent)
 
     pairCard(
         QStringLiteral("snippetsCard"), QStringLiteral("bolt"), QStringLiteral("Raccourcis vocaux"),
-        QStringLiteral("Dites la phrase seule : Ombry Voice écrit le texte à la place. Par "
+        QStringLiteral("Dis la phrase seule : Ombry Voice écrit le texte à la place. Par "
                        "exemple « mon adresse »."),
         QStringLiteral("Quand je dis"), QStringLiteral("Ombry Voice écrit"), trigger_, snippetText_,
         addSnippet_, snippetRows_, noSnippets_, QStringLiteral("Aucun raccourci pour l'instant."));

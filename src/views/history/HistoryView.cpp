@@ -600,8 +600,8 @@ void HistoryView::syncEmptyState() {
     if (none) {
         if (model_->kindIsEmpty()) {
             empty_->setText(model_->filter().kind == 0
-                                ? QStringLiteral("Aucune dictée pour l'instant.\nMaintenez la "
-                                                 "touche de dictée, parlez, relâchez : le texte "
+                                ? QStringLiteral("Aucune dictée pour l'instant.\nMaintiens la "
+                                                 "touche de dictée, parle, relâche : le texte "
                                                  "apparaîtra ici.")
                                 : QStringLiteral("Aucune correction pour l'instant."));
         } else {
