@@ -30,4 +30,12 @@ std::optional<int> integer(const QJsonValue& value) {
     return int(d);
 }
 
+std::optional<int64_t> integer64(const QJsonValue& value) {
+    if (!value.isDouble()) return std::nullopt;
+    const double d = value.toDouble();
+    constexpr double exact = 9007199254740992.0; // 2^53
+    if (std::trunc(d) != d || d < -exact || d > exact) return std::nullopt;
+    return int64_t(d);
+}
+
 } // namespace ombry::Json

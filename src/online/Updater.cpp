@@ -187,7 +187,7 @@ std::optional<Release> Release::fromJson(const QByteArray& body) {
     if (!doc.isObject()) return std::nullopt;
     const QJsonObject o = doc.object();
     const QJsonValue version = o.value(QLatin1String("version"));
-    const std::optional<int> build = Json::integer(o.value(QLatin1String("build")));
+    const std::optional<int64_t> build = Json::integer64(o.value(QLatin1String("build")));
     const QJsonValue notes = o.value(QLatin1String("notes"));
     const QJsonValue page = o.value(QLatin1String("page"));
     const QJsonValue downloads = o.value(QLatin1String("downloads"));
@@ -243,9 +243,9 @@ void Updater::setDismissed(bool dismissed) {
     Q_EMIT dismissedChanged();
 }
 
-int Updater::currentBuild() {
+int64_t Updater::currentBuild() {
     bool ok = false;
-    const int build = BuildInfo::buildNumberText().trimmed().toInt(&ok);
+    const int64_t build = BuildInfo::buildNumberText().trimmed().toLongLong(&ok);
     return ok ? build : 0;
 }
 

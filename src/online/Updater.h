@@ -15,7 +15,7 @@ namespace ombry {
 // A release as the product site's update feed describes it. All five members are required.
 struct Release {
     QString version;                   // as shown to the user
-    int build = 0;                     // the only thing compared
+    int64_t build = 0;                 // the only thing compared
     QStringList notes;                 // one line each
     QString page;                      // address of the page about the release
     QHash<QString, QString> downloads; // archive address per processor
@@ -60,7 +60,7 @@ public:
     static constexpr double kFeedTimeoutSeconds = 60.0;
 
     // The build number of this program; 0 when the build gave none that reads as a number.
-    static int currentBuild();
+    static int64_t currentBuild();
     // The feed's key for the processor this program was built for ("x86_64", "arm64", ...).
     static QString processorKey();
 
@@ -110,7 +110,7 @@ private:
     std::optional<QString> error_;
     bool dismissed_ = false;
     std::unique_ptr<QTimer> timer_;
-    std::optional<int> offeredBuild_;
+    std::optional<int64_t> offeredBuild_;
     QString installedOverride_;
     Relaunch relaunch_;
 };

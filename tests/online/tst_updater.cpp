@@ -218,12 +218,12 @@ class TstUpdater : public QObject {
     QString marker() const { return place->filePath(QStringLiteral("started-from")); }
 
     // The feed offers a release `ahead` builds from this one, to download from `link`.
-    void serveFeed(int ahead,
+    void serveFeed(int64_t ahead,
                    const QString& link = QStringLiteral("https://cdn.example.org") + kArchivePath,
                    const QString& processor = Updater::processorKey()) {
         site.on(kFeed, Reply::json(QJsonObject{
                            {"version", "9.9"},
-                           {"build", Updater::currentBuild() + ahead},
+                           {"build", qint64(Updater::currentBuild() + ahead)},
                            {"notes", QJsonArray{"Plus rapide", "Moins de bruit"}},
                            {"page", "https://ombry.example/notes/9.9"},
                            {"downloads", QJsonObject{{processor, link}}},
@@ -293,7 +293,7 @@ private Q_SLOTS:
         // A failing check leaves the offer as it was: a missing member, an error status, a
         // site that does not answer.
         const QJsonObject noNotes{{"version", "10"},
-                                  {"build", Updater::currentBuild() + 5},
+                                  {"build", qint64(Updater::currentBuild() + 5)},
                                   {"page", "p"},
                                   {"downloads", QJsonObject{}}};
         for (const Reply& failure : {Reply::json(noNotes), Reply::text("panne", 500),
@@ -312,6 +312,15 @@ private Q_SLOTS:
         serveFeed(-1);
         QVERIFY(!await(updater.check()));
         QVERIFY(!updater.available());
+
+        // Build numbers go beyond 32 bits (a date and a time, say).
+        site.on(kFeed, Reply::json(QJsonObject{{"version", "2031.1"},
+                                               {"build", 202611241830.0},
+                                               {"notes", QJsonArray{}},
+                                               {"page", "p"},
+                                               {"downloads", QJsonObject{}}}));
+        QVERIFY(await(updater.check()));
+        QCOMPARE(updater.available()->build, int64_t(202611241830));
 
         // No site, no question asked.
         const int asked = site.count();

@@ -277,7 +277,7 @@ private Q_SLOTS:
             QStringLiteral("/api/updates"),
             test::Reply::json(QJsonObject{
                 {"version", "9.9"},
-                {"build", Updater::currentBuild() + 1},
+                {"build", qint64(Updater::currentBuild() + 1)},
                 {"notes", QJsonArray{"Plus rapide", "Moins de bruit"}},
                 {"page", "https://ombry.example/notes/9.9"},
                 {"downloads", QJsonObject{{Updater::processorKey(),
