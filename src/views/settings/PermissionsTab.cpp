@@ -12,8 +12,8 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QFontDatabase>
 #include <QHBoxLayout>
-#include <QPlainTextEdit>
 #include <QPointer>
 #include <QProcess>
 #include <QStandardPaths>
@@ -103,7 +103,6 @@ QWidget* SettingsPage::permissions() {
 QWidget* SettingsPage::desktopCard() {
     QVBoxLayout* c = nullptr;
     QFrame* frame = card(&c);
-    frame->setObjectName(QStringLiteral("desktopCard"));
     const GuideInput in = SessionStatus::shared().guideInput();
     c->addWidget(text(QStringLiteral("Ce bureau"), "cardTitle"));
     c->addWidget(text(describeForJournal(in.offer, in.roads)
@@ -112,17 +111,16 @@ QWidget* SettingsPage::desktopCard() {
                       "secondary"));
     for (const GuideRow& r : sessionGuide(in)) {
         QLabel* state = text(r.road, r.works ? "ok" : "bad");
-        state->setObjectName(QStringLiteral("road"));
         c->addWidget(row(r.service, r.todo, state));
         if (r.lines.isEmpty()) continue;
-        auto* lines = new QPlainTextEdit(r.lines.join(QLatin1Char('\n')));
-        lines->setObjectName(QStringLiteral("desktopLines"));
-        lines->setReadOnly(true);
-        lines->setMaximumHeight(lines->fontMetrics().lineSpacing() * (int(r.lines.size()) + 2));
+        // The lines as text to select or copy, in the page's own colours.
+        const QString block = r.lines.join(QLatin1Char('\n'));
+        QLabel* lines = text(block, "secondary");
+        lines->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        lines->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
         auto* copy = new QPushButton(QStringLiteral("Copier"));
-        connect(copy, &QPushButton::clicked, this, [text = r.lines.join(QLatin1Char('\n'))] {
-            QApplication::clipboard()->setText(text);
-        });
+        connect(copy, &QPushButton::clicked, this,
+                [block] { QApplication::clipboard()->setText(block); });
         auto* h = new QHBoxLayout;
         h->addWidget(lines, 1);
         h->addWidget(copy, 0, Qt::AlignTop);
@@ -148,7 +146,6 @@ QWidget* SettingsPage::desktopCard() {
                  "secondary"));
     // The test: the next press of the dictation key is shown here instead of dictating.
     auto* result = text(QString(), "secondary");
-    result->setObjectName(QStringLiteral("keyTestResult"));
     auto* test = new QPushButton(QStringLiteral("Tester la touche"));
     test->setObjectName(QStringLiteral("keyTest"));
     QPointer<QLabel> label(result);
