@@ -126,9 +126,6 @@ GuideRow clipboardRow(const GuideInput& in) {
                      ? QStringLiteral("data-control du compositeur (avec la sélection)")
                      : QStringLiteral("data-control du compositeur");
         break;
-    case ClipboardRoad::Portal:
-        r.road = QStringLiteral("Portail « Presse-papiers »");
-        break;
     case ClipboardRoad::None:
         if (in.roads.typeInsteadOfPaste) {
             r.road = QStringLiteral("Aucun : le texte est tapé touche par touche");

@@ -60,8 +60,6 @@ const char* name(ClipboardRoad r) {
         return "x11";
     case ClipboardRoad::DataControl:
         return "data-control";
-    case ClipboardRoad::Portal:
-        return "portail";
     case ClipboardRoad::None:
         break;
     }

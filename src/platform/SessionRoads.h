@@ -36,7 +36,7 @@ struct SessionOffer {
 // The road each service of the program takes on this session.
 enum class KeyRoad { X11, Portal, Bindings, Toggle, Evdev, None };
 enum class PostRoad { X11, VirtualKeyboard, RemoteDesktop, Uinput, None };
-enum class ClipboardRoad { X11, DataControl, Portal, None };
+enum class ClipboardRoad { X11, DataControl, None };
 enum class FrontRoad { X11, AccessibilityBus, SwayIpc, Hyprland, None };
 enum class StripRoad { X11, LayerShell, Window };
 

@@ -3,6 +3,7 @@
 // The remote services of a dictation played by the loopback test server: the speech model
 // (an OpenRouter chat whose user message carries the WAV), the text models (rewrite,
 // correction) and LanguageTool. Each request is sorted by what it asks for and kept.
+#include "DesktopProgram.h"
 #include "TestHttpServer.h"
 
 #include <QJsonArray>
@@ -78,5 +79,20 @@ struct Services {
         return chatCompletion(textModel(system, user.toString()));
     }
 };
+
+// The user's choices of the dictation tests, before the program starts: the test microphone,
+// French, their own OpenRouter key with the paid rewrite, no sounds; the remote services at
+// the loopback server.
+inline void prepareDictation(DesktopProgram& program, const Services& services) {
+    program.writeSettings(QJsonObject{{"microphoneUID", "testmic"},
+                                      {"language", "fr"},
+                                      {"ownKeyMode", true},
+                                      {"transcriptionEngine", "gemini"},
+                                      {"rewriteEngine", "openRouter"},
+                                      {"sounds", false}});
+    program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), QStringLiteral("sk-or-test"));
+    program.setEnv(QStringLiteral("OMBRY_OPENROUTER_URL"), services.url());
+    program.setEnv(QStringLiteral("OMBRY_LANGUAGETOOL_URL"), services.url());
+}
 
 } // namespace ombry::test

@@ -218,22 +218,13 @@ private Q_SLOTS:
             QStringLiteral("fr"), speech));
         speechSeconds = double(SoundServer::wavData(speech).size()) / 32000.0;
 
-        // The user's choices: the test microphone, French, their own OpenRouter key with the
-        // paid rewrite, no sounds (so that the error sound alone can be heard on the
-        // speakers). Keys posted by programs keep their default: refused.
-        program.writeSettings(QJsonObject{{"microphoneUID", "testmic"},
-                                          {"language", "fr"},
-                                          {"ownKeyMode", true},
-                                          {"transcriptionEngine", "gemini"},
-                                          {"rewriteEngine", "openRouter"},
-                                          {"sounds", false}});
+        // The user's choices, without sounds (so that the error sound alone can be heard on
+        // the speakers). Keys posted by programs keep their default: refused.
+        prepareDictation(program, services);
         const Snippet signature{QUuid::createUuid(), QStringLiteral("ma signature"),
                                 QStringLiteral("Jean Dupont, 12 rue des Lilas")};
         program.writeData(QStringLiteral("snippets.json"),
                           QJsonDocument(QJsonArray{signature.toJson()}).toJson());
-        program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), QStringLiteral("sk-or-test"));
-        program.setEnv(QStringLiteral("OMBRY_OPENROUTER_URL"), services.url());
-        program.setEnv(QStringLiteral("OMBRY_LANGUAGETOOL_URL"), services.url());
         // No local engines: the on-device fallback is pocketsphinx alone.
         TestHttpServer gone;
         program.setEnv(QStringLiteral("OMBRY_LOCAL_LLM_URL"), gone.url().toString());

@@ -52,15 +52,7 @@ private Q_SLOTS:
         speech = files.filePath(QStringLiteral("phrase.wav"));
         QVERIFY(SoundServer::makeSpeech(QStringLiteral("Euh, bonjour, chers collègues."),
                                         QStringLiteral("fr"), speech));
-        program.writeSettings(QJsonObject{{"microphoneUID", "testmic"},
-                                          {"language", "fr"},
-                                          {"ownKeyMode", true},
-                                          {"transcriptionEngine", "gemini"},
-                                          {"rewriteEngine", "openRouter"},
-                                          {"sounds", false}});
-        program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), QStringLiteral("sk-or-test"));
-        program.setEnv(QStringLiteral("OMBRY_OPENROUTER_URL"), services.url());
-        program.setEnv(QStringLiteral("OMBRY_LANGUAGETOOL_URL"), services.url());
+        prepareDictation(program, services);
         // On the GNOME desktop, over its bus; its windows go through XWayland, as they do on
         // a user's GNOME.
         for (const char* name :

@@ -58,15 +58,7 @@ private Q_SLOTS:
         speech = files.filePath(QStringLiteral("phrase.wav"));
         QVERIFY(SoundServer::makeSpeech(QStringLiteral("Euh, déjà, bonjour à l'équipe."),
                                         QStringLiteral("fr"), speech));
-        program.writeSettings(QJsonObject{{"microphoneUID", "testmic"},
-                                          {"language", "fr"},
-                                          {"ownKeyMode", true},
-                                          {"transcriptionEngine", "gemini"},
-                                          {"rewriteEngine", "openRouter"},
-                                          {"sounds", false}});
-        program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), QStringLiteral("sk-or-test"));
-        program.setEnv(QStringLiteral("OMBRY_OPENROUTER_URL"), services.url());
-        program.setEnv(QStringLiteral("OMBRY_LANGUAGETOOL_URL"), services.url());
+        prepareDictation(program, services);
         for (const char* name :
              {"WAYLAND_DISPLAY", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR",
               "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE", "KDE_SESSION_VERSION", "KDE_FULL_SESSION"})
