@@ -52,6 +52,15 @@ QString holdKey(const QString& keyLabel) {
     return QStringLiteral("Maintiens %1").arg(keyLabel);
 }
 
+std::optional<QString> microphoneAdvice(bool soundServer, bool microphone) {
+    if (microphone) return std::nullopt;
+    if (!soundServer)
+        return QStringLiteral("Le serveur de son ne répond pas : vérifie que PulseAudio ou "
+                              "PipeWire tourne, puis réessaie.");
+    return QStringLiteral("Aucun micro n'est pris comme entrée : branche-le, puis choisis-le "
+                          "dans les Paramètres du système, rubrique Son.");
+}
+
 std::optional<UpdateBanner> updateBanner(const std::optional<Release>& available, bool installing,
                                          const std::optional<QString>& error, bool dismissed) {
     if (!available || dismissed) return std::nullopt;

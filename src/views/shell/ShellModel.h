@@ -21,6 +21,10 @@ QString fullUserName();
 QString greeting(const QString& fullName); // "Salut {firstName}"
 QString holdKey(const QString& keyLabel);  // "Maintiens {keyLabel}"
 
+// What to check when the first step cannot hear a microphone: the sound server, else the
+// input chosen in the system's sound settings. Nothing when a microphone is there.
+std::optional<QString> microphoneAdvice(bool soundServer, bool microphone);
+
 // The low-credits banner, when it shows.
 struct CreditsBanner {
     QString title;
