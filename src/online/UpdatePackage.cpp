@@ -373,28 +373,23 @@ void syncFolder(const QByteArray& path) {
 
 } // namespace
 
-void swapIn(const QString& staging, const QString& installed) {
+int exchangeNames(const char* from, const char* to) {
+    return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE);
+}
+
+void swapIn(const QString& staging, const QString& installed, ExchangeFn exchange) {
     const QByteArray from = QFile::encodeName(staging);
     const QByteArray to = QFile::encodeName(installed);
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_EXCHANGE) == 0) {
+    if (exchange(from.constData(), to.constData()) == 0) {
         syncFolder(parentOf(to));
         removeTree(staging); // the former program
         return;
     }
     const int err = errno;
     if (err != EINVAL && err != ENOSYS && err != EOPNOTSUPP) swapFailed(err);
-    // No exchange on this file system: two renames, the former program put back on failure.
-    const QString formerPath = installed + QStringLiteral(".ancien");
-    const QByteArray former = QFile::encodeName(formerPath);
-    removeTree(formerPath);
-    if (::rename(to.constData(), former.constData()) != 0) swapFailed(errno);
-    if (::rename(from.constData(), to.constData()) != 0) {
-        const int second = errno;
-        ::rename(former.constData(), to.constData());
-        swapFailed(second);
-    }
-    syncFolder(parentOf(to));
-    removeTree(formerPath);
+    // A folder that is not empty can only be replaced in one step by an exchange: two renames
+    // would leave no program at all between them, should the machine stop there.
+    throw UpdateFail(kNoExchange);
 }
 
 void removeTree(const QString& path) {

@@ -50,10 +50,18 @@ QString identifierOf(const QString& programFolder);
 // file `reference` (machine, word size, byte order). The reference is the running program.
 bool fitsProcessor(const QString& folder, const QString& reference);
 
+// Exchanges two names in one step (renameat2 with RENAME_EXCHANGE); 0, or -1 with errno.
+int exchangeNames(const char* from, const char* to);
+using ExchangeFn = int (*)(const char* from, const char* to);
+
 // Puts `staging` in the place of `installed` in one step (an exchange of the two names), then
 // deletes the former program, now at `staging`. Where the file system cannot exchange names,
-// two renames, with the former program put back if the second fails. Throws UpdateFail.
-void swapIn(const QString& staging, const QString& installed);
+// nothing is touched and it throws UpdateFail kNoExchange: a program folder cannot be replaced
+// there without a moment with no program at all. Other failures throw UpdateFail too.
+inline const QString kNoExchange = QStringLiteral(
+    "Remplacement impossible : le disque du programme ne sait pas échanger deux dossiers d'un "
+    "seul coup. Installe la nouvelle version à la main depuis son archive.");
+void swapIn(const QString& staging, const QString& installed, ExchangeFn exchange = &exchangeNames);
 
 // Deletes a file or folder tree, ignoring failures; links are removed, never followed.
 void removeTree(const QString& path);

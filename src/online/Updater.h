@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
+#include <QUrl>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -81,6 +82,15 @@ public:
     // Where the installed program is; empty when this program was not installed from an
     // archive. Tests point it at a folder of their own.
     QString installedFolder() const;
+    // Whether a download from `from` follows its redirect to `to`: within its origin, or to
+    // another host (a CDN) over https when the request carries no credential. What arrives is
+    // judged by its signature all the same.
+    static bool downloadMayFollow(const QUrl& from, const QUrl& to, bool carriesCredential);
+    // What the user does to update this copy when it cannot update itself (no installed
+    // folder): the words for the program at `executable`, installed by the system's package
+    // manager (under /usr) or built or installed by hand. Nothing for a copy that can.
+    std::optional<QString> manualUpdate() const;
+    static QString manualUpdateText(const QString& executable);
     void setInstalledFolder(const QString& folder) { installedOverride_ = folder; }
 
     // Starts the new program once this one has ended, then ends this one. By default a

@@ -359,6 +359,22 @@ private Q_SLOTS:
         QCOMPARE(relaunched, QStringList{installed});
         QCOMPARE(QDir(place->filePath("tmp")).entryList(QDir::Files),
                  QStringList{"OmbryVoice-9.9.tar.gz"});
+
+        // Where the disk cannot exchange two names, nothing is touched.
+        const QMap<QString, QByteArray> before = snapshot(installed);
+        writeFile(installed + ".nouveau/identifier", "com.quennard.ombryvoice\n");
+        const UpdatePackage::ExchangeFn noExchange = [](const char*, const char*) {
+            errno = EINVAL;
+            return -1;
+        };
+        QString error;
+        try {
+            UpdatePackage::swapIn(installed + ".nouveau", installed, noExchange);
+        } catch (const UpdateFail& e) {
+            error = e.message();
+        }
+        QCOMPARE(error, UpdatePackage::kNoExchange);
+        QCOMPARE(snapshot(installed), before);
     }
 
     void refusedUpdatesLeaveTheProgramUntouched_data() {
@@ -473,6 +489,21 @@ private Q_SLOTS:
         site.on(kArchivePath + ".sig", Reply::text("absent", 404));
         QCOMPARE(checkAndInstall(), kRefused);
 
+        // Redirected: to another host only over https and without a credential (a CDN); in
+        // clear text it is refused, and that host is never asked.
+        const QUrl site1("https://ombry.example/f"), cdn("https://cdn.example.org/f");
+        QVERIFY(Updater::downloadMayFollow(site1, cdn, false));
+        QVERIFY(!Updater::downloadMayFollow(site1, cdn, true));
+        QVERIFY(!Updater::downloadMayFollow(site1, QUrl("http://cdn.example.org/f"), false));
+        QVERIFY(!Updater::downloadMayFollow(site1, QUrl("http://ombry.example/f"), false));
+        QVERIFY(Updater::downloadMayFollow(QUrl("http://h:8/f"), QUrl("http://h:8/g"), true));
+        TestHttpServer elsewhere;
+        Reply away = Reply::text("", 302);
+        away.headers.append({"Location", elsewhere.url().toEncoded() + kArchivePath.toUtf8()});
+        site.on(kArchivePath, away);
+        QCOMPARE(checkAndInstall(), kRefused);
+        QCOMPARE(elsewhere.count(), 0);
+
         // Addresses refused before anything is fetched.
         site.clearRequests();
         serveFeed(1, "http://ombry.example" + kArchivePath);
@@ -483,8 +514,10 @@ private Q_SLOTS:
         // folder) is never replaced.
         serveFeed(1);
         updater.setInstalledFolder(QString());
-        QVERIFY(
-            checkAndInstall().startsWith("Ce programme n'a pas été installé depuis une archive"));
+        QCOMPARE(checkAndInstall(), *updater.manualUpdate());
+        QVERIFY(updater.manualUpdate()->contains(QStringLiteral("à la main")));
+        QVERIFY(Updater::manualUpdateText("/usr/bin/ombry-voice")
+                    .contains(QStringLiteral("gestionnaire de paquets")));
         updater.setInstalledFolder(installed);
         QCOMPARE(site.requests(kArchivePath).size(), 0);
 
