@@ -326,15 +326,18 @@ void MainView::refreshBanners() {
         creditsBuy_->setText(b->button);
     }
     const Updater& updater = Updater::shared();
-    const std::optional<ShellModel::UpdateBanner> u = ShellModel::updateBanner(
-        updater.available(), updater.installing(), updater.error(), updater.dismissed());
+    const std::optional<ShellModel::UpdateBanner> u =
+        ShellModel::updateBanner(updater.available(), updater.installing(), updater.error(),
+                                 updater.dismissed(), updater.manualUpdate());
     updateBanner_->setVisible(bool(u));
     if (u) {
         updateTitle_->setText(u->title);
-        updateError_->setText(u->error.value_or(QString()));
-        updateError_->setVisible(bool(u->error));
+        const std::optional<QString> line = u->manual ? u->manual : u->error;
+        updateError_->setText(line.value_or(QString()));
+        updateError_->setVisible(bool(line));
         updateInstall_->setText(u->install);
         updateInstall_->setEnabled(u->installEnabled);
+        updateInstall_->setVisible(!u->manual);
     }
     // Pictures of the pages show the window as it stands, not the state of this process.
     const bool keyboardMissing =

@@ -62,13 +62,15 @@ std::optional<QString> microphoneAdvice(bool soundServer, bool microphone) {
 }
 
 std::optional<UpdateBanner> updateBanner(const std::optional<Release>& available, bool installing,
-                                         const std::optional<QString>& error, bool dismissed) {
+                                         const std::optional<QString>& error, bool dismissed,
+                                         const std::optional<QString>& manual) {
     if (!available || dismissed) return std::nullopt;
     UpdateBanner b;
     b.title = QStringLiteral("Ombry Voice %1 est disponible").arg(available->version);
     b.install = installing ? QStringLiteral("Installation…") : QStringLiteral("Mettre à jour");
     b.installEnabled = !installing;
     b.error = error;
+    b.manual = manual;
     b.notes = available->notes;
     b.page = available->page;
     return b;

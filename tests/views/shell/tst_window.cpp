@@ -119,6 +119,9 @@ private Q_SLOTS:
         QVERIFY(!running->installEnabled);
         QCOMPARE(updateBanner(r, false, QStringLiteral("panne"), false)->error,
                  std::optional<QString>(QStringLiteral("panne")));
+        // A copy that cannot update itself is told how, without install button.
+        QCOMPARE(updateBanner(r, false, std::nullopt, false, QStringLiteral("comment"))->manual,
+                 std::optional<QString>(QStringLiteral("comment")));
     }
 
     void onboardingClickedThrough() {
@@ -356,7 +359,12 @@ private Q_SLOTS:
         QTest::mouseClick(close, Qt::LeftButton);
         QVERIFY(updater.dismissed());
         QVERIFY(!view.updateBanner()->isVisible());
+        // This copy (a build tree) cannot update itself: the offer says how, with no button.
         updater.setInstalledFolder(QString());
+        updater.setDismissed(false);
+        QVERIFY(showsText(view.updateBanner(), *updater.manualUpdate()));
+        QVERIFY(!visibleButton(view.updateBanner(), QStringLiteral("Mettre à jour")));
+        updater.setDismissed(false);
         qunsetenv("OMBRY_SITE_URL");
     }
 
