@@ -331,7 +331,14 @@ private Q_SLOTS:
 
     void installSwapsInTheNewProgram() {
         serveFeed(1);
-        serveSigned(release(marker()));
+        // The site sends the archive's download on to a CDN, over https.
+        const QByteArray archive = tarGz(release(marker()));
+        serveArchive("", sign(key.get(), archive));
+        TestHttpServer cdn(TestHttpServer::Scheme::Https);
+        cdn.on(QStringLiteral("/a.tar.gz"), Reply::text(archive));
+        Reply moved = Reply::text("", 302);
+        moved.headers.append({"Location", cdn.url().toEncoded() + "/a.tar.gz"});
+        site.on(kArchivePath, moved);
         // What a former attempt left is replaced.
         writeFile(installed + ".nouveau/identifier", "ancien essai");
         // The offer shows the installation under way, then its end.
@@ -343,8 +350,10 @@ private Q_SLOTS:
         QCOMPARE(installing, (QList<bool>{true, false}));
         QCOMPARE(journalLines().last(), QStringLiteral("mise à jour installée : 9.9"));
 
-        // Fetched from the product site under the feed's path, whatever host the feed named.
+        // Fetched from the product site under the feed's path, whatever host the feed named,
+        // and from where the site sent it on.
         QCOMPARE(site.requests(kArchivePath).size(), 1);
+        QCOMPARE(cdn.requests("/a.tar.gz").size(), 1);
         const QMap<QString, QByteArray> now = snapshot(installed);
         QCOMPARE(now.value("identifier"), "file 644 com.quennard.ombryvoice\n");
         QCOMPARE(now.value("share/notes.txt"), "file 644 version deux\n");
