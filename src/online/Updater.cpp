@@ -299,10 +299,8 @@ QCoro::Task<bool> Updater::check() {
 
 QString Updater::installedFolder() const {
     if (!installedOverride_.isEmpty()) return installedOverride_;
-    const QFileInfo exe(QCoreApplication::applicationFilePath());
-    const QDir bin = exe.absoluteDir();
-    if (bin.dirName() != QLatin1String("bin")) return {};
-    const QString folder = QFileInfo(bin.absolutePath()).absolutePath();
+    const QString folder = UpdatePackage::programFolderOf(QCoreApplication::applicationFilePath());
+    if (folder.isEmpty()) return {};
     const QString id = UpdatePackage::identifierOf(folder);
     if (id != identifier && id != formerIdentifier) return {};
     return folder;

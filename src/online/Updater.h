@@ -30,11 +30,12 @@ struct Release {
 // Keeps the program up to date by itself: asks the product site once a day whether a newer
 // build exists, offers it, and on the user's word downloads the archive for this processor,
 // checks its signature against the key built into the program, unpacks it beside the installed
-// program, swaps the two folders in one step and restarts the program.
+// program, swaps the two in one step (UpdatePackage::swapIn) and restarts the program.
 //
-// The installed program is the folder of the running executable's `bin` folder when that folder
-// holds an `identifier` file (see UpdatePackage.h); a program installed otherwise (by the
-// system's package manager, or run from a build tree) is never replaced.
+// The installed program is the folder of the running executable's `bin` folder (or the program
+// folder whose entry point links to it) when that folder holds an `identifier` file (see
+// UpdatePackage.h); a program installed otherwise (by the system's package manager, or run from
+// a build tree) is never replaced.
 //
 // Observable: every field changes on the main thread, and each write emits its signal.
 class Updater : public QObject {

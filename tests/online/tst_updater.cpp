@@ -369,21 +369,33 @@ private Q_SLOTS:
         QCOMPARE(QDir(place->filePath("tmp")).entryList(QDir::Files),
                  QStringList{"OmbryVoice-9.9.tar.gz"});
 
-        // Where the disk cannot exchange two names, nothing is touched.
-        const QMap<QString, QByteArray> before = snapshot(installed);
-        writeFile(installed + ".nouveau/identifier", "com.quennard.ombryvoice\n");
+        // Where the disk cannot exchange two names, the new program goes inside the installed
+        // folder and, in one rename, the entry point becomes a link to it: never is there no
+        // program to start. The program so started knows its installed folder; at the next
+        // update the former version goes.
         const UpdatePackage::ExchangeFn noExchange = [](const char*, const char*) {
             errno = EINVAL;
             return -1;
         };
-        QString error;
-        try {
+        const QString entry = installed + "/bin/ombry-voice";
+        for (const QByteArray version : {"trois", "quatre"}) {
+            writeFile(installed + ".nouveau/bin/ombry-voice", "#!/bin/sh\necho " + version + "\n",
+                      QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+            writeFile(installed + ".nouveau/identifier", "com.quennard.ombryvoice\n");
             UpdatePackage::swapIn(installed + ".nouveau", installed, noExchange);
-        } catch (const UpdateFail& e) {
-            error = e.message();
+            QFile started(entry);
+            QVERIFY(QFileInfo(entry).isSymLink() && started.open(QIODevice::ReadOnly));
+            QCOMPARE(started.readAll(), "#!/bin/sh\necho " + version + "\n");
+            QCOMPARE(UpdatePackage::programFolderOf(QFileInfo(entry).canonicalFilePath()),
+                     installed);
         }
-        QCOMPARE(error, UpdatePackage::kNoExchange);
-        QCOMPARE(snapshot(installed), before);
+        const QStringList left =
+            QDir(installed).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        QCOMPARE(left.size(), 3);
+        QVERIFY(left.contains("bin") && left.contains("identifier"));
+        QCOMPARE(QDir(installed + "/bin").entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList{"ombry-voice"});
+        QVERIFY(!QFileInfo::exists(installed + ".nouveau"));
     }
 
     void refusedUpdatesLeaveTheProgramUntouched_data() {
