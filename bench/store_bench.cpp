@@ -12,6 +12,7 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTextStream>
+#include <ctime>
 #include <sys/resource.h>
 
 using namespace ombry;
@@ -140,15 +141,25 @@ int main(int argc, char** argv) {
         disk.removeAt(count / 2);
         ours.prepend(Dictation{.finalText = QStringLiteral("d'ici")});
         ours.removeAt(count / 3);
-        double best = 1e9;
+        // The time of this thread on a processor too: on a shared machine the wall clock also
+        // counts the turns of others.
+        const auto cpuMs = [] {
+            timespec t{};
+            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+            return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
+        };
+        double best = 1e9, bestCpu = 1e9;
         qsizetype size = 0;
         for (int run = 0; run < 5; ++run) {
             timer.restart();
+            const double cpuStart = cpuMs();
             size = mergedLists(ours, base, disk, true).size();
             best = std::min(best, timer.nsecsElapsed() / 1e6);
+            bestCpu = std::min(bestCpu, cpuMs() - cpuStart);
         }
         out << "merge alone (" << size
-            << " dictations, best of 5): " << QString::number(best, 'f', 1) << " ms\n";
+            << " dictations, best of 5): " << QString::number(best, 'f', 1)
+            << " ms (on a processor " << QString::number(bestCpu, 'f', 1) << " ms)\n";
         Paths::writeFileAtomically(dir.path() + QStringLiteral("/history.json"), encodeList(disk));
         store.add(Dictation{.finalText = QStringLiteral("encore d'ici")});
         timer.restart();
