@@ -61,6 +61,13 @@ bool pick(QComboBox* box, const QString& text) {
     return box->currentIndex() == target;
 }
 
+// The label the page marked with this role.
+QLabel* withRole(QWidget* root, const char* role) {
+    for (QLabel* l : root->findChildren<QLabel*>())
+        if (l->property("role").toString() == QLatin1String(role)) return l;
+    return nullptr;
+}
+
 void showTab(SettingsPage& page, SM::Tab tab) {
     for (QPushButton* b : page.findChildren<QPushButton*>(QStringLiteral("tab")))
         if (b->property("tab").toString() == SM::rawValue(tab))
@@ -101,7 +108,6 @@ private Q_SLOTS:
         QCOMPARE(SM::costText(true, TE::Deepgram, RE::None, "nova-3", "x"),
                  QStringLiteral("1 crédit ≈ 5 min de dictée"));
 
-        QCOMPARE(SM::sttLabel(TE::Gemini, false, "nova-3"), QStringLiteral("Ombry IA"));
         QCOMPARE(SM::sttLabel(TE::Deepgram, true, "nova-2"), QStringLiteral("Deepgram · Nova-2"));
         QCOMPARE(SM::rewriteLabel(RE::OpenRouter, true, false, "mistralai/mistral-nemo"),
                  QStringLiteral("OpenRouter · Mistral Nemo"));
@@ -109,9 +115,7 @@ private Q_SLOTS:
                  QStringLiteral("IA locale · non disponible"));
 
         QCOMPARE(SM::translateMenuTitle("anglais"), QStringLiteral("Vers l'anglais"));
-        QCOMPARE(SM::translateMenuTitle("italien"), QStringLiteral("Vers l'italien"));
         QCOMPARE(SM::translateMenuTitle("français"), QStringLiteral("Vers le français"));
-        QCOMPARE(SM::translateMenuTitle("néerlandais"), QStringLiteral("Vers le néerlandais"));
 
         // Shortcuts need Ctrl, Alt or Super; Shift alone would take a capital letter away.
         const auto s = SM::shortcutFromQt(Qt::Key_K, Qt::ControlModifier | Qt::AltModifier);
@@ -246,9 +250,7 @@ private Q_SLOTS:
         QTest::mouseClick(own, Qt::LeftButton);
         QVERIFY(settings.ownKeyMode());
         QVERIFY(openRouterRow->isVisible());
-        QLabel* keyState = nullptr;
-        for (QLabel* l : openRouterRow->findChildren<QLabel*>())
-            if (l->property("role") == QStringLiteral("keyState")) keyState = l;
+        QLabel* keyState = withRole(openRouterRow, "keyState");
         QCOMPARE(keyState->text(), QStringLiteral("Absente"));
 
         QTest::mouseClick(button(openRouterRow, QStringLiteral("Modifier")), Qt::LeftButton);
@@ -267,9 +269,7 @@ private Q_SLOTS:
         // With the own key in use, the engine card names the paid engines.
         showTab(page, SM::Tab::Dictation);
         settings.setTranscriptionEngine(TranscriptionEngine::Gemini);
-        QLabel* stt = nullptr;
-        for (QLabel* l : page.findChildren<QLabel*>())
-            if (l->property("role") == QStringLiteral("stt")) stt = l;
+        QLabel* stt = withRole(&page, "stt");
         QCOMPARE(stt->text(), QStringLiteral("Gemini 2.5 Flash Lite · OpenRouter"));
         // Without a hosted service a stored key stays in use whatever the switch says; once
         // it is removed, the hosted names come back.
