@@ -20,6 +20,8 @@ PACKAGES=(
   kwin-wayland xdg-desktop-portal-kde qtwayland5
   mutter xdg-desktop-portal xdg-desktop-portal-gnome gir1.2-atspi-2.0
   python3-dbus python3-gi python3-dbusmock
+  # The Debian package and its checks.
+  lintian desktop-file-utils appstream man-db
 )
 
 missing=()

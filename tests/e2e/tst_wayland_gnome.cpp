@@ -79,7 +79,7 @@ private Q_SLOTS:
 
         services.transcript = QStringLiteral("euh bonjour chers collegues");
         services.textModel = [](const QString&, const QString&) {
-            return QStringLiteral("Bonjour, chers collegues !");
+            return QStringLiteral("Bonjour, chers collègues ! L'été, ça ira.");
         };
         const int mark = program.mark();
         QVERIFY(toggle());
@@ -89,7 +89,7 @@ private Q_SLOTS:
         QTest::qWait(300);
         QVERIFY(toggle());
         QTRY_VERIFY2_WITH_TIMEOUT(gnome.field.text() ==
-                                      QStringLiteral("Bonjour, chers collegues !"),
+                                      QStringLiteral("Bonjour, chers collègues ! L'été, ça ira."),
                                   qPrintable(gnome.field.text() + journalSince(mark)), 20000);
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
         QTest::qWait(500);

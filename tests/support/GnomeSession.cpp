@@ -22,10 +22,12 @@ QString supportFile(const QString& name) {
 
 GnomeSession::~GnomeSession() {
     field.close();
-    if (mutter_.state() == QProcess::NotRunning) return;
-    mutter_.terminate();
-    if (!mutter_.waitForFinished(3000)) mutter_.kill();
-    mutter_.waitForFinished(1000);
+    for (QProcess* p : {&mutter_, &locale_}) {
+        if (p->state() == QProcess::NotRunning) continue;
+        p->terminate();
+        if (!p->waitForFinished(3000)) p->kill();
+        p->waitForFinished(1000);
+    }
 }
 
 bool GnomeSession::installed() {
@@ -67,6 +69,23 @@ bool GnomeSession::start() {
             if (end > 0) display_ = QString::fromLatin1(rest.left(end));
         }
     });
+    // A French user's layout: mutter reads it from the system's keyboard settings, here a mock
+    // on the private bus that mutter takes for the system bus.
+    locale_.start(QStringLiteral("/usr/bin/python3"),
+                  {supportFile(QStringLiteral("wayland/locale1_mock.py"))});
+    if (!DesktopSession::waitUntil(
+            [] {
+                return QDBusConnection::sessionBus().interface()->isServiceRegistered(
+                    QStringLiteral("org.freedesktop.locale1"));
+            },
+            10000)) {
+        error_ = QStringLiteral("réglages du clavier factices absents");
+        return false;
+    }
+    QProcessEnvironment mutterEnv = QProcessEnvironment::systemEnvironment();
+    mutterEnv.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+                     qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
+    mutter_.setProcessEnvironment(mutterEnv);
     mutter_.start(QStringLiteral("mutter"),
                   {QStringLiteral("--wayland"), QStringLiteral("--headless"),
                    QStringLiteral("--virtual-monitor"), QStringLiteral("1280x800"),

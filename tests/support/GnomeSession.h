@@ -37,6 +37,7 @@ public:
 private:
     SessionBus bus_;
     QTemporaryDir portals_;
+    QProcess locale_; // the system's keyboard settings mutter starts with
     QProcess mutter_;
     QString error_;
     QString display_; // mutter's XWayland
