@@ -2,8 +2,8 @@
 
 #include "data/Settings.h"
 #include "desktop/Log.h"
+#include "engines/AudioFile.h"
 #include "engines/OfflineSpeech.h"
-#include "engines/WavReader.h"
 #include "net/Endpoints.h"
 #include "net/Errors.h"
 #include "net/Http.h"
@@ -139,16 +139,9 @@ QCoro::Task<QString> transcribeWithServer(QString server, QByteArray wav, QStrin
 QCoro::Task<QString> transcribeOffline(QByteArray wav, QString language, QString grammar) {
     const auto model = OfflineSpeech::modelFor(language, Paths::dataFolder());
     if (!model) throw failure(0, QStringLiteral("langue non disponible"));
-    std::optional<QByteArray> pcm;
-    if (wav.startsWith("RIFF")) {
-        QString error;
-        const auto audio = WavReader::parse(wav, &error);
-        if (!audio) throw failure(0, error);
-        pcm = WavReader::toSpeechPcm(*audio);
-    } else {
-        pcm = OfflineSpeech::pcmOfWav(wav);
-        if (!pcm) throw failure(0, QStringLiteral("fichier WAV attendu"));
-    }
+    QString error;
+    const std::optional<QByteArray> pcm = AudioFile::speechPcm(wav, &error);
+    if (!pcm) throw failure(0, error);
     if (grammar.isEmpty()) grammar = OfflineSpeech::grammarFromEnvironment();
 
     // Decoding takes about a tenth of the audio's length: a worker thread keeps the main loop
