@@ -224,7 +224,6 @@ private Q_SLOTS:
         // A microphone that is not there: the default one records instead.
         AppSettings::shared().setMicrophoneUID(QStringLiteral("usb-absent"));
         QCOMPARE(recordSpeech(r, std::nullopt), QString());
-        AppSettings::shared().setMicrophoneUID(std::nullopt);
     }
 
     // Without an input the server makes the monitor of an output its default source: the
@@ -256,7 +255,6 @@ private Q_SLOTS:
         AppSettings::shared().setMicrophoneUID(std::nullopt);
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
         QVERIFY(!r.isRecording());
-        QVERIFY(server.setDefaultSource(QStringLiteral("testmic")));
     }
 
     // The journal gives the rate and channels of the source, not the 16 kHz mono that the
@@ -280,7 +278,6 @@ private Q_SLOTS:
             r.stop();
             QVERIFY(server.unloadModule(module));
         }
-        AppSettings::shared().setMicrophoneUID(std::nullopt);
     }
 
     void hotPlugIsHeard() {
