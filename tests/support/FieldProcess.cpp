@@ -4,6 +4,10 @@
 
 namespace ombry::test {
 
+QString FieldProcess::program() {
+    return QStringLiteral(OMBRY_WAYLAND_TARGET);
+}
+
 bool FieldProcess::open(const QString& clipboard, int timeoutMs) {
     close();
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -11,8 +15,7 @@ bool FieldProcess::open(const QString& clipboard, int timeoutMs) {
     process_.setProcessEnvironment(env);
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     QObject::connect(&process_, &QProcess::readyReadStandardOutput, [this] { read(); });
-    process_.start(QStringLiteral(OMBRY_WAYLAND_TARGET),
-                   clipboard.isEmpty() ? QStringList() : QStringList{clipboard});
+    process_.start(program(), clipboard.isEmpty() ? QStringList() : QStringList{clipboard});
     return QTest::qWaitFor([this] { return focused_; }, timeoutMs) &&
            process_.state() == QProcess::Running;
 }

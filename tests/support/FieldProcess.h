@@ -17,6 +17,8 @@ public:
     bool open(const QString& clipboard = {}, int timeoutMs = 15000);
     void close();
     qint64 pid() const { return process_.processId(); }
+    // The field's program, for a desktop file that names it.
+    static QString program();
     QString text() const { return text_; }
     QString clipboard() const { return clipboard_; }
     std::optional<qint64> firstChange() const { return firstChange_; }

@@ -74,13 +74,15 @@ private Q_SLOTS:
     void initTestCase() {
         if (!test::SwaySession::installed()) QSKIP("sway, wtype ou wl-clipboard absent");
         QVERIFY2(sway_.start(), qPrintable(sway_.error()));
-        // The desktop file that names the target for people.
+        // The desktop file that names the target for people (GIO lists only an entry whose
+        // program is there).
         qputenv("XDG_DATA_HOME", data_.path().toLocal8Bit());
         const QString applications = data_.path() + "/applications";
         QDir().mkpath(applications);
         QFile desktop(applications + "/ombry_wayland_target.desktop");
         QVERIFY(desktop.open(QIODevice::WriteOnly));
-        desktop.write("[Desktop Entry]\nType=Application\nName=Cible de test\nExec=cible\n");
+        desktop.write("[Desktop Entry]\nType=Application\nName=Cible de test\nExec=" +
+                      QFile::encodeName(test::FieldProcess::program()) + "\n");
         desktop.close();
         QVERIFY(sway_.field.open());
         keys_ = makeVirtualKeyboard();
