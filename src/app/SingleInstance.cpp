@@ -5,12 +5,19 @@
 #include <QLockFile>
 #include <QPointer>
 #include <QStandardPaths>
+#include <QTimer>
 #include <optional>
 
 namespace ombry {
 
 namespace {
 constexpr int kWaitMs = 1000;
+// What one connection may cost: a start or a key binding says its one line at once, so a
+// connection that says nothing for this long, or more than a line, is dropped; beyond a few
+// connections at once a new one is closed unread.
+constexpr int kLineDeadlineMs = 2000;
+constexpr qint64 kLongestLine = 256;
+constexpr int kMostConnections = 16;
 
 QByteArray lineOf(SingleInstance::Message m) {
     switch (m) {
@@ -86,10 +93,22 @@ bool SingleInstance::send(Message message, const QString& folder) {
 void SingleInstance::accept() {
     while (QLocalSocket* socket = server_.nextPendingConnection()) {
         connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+        if (server_.findChildren<QLocalSocket*>().size() > kMostConnections) {
+            socket->abort();
+            continue;
+        }
+        // Nothing beyond one line is read from the system; the rest waits there until the
+        // connection is dropped.
+        socket->setReadBufferSize(kLongestLine);
+        QTimer::singleShot(kLineDeadlineMs, socket, [socket] { socket->abort(); });
         QPointer<QLocalSocket> guard(socket);
         auto read = [this, guard] {
-            if (!guard || !guard->canReadLine()) return;
-            const std::optional<Message> message = messageOf(guard->readLine());
+            if (!guard) return;
+            if (!guard->canReadLine()) {
+                if (guard->bytesAvailable() >= kLongestLine) guard->abort();
+                return;
+            }
+            const std::optional<Message> message = messageOf(guard->readLine(kLongestLine));
             guard->disconnectFromServer();
             if (!message) return;
             if (*message == Message::Show) {

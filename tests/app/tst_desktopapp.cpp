@@ -43,6 +43,38 @@ private Q_SLOTS:
         QCOMPARE(told, 2);
     }
 
+    // Other local clients cannot hold the socket: one that says nothing is dropped after its
+    // deadline, one that sends a line without end at once, and beyond a few at a time the
+    // next is closed unread; the program is told of keys again once they are gone.
+    void strangersCannotHoldTheSocket() {
+        QTemporaryDir dir;
+        SingleInstance first(dir.path());
+        QList<SingleInstance::Message> keys;
+        first.onKey = [&keys](SingleInstance::Message m) { keys << m; };
+        QVERIFY(first.claim());
+        auto closed = [](const QLocalSocket& s) {
+            return s.state() != QLocalSocket::ConnectedState;
+        };
+        QLocalSocket endless;
+        endless.connectToServer(first.socketPath());
+        QVERIFY(endless.waitForConnected(1000));
+        endless.write(QByteArray(1 << 20, 'x'));
+        QTRY_VERIFY_WITH_TIMEOUT(closed(endless), 1000);
+        std::vector<std::unique_ptr<QLocalSocket>> idle;
+        for (int i = 0; i < 40; ++i) {
+            idle.push_back(std::make_unique<QLocalSocket>());
+            idle.back()->connectToServer(first.socketPath());
+            QVERIFY(idle.back()->waitForConnected(1000));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(
+            std::count_if(idle.begin(), idle.end(), [&](auto& s) { return closed(*s); }) >= 20,
+            500);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            std::all_of(idle.begin(), idle.end(), [&](auto& s) { return closed(*s); }), 5000);
+        QVERIFY(SingleInstance::send(SingleInstance::Message::Press, dir.path()));
+        QTRY_COMPARE(keys, QList<SingleInstance::Message>{SingleInstance::Message::Press});
+    }
+
     void programThatDiedLeavesNothingInTheWay() {
         // A crash leaves the socket file and a lock whose process is gone.
         QTemporaryDir dir;
