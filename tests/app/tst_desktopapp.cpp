@@ -7,9 +7,12 @@
 #include <QFile>
 #include <QLocalSocket>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <sys/stat.h>
+#include <unistd.h>
 
 Q_DECLARE_METATYPE(ombry::KeyRoad)
 
@@ -73,6 +76,52 @@ private Q_SLOTS:
             std::all_of(idle.begin(), idle.end(), [&](auto& s) { return closed(*s); }), 5000);
         QVERIFY(SingleInstance::send(SingleInstance::Message::Press, dir.path()));
         QTRY_COMPARE(keys, QList<SingleInstance::Message>{SingleInstance::Message::Press});
+    }
+
+    // Without a runtime folder of the user's own, another user's folders and lock in the
+    // shared temporary folder are not trusted: this program starts, and is told of keys; a
+    // runtime folder too deep for a socket's address is passed over the same way.
+    void folderOfNoOtherUser() {
+        if (geteuid() != 0) QSKIP("another user's files need root to be made");
+        QTemporaryDir tmp;
+        const QByteArray savedTmp = qgetenv("TMPDIR"), savedRuntime = qgetenv("XDG_RUNTIME_DIR");
+        const auto restore = qScopeGuard([&] {
+            qputenv("TMPDIR", savedTmp);
+            qputenv("XDG_RUNTIME_DIR", savedRuntime);
+        });
+        qputenv("TMPDIR", tmp.path().toUtf8());
+        qunsetenv("XDG_RUNTIME_DIR");
+        // Qt's fallback runtime folder and ours, made first by nobody, and a lock of a live
+        // process in the temporary folder itself.
+        for (const QString& name :
+             {QStringLiteral("runtime-root"), QStringLiteral("ombry-voice-0")}) {
+            QVERIFY(QDir(tmp.path()).mkdir(name));
+            QVERIFY(chmod(QFile::encodeName(tmp.filePath(name)).constData(), 0700) == 0);
+            QVERIFY(chown(QFile::encodeName(tmp.filePath(name)).constData(), 65534, 65534) == 0);
+        }
+        QFile lock(tmp.filePath(QStringLiteral("ombry-voice.lock")));
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.write(QByteArray::number(QCoreApplication::applicationPid()) + "\ntst_desktopapp\n" +
+                   QSysInfo::machineHostName().toUtf8() + "\n");
+        lock.close();
+        QVERIFY(chown(QFile::encodeName(lock.fileName()).constData(), 65534, 65534) == 0);
+
+        auto claimsAndHears = [] {
+            SingleInstance instance(SingleInstance::defaultFolder());
+            QList<SingleInstance::Message> keys;
+            instance.onKey = [&keys](SingleInstance::Message m) { keys << m; };
+            if (!instance.claim()) return false;
+            return SingleInstance::send(SingleInstance::Message::Press) &&
+                   QTest::qWaitFor([&] { return !keys.isEmpty(); }, 2000);
+        };
+        QVERIFY(claimsAndHears());
+        QVERIFY(!SingleInstance::defaultFolder().startsWith(tmp.path()));
+
+        const QString deep = tmp.filePath(QString(120, QLatin1Char('r')));
+        QVERIFY(QDir().mkpath(deep));
+        QVERIFY(chmod(QFile::encodeName(deep).constData(), 0700) == 0);
+        qputenv("XDG_RUNTIME_DIR", deep.toUtf8());
+        QVERIFY(claimsAndHears());
     }
 
     void programThatDiedLeavesNothingInTheWay() {
