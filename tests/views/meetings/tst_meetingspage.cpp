@@ -13,6 +13,7 @@
 #include "views/meetings/MeetingsPage.h"
 
 #include <QFile>
+#include <QPointer>
 #include <QPushButton>
 #include <QTest>
 #include <QtMath>
@@ -131,7 +132,7 @@ private Q_SLOTS:
         QVERIFY(!showsLabel(
             page.get(),
             QStringLiteral("Enregistre une réunion, un appel ou une idée à voix haute")));
-        QWidget* first = cards().first();
+        const QPointer<MeetingCard> first = static_cast<MeetingCard*>(cards().first());
         QCOMPARE(named<QLabel>(first, "meetingTitle")->text(), QStringLiteral("Point hebdo"));
         QVERIFY(named<QLabel>(first, "meetingDate")->text().endsWith(QStringLiteral(" · 31 min")));
 
@@ -139,13 +140,13 @@ private Q_SLOTS:
         QList<QPushButton*> tasks = first->findChildren<QPushButton*>(QStringLiteral("task"));
         QCOMPARE(tasks.size(), 2);
         QTest::mouseClick(tasks[1], Qt::LeftButton);
-        QCOMPARE(static_cast<MeetingCard*>(first)->done(), QSet<int>{1});
+        QCOMPARE(first->done(), QSet<int>{1});
         QVERIFY(tasks[1]->text().startsWith(QStringLiteral("✔")));
         QTest::mouseClick(tasks[1], Qt::LeftButton);
-        QVERIFY(static_cast<MeetingCard*>(first)->done().isEmpty());
+        QVERIFY(first->done().isEmpty());
         QTest::mouseClick(tasks[0], Qt::LeftButton);
 
-        auto* transcript = named<QLabel>(first, "transcript");
+        const QPointer<QLabel> transcript = named<QLabel>(first, "transcript");
         QVERIFY(!transcript->isVisible());
         QTest::mouseClick(named<QPushButton>(first, "showTranscript"), Qt::LeftButton);
         QVERIFY(transcript->isVisible());
@@ -171,8 +172,8 @@ private Q_SLOTS:
         const QByteArray json = file.readAll();
         QVERIFY(json.contains("Point hebdo") && !json.contains("Appel client"));
         // The card that did not change is the same: its tick and open transcript stay.
-        QCOMPARE(cards().first(), first);
-        QCOMPARE(static_cast<MeetingCard*>(first)->done(), QSet<int>{0});
+        QCOMPARE(cards().first(), static_cast<QWidget*>(first));
+        QCOMPARE(first->done(), QSet<int>{0});
         QVERIFY(transcript->isVisible());
     }
 
