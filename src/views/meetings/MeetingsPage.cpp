@@ -95,28 +95,25 @@ MeetingCard::MeetingCard(Store& store, MeetingRecorder& recorder, HistoryPlayer&
         }
     }
 
-    // Nothing could be transcribed: the audio is all the meeting has.
-    const QString audio = store.meetingAudioPath(meeting.id);
-    if (meeting.transcript.isEmpty() && QFileInfo::exists(audio)) {
-        layout->addWidget(PageLook::note(QStringLiteral("La transcription a échoué.")));
-        auto* row = new QHBoxLayout;
-        QPushButton* play = PageLook::button(QStringLiteral("Écouter"));
-        PageLook::mark(play, "playMeeting");
-        QPushButton* retry = PageLook::button(QStringLiteral("Réessayer"));
-        PageLook::mark(retry, "retryMeeting");
-        row->addWidget(play);
-        row->addWidget(retry);
-        row->addStretch();
-        layout->addLayout(row);
-        connect(play, &QPushButton::clicked, this, [&player, audio] { player.play(audio); });
-        connect(retry, &QPushButton::clicked, this,
-                [this, &recorder] { recorder.retry(meeting_.id); });
-    }
-
     QPushButton* showTranscript = PageLook::button(QStringLiteral("Transcription complète"), true);
     showTranscript->setObjectName(QStringLiteral("showTranscript"));
     auto* transcriptRow = new QHBoxLayout;
     transcriptRow->addWidget(showTranscript);
+    // Nothing could be transcribed: the audio is all the meeting has, to play or to try again.
+    const QString audio = store.meetingAudioPath(meeting.id);
+    if (meeting.transcript.isEmpty() && QFileInfo::exists(audio)) {
+        layout->addWidget(PageLook::note(QStringLiteral("La transcription a échoué.")));
+        showTranscript->hide();
+        QPushButton* play = PageLook::button(QStringLiteral("Écouter"));
+        PageLook::mark(play, "playMeeting");
+        QPushButton* retry = PageLook::button(QStringLiteral("Réessayer"));
+        PageLook::mark(retry, "retryMeeting");
+        transcriptRow->addWidget(play);
+        transcriptRow->addWidget(retry);
+        connect(play, &QPushButton::clicked, this, [&player, audio] { player.play(audio); });
+        connect(retry, &QPushButton::clicked, this,
+                [this, &recorder] { recorder.retry(meeting_.id); });
+    }
     transcriptRow->addStretch();
     layout->addLayout(transcriptRow);
     auto* transcript = new QLabel(meeting.transcript);
