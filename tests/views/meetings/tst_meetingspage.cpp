@@ -225,8 +225,12 @@ private Q_SLOTS:
         QCOMPARE(store().meetings().first().id, m.id);
         QCOMPARE(store().meetings().first().transcript,
                  QStringLiteral("On valide le budget et on l'envoie demain."));
-        QTRY_COMPARE(named<QLabel>(cards().first(), "meetingTitle")->text(),
-                     QStringLiteral("Budget 2026"));
+        // The new card is shown on the next turn of the event loop, the old one hidden at once.
+        const auto shownTitle = [&] {
+            const QList<QWidget*> shown = cards();
+            return shown.size() == 1 ? named<QLabel>(shown[0], "meetingTitle")->text() : QString();
+        };
+        QTRY_COMPARE(shownTitle(), QStringLiteral("Budget 2026"));
         QVERIFY(!named<QPushButton>(cards().first(), "retryMeeting"));
         QVERIFY(QFile::exists(MeetingRecorder::audioPath(m)));
     }
