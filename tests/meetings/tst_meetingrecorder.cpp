@@ -2,7 +2,8 @@
 // faster than real time, against a local server playing the speech and summary models: pieces
 // go out while the meeting goes on, the meeting is filed with its title, summary, tasks and
 // audio, a failed summary or piece still files it, and a quit in the middle of the processing
-// is finished at the next start.
+// is finished at the next start, whatever the pending files look like then (state cut short,
+// audio alone, names in lower case, audio that cannot be opened, a full disk, over 4 GB).
 #include "Await.h"
 #include "FakePlatform.h"
 #include "SoundServer.h"
