@@ -288,9 +288,13 @@ private Q_SLOTS:
         settings().setRewriteEngine(RewriteEngine::Local);
         SettingsPage& page = open(SM::Tab::Dictation);
         QLabel* cost = nullptr;
-        for (QLabel* l : page.findChildren<QLabel*>())
+        bool tone = false;
+        for (QLabel* l : page.findChildren<QLabel*>()) {
             if (l->text() == QStringLiteral("Gratuit")) cost = l;
+            tone |= l->text() == QStringLiteral("Familier sur Discord, soigné dans Mail");
+        }
         QVERIFY(cost); // local speech and local clean-up cost nothing
+        QVERIFY(tone);
         // "Changer" opens the choices; the user clicks Deepgram in the menu.
         QTimer::singleShot(200, this, [&page] {
             auto* menu = page.findChild<QMenu*>(QStringLiteral("sttMenu"));
