@@ -95,7 +95,7 @@ class TstPulse : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        if (!SoundServer::installed()) QSKIP("pulseaudio is not installed");
+        if (!SoundServer::installed()) QSKIP(SoundServer::notInstalled());
         // Before any server: nothing to record from, and saying so is not a crash.
         qputenv("PULSE_SERVER", "unix:/nonexistent/native");
         {
@@ -267,10 +267,7 @@ private Q_SLOTS:
         const QList<std::tuple<QString, int, int>> sources{{QStringLiteral("hifimic"), 44100, 2},
                                                            {QStringLiteral("headset"), 48000, 1}};
         for (const auto& [name, rate, channels] : sources) {
-            const int module = server.loadModule(QStringLiteral("module-null-source"),
-                                                 {QStringLiteral("source_name=%1").arg(name),
-                                                  QStringLiteral("rate=%1").arg(rate),
-                                                  QStringLiteral("channels=%1").arg(channels)});
+            const int module = server.addSource(name, rate, channels);
             QVERIFY(module >= 0);
             AppSettings::shared().setMicrophoneUID(name);
             AudioRecorder r;

@@ -116,7 +116,7 @@ class TstCallAudio : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        if (!SoundServer::installed()) QSKIP("pulseaudio is not installed");
+        if (!SoundServer::installed()) QSKIP(SoundServer::notInstalled());
         QVERIFY2(sound.start(), qPrintable(sound.error()));
         Platform::current().setAudio(linux_platform::makeAudioSystem());
         Log::resetForTests(dir.filePath(QStringLiteral("journal.log")));
