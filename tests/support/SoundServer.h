@@ -15,14 +15,14 @@ namespace ombry::test {
 // A private sound server for tests, in its own runtime folder, with no configuration of the
 // machine: PulseAudio, or with OMBRY_TEST_SOUND_SERVER=pipewire PipeWire with its PulseAudio
 // server (pipewire-pulse) and its session manager (wireplumber) on a bus of their own. Both
-// have the same devices: two null outputs, "speakers" (the default output, where the program's
-// sounds go) and "mic", and a source "testmic" remapped over mic.monitor, which the server lists as
-// a plain microphone and which is the default input. Sound played into "mic" is what the
-// program hears; the program's own sounds never reach it.
+// have the same devices: two null outputs, "speakers" (the default output, where the
+// program's sounds go) and "mic", and a source "testmic" remapped over mic.monitor, which the
+// server lists as a plain microphone and which is the default input. Sound played into "mic"
+// is what the program hears; the program's own sounds never reach it.
 //
 // start() points this process at the server (XDG_RUNTIME_DIR and PULSE_SERVER), so libpulse
 // connects to it; environment() gives the same to child processes (the program under test).
-// The destructor stops the server by its pid.
+// The destructor stops the server's processes.
 class SoundServer {
 public:
     SoundServer();
