@@ -250,11 +250,12 @@ public:
     // Plays PCM (S16LE mono, the given rate) without waiting; a new call does not cut the last.
     virtual void play(const QByteArray& pcm, int sampleRate) = 0;
 
-    // What the computer plays, never a microphone: with an empty appId all of it (the monitor
-    // of the default output), otherwise only the streams of that application (an id as
-    // PlayingApp gives it). One application's capture follows it: when its stream ends and it
-    // opens another (a new call), the capture goes on from the new one; while it plays nothing,
-    // nothing comes. onEnd is called only when the sound server goes away. Throws
+    // What the computer plays, never a microphone: with an empty appId every application's
+    // streams but this program's own, otherwise only the streams of that application (an id
+    // as PlayingApp gives it), all of them mixed. The capture follows the streams: one that
+    // begins (a new call, a second tab) is heard from then on, one that moves to another
+    // output (the default output changed) is heard there; while nothing plays, nothing comes.
+    // onEnd is called only when the sound server goes away. Throws
     // std::runtime_error (French) when the capture cannot start. May block: off the main thread.
     virtual std::unique_ptr<CaptureStream> captureOutput(const QString& appId, PcmHandler onPcm,
                                                          EndHandler onEnd) {

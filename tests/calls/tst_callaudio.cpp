@@ -1,6 +1,8 @@
 // The call translator against a private sound server: English speech played on the default
-// output becomes English and French lines in order, and when one application is chosen the
-// sound of another one playing at the same time is left out.
+// output becomes English and French lines in order; when one application is chosen the
+// sound of another one playing at the same time is left out, and all its own streams are
+// heard; the program's own sounds are never heard, and a stream that moves to another output
+// is heard there.
 #include "SoundServer.h"
 #include "TestHttpServer.h"
 
@@ -93,19 +95,25 @@ class TstCallAudio : public QObject {
         return std::any_of(apps.begin(), apps.end(),
                            [&](const PlayingApp& a) { return a.id == id; });
     }
+    // The streams that play, the server's keeper of the test microphone included.
+    qsizetype streams() {
+        return sound.pactl({"list", "short", "sink-inputs"})
+            .split(QLatin1Char('\n'), Qt::SkipEmptyParts)
+            .size();
+    }
     void waitPlayers() {
         for (const auto& p : players)
             QTRY_VERIFY_WITH_TIMEOUT(p->state() == QProcess::NotRunning, 30000);
         players.clear();
     }
 
-    // Plays the call and the other application together, with the translator running from
-    // the moment both are heard; stops it once they are over.
-    void runCall(CallTranslator& call) {
+    // Plays the call and a second stream together (another application's, or a second tab
+    // of the same one), with the translator running from the moment both play; stops it once
+    // they are over.
+    void runCall(CallTranslator& call, const QString& other = QStringLiteral("Autre")) {
         play(callWav, QStringLiteral("Appel"));
-        play(otherWav, QStringLiteral("Autre"));
-        QTRY_VERIFY(playing(call, QStringLiteral("appel")) &&
-                    playing(call, QStringLiteral("autre")));
+        play(otherWav, other);
+        QTRY_COMPARE(streams(), 3);
         call.start();
         QVERIFY(call.running());
         QVERIFY(!call.error());
@@ -188,16 +196,49 @@ private Q_SLOTS:
         QCOMPARE(call.targetName(), QStringLiteral("Appel"));
     }
 
-    void allTheAudioHearsBothApplications() {
-        // Same sound, no choice: the other application's sentence becomes a line of its own.
+    void bothStreamsAreHeardMixed_data() {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QString>("other");
+        QTest::newRow("all the audio") << QString() << QStringLiteral("Autre");
+        QTest::newRow("a second tab of the application")
+            << QStringLiteral("appel") << QStringLiteral("Appel");
+    }
+    void bothStreamsAreHeardMixed() {
+        // Same sound: the second stream's sentence becomes a line of its own, and the call's
+        // own sentences are still heard around it.
+        QFETCH(QString, target);
+        QFETCH(QString, other);
         CallTranslator call;
-        call.setTargetBundleID(std::nullopt);
+        call.setTargetBundleID(target);
         heard.clear();
-        runCall(call);
+        runCall(call, other);
         QTRY_VERIFY_WITH_TIMEOUT(heard.size() == 3, 15000);
         QVERIFY2(near(heard[0], energy(pcm0)), qPrintable(QString::number(heard[0])));
         QVERIFY2(near(heard[1], energy(pcm1)), qPrintable(QString::number(heard[1])));
         QVERIFY2(near(heard[2], energy(pcm2)), qPrintable(QString::number(heard[2])));
+    }
+
+    void ownSoundsAreLeftOutAndAChangeOfOutputIsFollowed() {
+        // All the audio: the program itself speaks in the gap of the call, then the default
+        // output changes and the call's stream moves there before its second sentence.
+        CallTranslator call;
+        call.setTargetBundleID(std::nullopt);
+        heard.clear();
+        play(callWav, QStringLiteral("Appel"));
+        QTRY_VERIFY(playing(call, QStringLiteral("appel")));
+        call.start();
+        QTRY_COMPARE_WITH_TIMEOUT(heard.size(), 1, 10000);
+        Platform::current().audio().play(pcm1, 16000);
+        QTRY_COMPARE(streams(), 3);
+        QTRY_COMPARE(streams(), 2);
+        sound.pactl({QStringLiteral("set-default-sink"), QStringLiteral("mic")});
+        waitPlayers();
+        QTest::qWait(300);
+        call.stop();
+        sound.pactl({QStringLiteral("set-default-sink"), QStringLiteral("speakers")});
+        QTRY_VERIFY_WITH_TIMEOUT(!call.lines().isEmpty() && call.lines().last().done, 15000);
+        QCOMPARE(heard.size(), 2);
+        QVERIFY2(near(heard[1], energy(pcm2)), qPrintable(QString::number(heard[1])));
     }
 
     void theCaptureFollowsTheApplicationToItsNextStream() {

@@ -3,8 +3,9 @@
 #include "platform/Desktop.h"
 #include "platform/linux/PulseClient.h"
 
-// What the computer plays, for the subtitles of a call: the monitor of the default output, or
-// the streams of one application only, found by their sink inputs.
+// What the computer plays, for the subtitles of a call: the streams (sink inputs) of every
+// application but this program, or of one application only, each captured on its own and
+// mixed.
 namespace ombry::linux_platform {
 
 // The identity of an application from the properties of its stream: the desktop-file id when
