@@ -4,6 +4,7 @@
 #include <QList>
 #include <QPair>
 #include <QString>
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -265,6 +266,13 @@ public:
     // The applications that play sound now (this program left out), one entry per
     // application, sorted by name. Empty without a sound server.
     virtual QList<PlayingApp> playingApps() { return {}; }
+    // Whether the application (an id as PlayingApp gives it) runs, playing or not: where the
+    // system cannot tell more, whether it plays. May block briefly: off the main thread.
+    virtual bool applicationRunning(const QString& appId) {
+        const QList<PlayingApp> apps = playingApps();
+        return std::any_of(apps.begin(), apps.end(),
+                           [&](const PlayingApp& a) { return a.id == appId; });
+    }
 };
 
 // Reading text aloud.

@@ -67,7 +67,7 @@ class TstCallAudio : public QObject {
     SoundServer sound;
     TestHttpServer server;
     QTemporaryDir dir;
-    QString callWav, otherWav;
+    QString callWav, otherWav, firstWav;
     QByteArray pcm0, pcm1, pcm2;
     double firstSentence = 0, otherSentence = 0;
     QList<double> heard;
@@ -94,6 +94,10 @@ class TstCallAudio : public QObject {
         const QList<PlayingApp> apps = call.playingApps();
         return std::any_of(apps.begin(), apps.end(),
                            [&](const PlayingApp& a) { return a.id == id; });
+    }
+    static bool write(const QString& path, const QByteArray& pcm) {
+        QFile f(path);
+        return f.open(QIODevice::WriteOnly) && f.write(AudioRecorder::wav(pcm)) > 0;
     }
     // The streams that play, the server's keeper of the test microphone included.
     qsizetype streams() {
@@ -150,10 +154,8 @@ private Q_SLOTS:
         otherSentence = pcm[1].size() / 32000.0;
         callWav = dir.filePath(QStringLiteral("call.wav"));
         otherWav = dir.filePath(QStringLiteral("other.wav"));
-        auto write = [](const QString& path, const QByteArray& data) {
-            QFile f(path);
-            return f.open(QIODevice::WriteOnly) && f.write(AudioRecorder::wav(data)) > 0;
-        };
+        firstWav = dir.filePath(QStringLiteral("first.wav"));
+        QVERIFY(write(firstWav, silence(0.8) + pcm0 + silence(1.0)));
         QVERIFY(write(callWav, silence(1.0) + pcm[0] + silence(otherSentence + 3.0) + pcm[2] +
                                    silence(1.0)));
         QVERIFY(write(otherWav, silence(1.0 + firstSentence + 1.5) + pcm[1] + silence(0.5)));
@@ -243,18 +245,12 @@ private Q_SLOTS:
 
     void theCaptureFollowsTheApplicationToItsNextStream() {
         // The first call ends (its stream goes), a second one begins in the same application.
-        const QString first = dir.filePath(QStringLiteral("first.wav"));
         const QString second = dir.filePath(QStringLiteral("second.wav"));
-        auto write = [](const QString& path, const QByteArray& data) {
-            QFile f(path);
-            return f.open(QIODevice::WriteOnly) && f.write(AudioRecorder::wav(data)) > 0;
-        };
-        QVERIFY(write(first, silence(0.8) + pcm0 + silence(1.0)));
         QVERIFY(write(second, silence(0.8) + pcm2 + silence(1.0)));
         CallTranslator call;
         call.setTargetBundleID(QStringLiteral("appel"));
         heard.clear();
-        play(first, QStringLiteral("Appel"));
+        play(firstWav, QStringLiteral("Appel"));
         QTRY_VERIFY(playing(call, QStringLiteral("appel")));
         call.start();
         QVERIFY(call.running());
@@ -272,12 +268,34 @@ private Q_SLOTS:
         QVERIFY2(near(heard[1], energy(pcm2)), qPrintable(QString::number(heard[1])));
     }
 
-    void aChosenApplicationThatIsSilentIsNamed() {
+    void aChosenApplicationIsWaitedForWhileItRuns() {
+        // Not running at all: it is named.
         CallTranslator call;
         call.setTargetBundleID(QStringLiteral("org.example.Visio"));
         call.start();
         QTRY_VERIFY(!call.running());
         QCOMPARE(call.error(), QStringLiteral("Ouvre Visio d'abord, puis démarre les sous-titres"));
+        // Running and silent (connected to the sound server, with no stream to play): the
+        // capture starts and hears its next stream.
+        QProcess silent;
+        silent.setProcessEnvironment(sound.environment());
+        silent.setStandardOutputFile(QProcess::nullDevice());
+        silent.start(QStringLiteral("parec"),
+                     {QStringLiteral("--property=application.name=Visio")});
+        QTRY_VERIFY(sound.pactl({"list", "clients"}).contains("Visio"));
+        call.setTargetBundleID(QStringLiteral("visio"));
+        heard.clear();
+        call.start();
+        call.drainQueue(); // the capture is open
+        play(firstWav, QStringLiteral("Visio"));
+        waitPlayers();
+        QTest::qWait(300);
+        QVERIFY(call.running());
+        call.stop();
+        QTRY_VERIFY_WITH_TIMEOUT(call.lines().size() == 1 && call.lines()[0].done, 15000);
+        QCOMPARE(call.lines()[0].fr, french[0]);
+        silent.kill();
+        silent.waitForFinished();
     }
 };
 

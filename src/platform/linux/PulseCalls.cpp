@@ -2,6 +2,7 @@
 
 #include "platform/linux/DesktopFiles.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <algorithm>
 #include <limits>
@@ -328,6 +329,44 @@ QList<PlayingApp> playingApps(PulseClient& client) {
         return a.name.localeAwareCompare(b.name) < 0;
     });
     return out;
+}
+
+bool applicationRunning(PulseClient& client, const QString& appId) {
+    try {
+        std::shared_ptr<PulseConnection> c = client.ready();
+        struct Query {
+            PulseConnection* connection;
+            const QString* appId;
+            bool found = false;
+        } query{c.get(), &appId};
+        PulseConnection::Lock lock(*c);
+        pa_operation* op = pa_context_get_client_info_list(
+            c->context(),
+            [](pa_context*, const pa_client_info* info, int eol, void* data) {
+                auto* q = static_cast<Query*>(data);
+                if (eol || !info) {
+                    pa_threaded_mainloop_signal(q->connection->loop(), 0);
+                    return;
+                }
+                if (!ownProcess(info->proplist) && identify(info->proplist).id == *q->appId)
+                    q->found = true;
+            },
+            &query);
+        if (c->finish(op) && query.found) return true;
+    } catch (const std::runtime_error&) {
+        // No sound server: the processes still tell.
+    }
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    std::lock_guard guard(desktopMutex);
+    for (const QString& pid : pids) {
+        bool number = false;
+        const int64_t id = pid.toLongLong(&number);
+        if (!number || id == getpid()) continue;
+        QString name;
+        const std::optional<DesktopEntry> entry = desktopFiles().forProcess(id, &name);
+        if (entry ? entry->id == appId : name.toLower() == appId) return true;
+    }
+    return false;
 }
 
 std::unique_ptr<CaptureStream> captureOutput(const QString& appId, AudioSystem::PcmHandler onPcm,
