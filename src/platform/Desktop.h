@@ -266,6 +266,9 @@ public:
     // The applications that play sound now (this program left out), one entry per
     // application, sorted by name. Empty without a sound server.
     virtual QList<PlayingApp> playingApps() { return {}; }
+    // Whether what the computer plays can be captured: the server answers and its default
+    // output has a monitor. May block briefly.
+    virtual bool outputCaptureAvailable() { return false; }
     // Whether the application (an id as PlayingApp gives it) runs, playing or not: where the
     // system cannot tell more, whether it plays. May block briefly: off the main thread.
     virtual bool applicationRunning(const QString& appId) {

@@ -131,6 +131,7 @@ private Q_SLOTS:
         if (!SoundServer::installed()) QSKIP("pulseaudio is not installed");
         QVERIFY2(sound.start(), qPrintable(sound.error()));
         Platform::current().setAudio(linux_platform::makeAudioSystem());
+        QVERIFY(Platform::current().audio().outputCaptureAvailable());
         Log::resetForTests(dir.filePath(QStringLiteral("journal.log")));
         qputenv("OMBRY_OPENROUTER_URL", server.url().toString().toUtf8());
         KeyStore::shared().save(QStringLiteral("sk-or-test"), APIService::OpenRouter);

@@ -347,6 +347,9 @@ public:
     }
 
     QList<PlayingApp> playingApps() override { return linux_platform::playingApps(client_); }
+    bool outputCaptureAvailable() override {
+        return linux_platform::outputCaptureAvailable(client_);
+    }
     bool applicationRunning(const QString& appId) override {
         return linux_platform::applicationRunning(client_, appId);
     }

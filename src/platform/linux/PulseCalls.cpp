@@ -331,6 +331,32 @@ QList<PlayingApp> playingApps(PulseClient& client) {
     return out;
 }
 
+bool outputCaptureAvailable(PulseClient& client) {
+    std::shared_ptr<PulseConnection> c;
+    try {
+        c = client.ready();
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+    struct Query {
+        PulseConnection* connection;
+        bool monitor = false;
+    } query{c.get()};
+    PulseConnection::Lock lock(*c);
+    const pa_sink_info_cb_t onSink = [](pa_context*, const pa_sink_info* info, int eol,
+                                        void* data) {
+        auto* q = static_cast<Query*>(data);
+        if (!eol && info)
+            q->monitor = info->monitor_source != PA_INVALID_INDEX;
+        else
+            pa_threaded_mainloop_signal(q->connection->loop(), 0);
+    };
+    // The default output by its name (also the last resort of a server without a default).
+    return c->finish(
+               pa_context_get_sink_info_by_name(c->context(), "@DEFAULT_SINK@", onSink, &query)) &&
+           query.monitor;
+}
+
 bool applicationRunning(PulseClient& client, const QString& appId) {
     try {
         std::shared_ptr<PulseConnection> c = client.ready();

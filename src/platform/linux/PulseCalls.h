@@ -16,6 +16,8 @@ PlayingApp identifyStream(const QString& applicationId, const QString& applicati
                           const QString& binary);
 
 QList<PlayingApp> playingApps(PulseClient& client);
+// Whether the server's default output has a monitor to capture.
+bool outputCaptureAvailable(PulseClient& client);
 // Whether the application has a connection to the sound server (a call program keeps one
 // while silent) or a process of its program runs.
 bool applicationRunning(PulseClient& client, const QString& appId);
