@@ -184,6 +184,9 @@ public:
     virtual bool activate(const AppWindow& window) = 0;
     // The name of the application of a process, empty when unknown.
     virtual QString applicationName(int64_t pid) = 0;
+    // Asks that a window of this program, about to be shown, stay on every workspace. Nothing
+    // where the desktop has no such wish for a client to make.
+    virtual void keepOnAllWorkspaces(uint64_t window) { (void)window; }
 };
 
 // One capture source (a microphone or a monitor of an output).
