@@ -2,21 +2,18 @@
 // --fasttest and --calltest against a local server playing OpenRouter, and --test on
 // synthesised English speech, transcribed offline with a grammar, then rewritten by a local
 // model served from the same local server.
-#include "TestHttpServer.h"
+#include "OfflineTools.h"
+#include "SoundServer.h"
 
 #include "audio/AudioRecorder.h"
 #include "data/Settings.h"
 #include "engines/Cleanup.h"
-#include "engines/OfflineSpeech.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sndfile.h>
 
 using namespace ombry;
 using namespace ombry::test;
@@ -27,7 +24,6 @@ class TstSpeechModes : public QObject {
     TestHttpServer server;
     QTemporaryDir home;
 
-    // The printed lines of a run that ends with status 0, durations shown as "(t s)".
     QStringList run(const QStringList& args, const QString& key = {}) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("XDG_DATA_HOME", home.filePath("data"));
@@ -36,19 +32,25 @@ class TstSpeechModes : public QObject {
         env.insert("OMBRY_LOCAL_LLM_URL", server.url().toString());
         env.insert("OMBRY_POCKETSPHINX_JSGF", home.filePath("commands.gram"));
         env.insert("OPENROUTER_API_KEY", key);
-        QProcess p;
-        p.setProcessEnvironment(env);
-        p.start(qEnvironmentVariable("OMBRY_BINARY"), args);
-        if (!TestHttpServer::runProcess(p, 60000) || p.exitCode() != 0) return {"(failed)"};
-        return QString::fromUtf8(p.readAllStandardOutput())
-            .replace(QRegularExpression(R"(\(\d+\.\d s\))"), "(t s)")
-            .split('\n', Qt::SkipEmptyParts);
+        return runProgram(args, env);
     }
     void write(const QString& name, const QByteArray& bytes) {
-        QDir().mkpath(QFileInfo(home.filePath(name)).path());
-        QFile f(home.filePath(name));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
+        QVERIFY(writeFile(home.filePath(name), bytes));
+    }
+    // The audio of a file written again by libsndfile in another kind of file.
+    static bool reencode(const QString& from, const QString& to, int format) {
+        SF_INFO in{};
+        SNDFILE* source = sf_open(QFile::encodeName(from).constData(), SFM_READ, &in);
+        if (!source) return false;
+        SF_INFO out = in;
+        out.format = format;
+        SNDFILE* target = sf_open(QFile::encodeName(to).constData(), SFM_WRITE, &out);
+        std::vector<float> frames(size_t(in.frames * in.channels));
+        const bool ok = target && sf_readf_float(source, frames.data(), in.frames) == in.frames &&
+                        sf_writef_float(target, frames.data(), in.frames) == in.frames;
+        sf_close(source);
+        if (target) sf_close(target);
+        return ok;
     }
     QString sentPrompt(int message = 0) {
         const QJsonArray messages = server.last().json().value("messages").toArray();
@@ -87,25 +89,16 @@ private Q_SLOTS:
     }
 
     void testTranscribesOfflineThenRewrites() {
-        if (QStandardPaths::findExecutable("espeak-ng").isEmpty() ||
-            QStandardPaths::findExecutable("sox").isEmpty() ||
-            !OfflineSpeech::modelFor("en", QString()))
+        if (!offlineToolsInstalled())
             QSKIP("espeak-ng, sox and the English pocketsphinx model are needed");
-        const QString raw = home.filePath("raw.wav"), wav = home.filePath("speech.wav");
-        QCOMPARE(QProcess::execute("espeak-ng", {"-v", "en", "-w", raw, "close the door"}), 0);
-        QCOMPARE(QProcess::execute("sox", {raw, "-r", "16000", "-c", "1", "-b", "16", wav}), 0);
-        write("commands.gram", "#JSGF V1.0;\ngrammar commands;\npublic <command> = ( open the "
-                               "window | close the door | hello world );\n");
+        const QString wav = home.filePath("speech.wav");
+        QVERIFY(test::SoundServer::makeSpeech("close the door", "en", wav));
+        QVERIFY(writeGrammar(home.filePath("commands.gram")));
         QCOMPARE(run({"--test", wav}),
                  QStringList{"erreur: Local : erreur 0 langue non disponible"});
 
-        // The mode transcribes in French: a French model folder made of the English pieces.
-        const QString system = QString::fromLatin1(OfflineSpeech::kSystemEnglishFolder);
-        const QDir models(home.filePath("data/Ombry Voice/models/fr"));
-        QVERIFY(QDir().mkpath(models.path()));
-        QFile::link(system + "/en-us", models.filePath("acoustic"));
-        QFile::link(system + "/cmudict-en-us.dict", models.filePath("words.dict"));
-        QFile::link(system + "/en-us.lm.bin", models.filePath("words.lm.bin"));
+        // The mode transcribes in French.
+        QVERIFY(linkFrenchModel(home.filePath("data")));
         // With a local model server, the transcript is rewritten through it.
         server.on("/v1/models", Reply::json(QJsonObject{{"data", QJsonArray{}}}));
         server.on("/v1/chat/completions", chatCompletion("Ferme la porte."));
@@ -114,6 +107,30 @@ private Q_SLOTS:
                                                     "reformulation (t s): Ferme la porte."}));
         QVERIFY(sentPrompt(0).contains("Réécris-la proprement en français :\n"));
         QCOMPARE(sentPrompt(1), "close the door");
+
+        // The same speech in the files a user has: 44.1 kHz stereo WAV, FLAC, Ogg, MP3.
+        const QString cd = home.filePath("cd.wav");
+        QCOMPARE(QProcess::execute("sox", {wav, "-r", "44100", "-c", "2", cd}), 0);
+        for (const auto& [name, format] :
+             {std::pair{"speech.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+              std::pair{"speech.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+              std::pair{"speech.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
+              std::pair{"cd.wav", 0}}) {
+            const QString file = home.filePath(QLatin1String(name));
+            if (format) QVERIFY(reencode(cd, file, format));
+            QCOMPARE(run({"--test", file}).value(0),
+                     QStringLiteral("transcription (t s): close the door"));
+        }
+        // A file cut inside its header, or no audio at all: one error line.
+        QFile flac(home.filePath("speech.flac"));
+        QVERIFY(flac.open(QIODevice::ReadOnly));
+        write("cut.flac", flac.read(40));
+        write("notes.txt", "close the door");
+        for (const char* name : {"cut.flac", "notes.txt"}) {
+            const QStringList lines = run({"--test", home.filePath(QLatin1String(name))});
+            QVERIFY2(lines.size() == 1 && lines[0].startsWith("erreur: "),
+                     qPrintable(lines.join('|')));
+        }
     }
 };
 

@@ -1,4 +1,5 @@
-// Qt's headers before Xlib's (whose macros, Bool and Status, they must not see).
+// Qt's headers before Xlib's, whose macros (Status, Bool) would break them.
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
