@@ -154,7 +154,9 @@ private:
         OutputCapture* owner;
         uint32_t sinkInput;
         pa_stream* stream = nullptr;
+        bool recorded = false; // the server accepted it
     };
+    static constexpr int kRefusals = 3; // a sink input refused that often is left alone
 
     bool wanted(const pa_sink_input_info* info) const {
         return !ownProcess(info->proplist) &&
@@ -165,6 +167,9 @@ private:
     // captured yet.
     void consider(const pa_sink_input_info* info) {
         if (stopped_ || taps_.count(info->index) || !wanted(info)) return;
+        if (const auto it = refusals_.find(info->index);
+            it != refusals_.end() && it->second >= kRefusals)
+            return;
         auto tap = std::make_unique<Tap>(Tap{this, info->index});
         tap->stream = newRecordStream(connection_->context(), "Sous-titres",
                                       &OutputCapture::onState, &OutputCapture::onRead, tap.get());
@@ -213,6 +218,7 @@ private:
             break;
         case PA_SUBSCRIPTION_EVENT_REMOVE:
             me->release(index);
+            me->refusals_.erase(index);
             break;
         default:
             // Moved to another output, or renamed: a stream that lost its record stream (a move
@@ -233,12 +239,15 @@ private:
         auto* tap = static_cast<Tap*>(data);
         OutputCapture* me = tap->owner;
         const pa_stream_state_t state = pa_stream_get_state(s);
+        if (state == PA_STREAM_READY) tap->recorded = true;
         if (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED) {
             // The sink input ended, or moved to another output: if it still plays, it is
-            // captured again where it is now.
+            // captured again where it is now. One whose capture the server keeps refusing
+            // is not asked for again and again.
             const uint32_t sinkInput = tap->sinkInput;
+            const bool refused = !tap->recorded && ++me->refusals_[sinkInput] >= kRefusals;
             me->release(sinkInput); // tap is gone from here on
-            if (!me->stopped_ && !me->connection_->dead()) me->lookUp(sinkInput);
+            if (!refused && !me->stopped_ && !me->connection_->dead()) me->lookUp(sinkInput);
         }
         pa_threaded_mainloop_signal(me->connection_->loop(), 0);
     }
@@ -260,6 +269,7 @@ private:
     // Under the loop's lock:
     std::map<uint32_t, std::unique_ptr<Tap>> taps_; // by sink input
     Mixer mixer_;
+    std::map<uint32_t, int> refusals_; // by sink input
     bool stopped_ = false;
 };
 
