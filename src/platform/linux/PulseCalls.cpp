@@ -129,8 +129,7 @@ public:
                 return pa_stream_get_state(t.second->stream) == PA_STREAM_CREATING;
             });
         };
-        while (connecting() && !connection_->dead())
-            pa_threaded_mainloop_wait(connection_->loop());
+        connection_->waitFor([&] { return !connecting() || connection_->dead(); });
     }
 
     void stop() override {
