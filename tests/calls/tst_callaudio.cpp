@@ -128,7 +128,7 @@ class TstCallAudio : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        if (!SoundServer::installed()) QSKIP("pulseaudio is not installed");
+        if (!SoundServer::installed()) QSKIP(SoundServer::notInstalled());
         QVERIFY2(sound.start(), qPrintable(sound.error()));
         Platform::current().setAudio(linux_platform::makeAudioSystem());
         QVERIFY(Platform::current().audio().outputCaptureAvailable());
