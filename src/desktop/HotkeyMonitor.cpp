@@ -92,10 +92,14 @@ void HotkeyMonitor::start() {
     hook.setAcceptPostedKeys(settings().acceptPostedKeys());
     const bool first = !started_;
     started_ = true;
-    if (hook.start([this](const KeyEvent& e) { onEvent(e); }))
+    if (hook.start([this](const KeyEvent& e) { onEvent(e); })) {
         Log::write(QStringLiteral("hotkey: clavier global actif"));
-    else
-        Log::write(QStringLiteral("hotkey: clavier global indisponible (%1)").arg(hook.reason()));
+        lastFailure_.clear();
+    } else if (hook.reason() != lastFailure_) {
+        // The hook is tried again every 2 s while it does not run: said once.
+        lastFailure_ = hook.reason();
+        Log::write(QStringLiteral("hotkey: clavier global indisponible (%1)").arg(lastFailure_));
+    }
     refresh();
     if (!first) return;
     // Where no hook sees the keys, the desktop brings them: its shortcut service, or its own

@@ -91,6 +91,7 @@ private:
     bool desktopKeys_ = false; // the desktop's shortcuts or bindings bring the dictation key
     int copyCount_ = 0;
     std::optional<int64_t> lastCopyMs_;
+    QString lastFailure_; // why the hook did not start, as last written to the journal
 };
 
 } // namespace ombry

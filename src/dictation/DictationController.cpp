@@ -212,16 +212,20 @@ void DictationController::start() {
     pollTrust();
 }
 
-// Every 2 s for the life of the program: a keyboard hook that stops (or comes back) is
-// noticed, and the monitor is started again.
+// Every 2 s for the life of the program: a keyboard hook that is not running (it failed at
+// start, or it stopped) is started again, once a tick, and what it gives is the new state. A
+// hook that runs is left alone: a restart forgets the key held.
 void DictationController::pollTrust() {
     afterOnClock(this, kTrustPollMs, [this] {
-        const bool now = hookRunning();
+        bool now = hookRunning();
+        if (!now) {
+            hotkey_->restart();
+            now = hookRunning();
+        }
         if (now != trusted_) {
             setTrusted(now);
             Log::write(QStringLiteral("accessibilité=%1")
                            .arg(now ? QStringLiteral("true") : QStringLiteral("false")));
-            hotkey_->restart();
         }
         pollTrust();
     });
