@@ -439,6 +439,8 @@ void DictationController::showRecording() {
 
 void DictationController::end() {
     if (state_ != State::Recording) return;
+    // However the recording ends (a press, the microphone lost), the next press begins anew.
+    if (handsFree_) setHandsFree(false);
     capturing_ = false;
     if (AppSettings::shared().sounds()) playSound(Sound::Pop);
     preview_->stop();

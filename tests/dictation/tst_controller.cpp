@@ -360,7 +360,8 @@ private Q_SLOTS:
     // press says the microphone is missing instead of dictating what the computer plays.
     void sourceLost() {
         AppSettings::shared().setMicrophoneUID("test-mic");
-        QVERIFY(f.startRecording());
+        QVERIFY(f.press());
+        f.c().handleRelease(); // hands-free: the loss ends it, and the next press is heard
         QCOMPARE(f.platform.audio().capturedFrom, QString("test-mic"));
         f.platform.audio().feed(tone());
         f.platform.audio().mics.clear();
@@ -368,6 +369,7 @@ private Q_SLOTS:
         f.platform.audio().end("source débranchée");
         QTRY_COMPARE(f.state(), State::Idle);
         QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
+        QVERIFY(!f.c().handsFree());
 
         const int captures = f.platform.audio().captures;
         f.c().handlePress();
