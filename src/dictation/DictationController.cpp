@@ -32,7 +32,7 @@ namespace ombry {
 using dictation::afterOnClock;
 using dictation::appIdOf;
 using dictation::clock;
-using dictation::kOwnAppId;
+using dictation::isOwnWindow;
 using dictation::trimmed;
 
 DictationController& DictationController::shared() {
@@ -381,8 +381,7 @@ void DictationController::captureFailed(const QString& reason, uint64_t capture)
 // before: an application that does not answer the question must not delay the recording.
 void DictationController::captureStarted(uint64_t capture) {
     if (capture != captureId_ || !capturing_) return;
-    const std::optional<QString> appId = appIdOf(targetApp_);
-    if (!AppSettings::shared().voiceCommands() || appId == kOwnAppId) return;
+    if (!AppSettings::shared().voiceCommands() || isOwnWindow(targetApp_)) return;
     selectionPending_ = true;
     [](QPointer<DictationController> self, uint64_t capture) -> QCoro::Task<void> {
         const std::optional<QString> selected = co_await Paster::selectedTextViaAX();
@@ -535,7 +534,7 @@ void DictationController::cancel() {
 // when the key map changes under it), so a cancelled dictation could leave the user in another
 // window than the one they were typing in. The window in front at the key press comes back.
 void DictationController::giveFocusBack() {
-    if (!targetApp_ || targetApp_->appId == kOwnAppId) return;
+    if (!targetApp_ || isOwnWindow(targetApp_)) return;
     Windows& windows = Platform::current().windows();
     const std::optional<AppWindow> front = windows.frontmost();
     if (front && front->id == targetApp_->id) return;

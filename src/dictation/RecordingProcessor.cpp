@@ -108,7 +108,7 @@ void RecordingProcessor::stop(const QString& failure) {
 }
 
 QCoro::Task<void> RecordingProcessor::activate() {
-    if (in_.app && in_.app->appId != dictation::kOwnAppId)
+    if (in_.app && !dictation::isOwnWindow(in_.app))
         Platform::current().windows().activate(*in_.app);
     // Gives the window manager time to bring the window forward before the keys go out.
     co_await dictation::sleepMs(DictationController::kActivationSleepMs);

@@ -250,8 +250,9 @@ private Q_SLOTS:
         QTest::addColumn<bool>("commands");
         QTest::newRow("blank selection") << " \n\t"
                                          << "org.gnome.TextEditor" << true;
+        // Not installed: no application id, only its process.
         QTest::newRow("own window") << "un texte"
-                                    << "ombry-voice" << true;
+                                    << "" << true;
         QTest::newRow("commands off") << "un texte"
                                       << "org.gnome.TextEditor" << false;
     }
@@ -261,7 +262,8 @@ private Q_SLOTS:
         QFETCH(bool, commands);
         AppSettings::shared().setVoiceCommands(commands);
         f.platform.clipboard().selection = selection;
-        f.platform.windows().front = AppWindow{3, app, "Appli", "appli", 3};
+        const int64_t pid = app.isEmpty() ? QCoreApplication::applicationPid() : 3;
+        f.platform.windows().front = AppWindow{3, app, "Appli", "appli", pid};
         dictateToEnd();
         QCOMPARE(f.models.calls, QStringList{"transcription"});
         QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
