@@ -512,16 +512,17 @@ void DictationController::cancel() {
     preview_->stop();
     // Nothing may begin until the recorder has really stopped.
     setState(State::Processing);
-    audioQueue_->async([this] {
+    const std::optional<AppWindow> front = Platform::current().windows().frontmost();
+    audioQueue_->async([this, front] {
         recorder_->stop();
         QMetaObject::invokeMethod(
             this,
-            [this] {
+            [this, front] {
                 chunker_.reset();
                 cancelled_ = false;
                 toIdle();
                 show(QStringLiteral("Dictée annulée"), false);
-                giveFocusBack();
+                giveFocusBack(front);
             },
             Qt::QueuedConnection);
     });
@@ -532,12 +533,15 @@ void DictationController::cancel() {
 
 // A window manager may move the focus while the Escape key is held by our grab (openbox does
 // when the key map changes under it), so a cancelled dictation could leave the user in another
-// window than the one they were typing in. The window in front at the key press comes back.
-void DictationController::giveFocusBack() {
+// window than the one they were typing in. The window in front at the key press comes back,
+// but only while the focus is still where the cancel found it: a window the user went to
+// since is theirs.
+void DictationController::giveFocusBack(const std::optional<AppWindow>& atCancel) {
     if (!targetApp_ || isOwnWindow(targetApp_)) return;
     Windows& windows = Platform::current().windows();
     const std::optional<AppWindow> front = windows.frontmost();
     if (front && front->id == targetApp_->id) return;
+    if ((front ? front->id : 0) != (atCancel ? atCancel->id : 0)) return;
     windows.activate(*targetApp_);
 }
 
