@@ -242,6 +242,15 @@ private Q_SLOTS:
         QCOMPARE(fix.action, QString("Commande : bonjour tout le monde"));
         QCOMPARE(fix.original, QString("vous devez rendre le rapport"));
         QCOMPARE(fix.result, QString("Texte rendu poli."));
+
+        // The journal quotes the instruction's first 60 characters, an emoji whole.
+        const QString start = QString(59, 'a') + QStringLiteral("👍🏽");
+        f.models.replies["transcription"] = chatCompletion(start + QStringLiteral(" et la suite"));
+        dictateToEnd();
+        Log::sync();
+        QFile journal(Log::url());
+        QVERIFY(journal.open(QIODevice::ReadOnly));
+        QVERIFY(journal.readAll().contains(("commande appliquée: « " + start + " »").toUtf8()));
     }
 
     void notACommand_data() {
