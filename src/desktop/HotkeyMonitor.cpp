@@ -169,12 +169,14 @@ void HotkeyMonitor::keyFromDesktop(bool pressed, const QString& source) {
     Log::write(QStringLiteral("touche: dictée %1 (%2)")
                    .arg(pressed ? QStringLiteral("enfoncée") : QStringLiteral("relâchée"), source));
     setDown(pressed);
+    downByHook_ = false;
 }
 
 void HotkeyMonitor::toggleFromDesktop(const QString& source) {
     Log::write(QStringLiteral("touche: dictée bascule (%1)").arg(source));
     setDown(true);
     setDown(false);
+    downByHook_ = false;
 }
 
 void HotkeyMonitor::setDown(bool isDown) {
@@ -190,9 +192,10 @@ void HotkeyMonitor::setDown(bool isDown) {
 
 void HotkeyMonitor::restart() {
     keyboard().stop();
-    // A key that the desktop brings is not the hook's: a press held across the restart still
-    // gets its release.
-    if (!desktopKeys_) down_ = false;
+    // Only a key the hook reported is forgotten: one that the desktop brings (its shortcuts,
+    // `--press` through the socket), held across the restart, still gets its release.
+    if (downByHook_) down_ = false;
+    downByHook_ = false;
     start();
 }
 
@@ -253,6 +256,7 @@ void HotkeyMonitor::handleFlags(const KeyEvent& e) {
                    .arg(e.sourceState));
     if (postedByOther(e) && !settings().acceptPostedKeys()) return;
     setDown(isDown);
+    downByHook_ = down_;
 }
 
 void HotkeyMonitor::handleKeyDown(const KeyEvent& e) {
