@@ -43,6 +43,13 @@ QString first(const QString& text) {
     return text.left(end);
 }
 
+QString left(const QString& text, int n) {
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    for (int i = 0; i < n; ++i)
+        if (finder.toNextBoundary() == -1) return text;
+    return text.left(finder.position());
+}
+
 bool isLetter(const QString& character) {
     return QChar::isLetter(firstCodePoint(character));
 }

@@ -11,6 +11,8 @@ namespace ombry::Graphemes {
 QStringList split(const QString& text);
 int count(const QString& text);
 QString first(const QString& text); // empty for an empty text
+// The first n characters; the text whole when it has no more.
+QString left(const QString& text, int n);
 
 // Whether a character reads as a letter / a number: decided by its first code point, so a
 // letter keeps its combining accents.

@@ -92,10 +92,14 @@ void HotkeyMonitor::start() {
     hook.setAcceptPostedKeys(settings().acceptPostedKeys());
     const bool first = !started_;
     started_ = true;
-    if (hook.start([this](const KeyEvent& e) { onEvent(e); }))
+    if (hook.start([this](const KeyEvent& e) { onEvent(e); })) {
         Log::write(QStringLiteral("hotkey: clavier global actif"));
-    else
-        Log::write(QStringLiteral("hotkey: clavier global indisponible (%1)").arg(hook.reason()));
+        lastFailure_.clear();
+    } else if (hook.reason() != lastFailure_) {
+        // The hook is tried again every 2 s while it does not run: said once.
+        lastFailure_ = hook.reason();
+        Log::write(QStringLiteral("hotkey: clavier global indisponible (%1)").arg(lastFailure_));
+    }
     refresh();
     if (!first) return;
     // Where no hook sees the keys, the desktop brings them: its shortcut service, or its own
@@ -165,12 +169,14 @@ void HotkeyMonitor::keyFromDesktop(bool pressed, const QString& source) {
     Log::write(QStringLiteral("touche: dictée %1 (%2)")
                    .arg(pressed ? QStringLiteral("enfoncée") : QStringLiteral("relâchée"), source));
     setDown(pressed);
+    downByHook_ = false;
 }
 
 void HotkeyMonitor::toggleFromDesktop(const QString& source) {
     Log::write(QStringLiteral("touche: dictée bascule (%1)").arg(source));
     setDown(true);
     setDown(false);
+    downByHook_ = false;
 }
 
 void HotkeyMonitor::setDown(bool isDown) {
@@ -186,9 +192,10 @@ void HotkeyMonitor::setDown(bool isDown) {
 
 void HotkeyMonitor::restart() {
     keyboard().stop();
-    // A key that the desktop brings is not the hook's: a press held across the restart still
-    // gets its release.
-    if (!desktopKeys_) down_ = false;
+    // Only a key the hook reported is forgotten: one that the desktop brings (its shortcuts,
+    // `--press` through the socket), held across the restart, still gets its release.
+    if (downByHook_) down_ = false;
+    downByHook_ = false;
     start();
 }
 
@@ -249,6 +256,7 @@ void HotkeyMonitor::handleFlags(const KeyEvent& e) {
                    .arg(e.sourceState));
     if (postedByOther(e) && !settings().acceptPostedKeys()) return;
     setDown(isDown);
+    downByHook_ = down_;
 }
 
 void HotkeyMonitor::handleKeyDown(const KeyEvent& e) {

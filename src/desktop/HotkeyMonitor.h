@@ -87,10 +87,12 @@ private:
     AppSettings* settings_;
     bool recording_ = false;
     bool down_ = false;
+    bool downByHook_ = false; // down_ came from the keyboard hook
     bool started_ = false;
     bool desktopKeys_ = false; // the desktop's shortcuts or bindings bring the dictation key
     int copyCount_ = 0;
     std::optional<int64_t> lastCopyMs_;
+    QString lastFailure_; // why the hook did not start, as last written to the journal
 };
 
 } // namespace ombry

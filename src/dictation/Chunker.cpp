@@ -8,10 +8,14 @@
 #include "engines/Cleanup.h"
 #include "engines/GeminiSpeech.h"
 #include "net/Errors.h"
+#include "net/Http.h"
 #include "net/OpenRouter.h"
+#include "online/OmbryAI.h"
 #include "online/OpenRouterComplete.h"
 
+#include <QCoroFuture>
 #include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
 #include <coroutine>
 #include <exception>
 #include <vector>
@@ -50,9 +54,23 @@ constexpr double kMinSpeechSeconds = 0.4;
 constexpr int64_t kLoudEnoughPeak = 12000;
 constexpr int kRewriteAboveWords = 3;
 
+// The transcription requests of a piece; nothing for a silent one.
+using Requests = std::optional<QList<Http::JsonBody>>;
+
+// Everything of a piece that needs no network: the silence checks, the trim, the level, the
+// WAV and the base64 of its request bodies. Touches no shared state.
+Requests requestsFor(const QByteArray& pcm, const QString& prompt, bool sliced) {
+    const int64_t peak = AudioRecorder::peak(pcm);
+    if (peak <= kSilentPeak) return std::nullopt;
+    if (AudioRecorder::speechSeconds(pcm) <= kMinSpeechSeconds) return std::nullopt;
+    QByteArray trimmed = AudioRecorder::trimSilence(pcm);
+    if (peak < kLoudEnoughPeak) trimmed = AudioRecorder::normalize(trimmed, peak);
+    return GeminiSpeech::transcribeBodies(prompt, AudioRecorder::wav(trimmed), sliced);
+}
+
 } // namespace
 
-Chunker::Chunker(QString tone) : tone_(std::move(tone)) {}
+Chunker::Chunker(QString tone) : tone_(std::move(tone)), abort_(std::make_shared<Http::Abort>()) {}
 
 // Pieces still running finish on their own; their results are dropped.
 Chunker::~Chunker() = default;
@@ -72,35 +90,46 @@ void Chunker::cut(int64_t offset, std::function<QByteArray(int64_t, int64_t)> sl
 void Chunker::launch(QByteArray pcm) {
     auto piece = std::make_shared<Piece>();
     pieces_ << piece;
+    if (abort_->aborted()) {
+        piece->cancelled = true;
+        piece->complete(std::nullopt);
+        return;
+    }
     // Runs by itself; the piece, shared with the list, outlives the chunker if need be.
-    [](std::shared_ptr<Piece> p, QByteArray bytes, QString tone) -> QCoro::Task<void> {
+    [](std::shared_ptr<Piece> p, QByteArray bytes, QString tone,
+       std::shared_ptr<Http::Abort> abort) -> QCoro::Task<void> {
         Result r;
         try {
-            r = co_await handle(std::move(bytes), std::move(tone));
+            r = co_await handle(std::move(bytes), std::move(tone), abort);
         } catch (const std::exception& e) {
-            Log::write(QStringLiteral("morceau: ") + describe(e));
+            if (!abort->aborted()) Log::write(QStringLiteral("morceau: ") + describe(e));
             r = std::nullopt;
         }
         p->complete(std::move(r));
-    }(piece, std::move(pcm), tone_);
+    }(piece, std::move(pcm), tone_, abort_);
 }
 
-QCoro::Task<Chunker::Result> Chunker::handle(QByteArray pcm, QString tone) {
+QCoro::Task<Chunker::Result> Chunker::handle(QByteArray pcm, QString tone,
+                                             std::shared_ptr<Http::Abort> abort) {
     const std::pair<QString, QString> nothing;
-    const int64_t peak = AudioRecorder::peak(pcm);
-    if (peak <= kSilentPeak) co_return nothing;
-    if (AudioRecorder::speechSeconds(pcm) <= kMinSpeechSeconds) co_return nothing;
-    QByteArray trimmed = AudioRecorder::trimSilence(pcm);
-    if (peak < kLoudEnoughPeak) trimmed = AudioRecorder::normalize(trimmed, peak);
-    const QByteArray wav = AudioRecorder::wav(trimmed);
-
     const QString language = promptName(AppSettings::shared().language());
     const QStringList words = Store::shared().words();
+    // On Qt's thread pool, so that a long piece never holds up the main thread while the user
+    // speaks; the main thread only sends.
+    QFuture<Requests> prepared =
+        QtConcurrent::run(requestsFor, std::move(pcm),
+                          GeminiSpeech::transcribePrompt(language, words), OmbryAI::usesCredits());
+    Requests requests = co_await prepared;
+    if (!requests) co_return nothing;
+    // A cancel is what stops a piece here; its own failures are worth a line of the journal.
+    const auto failed = [&abort](const std::exception& e) {
+        if (!abort->aborted()) Log::write(QStringLiteral("morceau: ") + describe(e));
+    };
     QString raw;
     try {
-        raw = co_await GeminiSpeech::transcribe(wav, language, words);
+        raw = co_await GeminiSpeech::transcribe(std::move(*requests), abort);
     } catch (const std::exception& e) {
-        Log::write(QStringLiteral("morceau: ") + describe(e));
+        failed(e);
         co_return std::nullopt;
     }
     if (raw.trimmed().isEmpty()) co_return nothing;
@@ -110,11 +139,12 @@ QCoro::Task<Chunker::Result> Chunker::handle(QByteArray pcm, QString tone) {
     // No local fallback here: the whole recording gets one if a piece fails.
     OpenRouter::setToneHint(tone);
     try {
-        QString clean = co_await OpenRouter::complete(OpenRouter::instructions(language, words),
-                                                      raw, AppSettings::shared().openRouterModel());
+        QString clean =
+            co_await OpenRouter::complete(OpenRouter::instructions(language, words), raw,
+                                          AppSettings::shared().openRouterModel(), abort);
         co_return std::pair{raw, clean};
     } catch (const std::exception& e) {
-        Log::write(QStringLiteral("morceau: ") + describe(e));
+        failed(e);
         co_return std::nullopt;
     }
 }
@@ -156,6 +186,7 @@ void Chunker::cancelAll() {
         piece->cancelled = true;
         piece->result.reset();
     }
+    abort_->abort();
 }
 
 } // namespace ombry

@@ -14,11 +14,15 @@
 namespace ombry {
 
 class AudioRecorder;
+namespace Http {
+class Abort;
+}
 
 // Transcribes a dictation while it goes on: at each pause, the sound since the last cut goes
 // off as a piece of its own to the speech engine and then to the rewriting model, so that when
 // the key goes up only the last stretch is left to wait for. Lives for one dictation. cut() and
-// finish() run on the main thread; the pieces run in parallel.
+// finish() run on the main thread; the pieces run in parallel, each making its audio and its
+// request on a worker thread and sending it from the main thread.
 class Chunker {
 public:
     using Result = std::optional<std::pair<QString, QString>>; // (raw, clean); nullopt: failed
@@ -44,21 +48,23 @@ public:
     QCoro::Task<void> awaitAll();
 
     int taskCount() const;
-    // Drops every piece in flight: their network calls are aborted and they give nullopt.
+    // Drops every piece: their requests in flight are aborted, none is sent any more, and
+    // they give nullopt.
     void cancelAll();
-
-    // The treatment of one piece: silence checks, trim, level, transcription, clean-up.
-    static QCoro::Task<Result> handle(QByteArray pcm, QString tone);
 
     // One piece on its way (defined in the source file).
     struct Piece;
 
 private:
     void launch(QByteArray pcm);
+    // The treatment of one piece: silence checks, trim, level, transcription, clean-up.
+    static QCoro::Task<Result> handle(QByteArray pcm, QString tone,
+                                      std::shared_ptr<Http::Abort> abort);
 
     QString tone_;
     int64_t lastCut_ = 0;
     QList<std::shared_ptr<Piece>> pieces_;
+    std::shared_ptr<Http::Abort> abort_; // every request of every piece
 };
 
 } // namespace ombry

@@ -32,7 +32,7 @@ namespace ombry {
 using dictation::afterOnClock;
 using dictation::appIdOf;
 using dictation::clock;
-using dictation::kOwnAppId;
+using dictation::isOwnWindow;
 using dictation::trimmed;
 
 DictationController& DictationController::shared() {
@@ -212,16 +212,20 @@ void DictationController::start() {
     pollTrust();
 }
 
-// Every 2 s for the life of the program: a keyboard hook that stops (or comes back) is
-// noticed, and the monitor is started again.
+// Every 2 s for the life of the program: a keyboard hook that is not running (it failed at
+// start, or it stopped) is started again, once a tick, and what it gives is the new state. A
+// hook that runs is left alone: a restart forgets the key held.
 void DictationController::pollTrust() {
     afterOnClock(this, kTrustPollMs, [this] {
-        const bool now = hookRunning();
+        bool now = hookRunning();
+        if (!now) {
+            hotkey_->restart();
+            now = hookRunning();
+        }
         if (now != trusted_) {
             setTrusted(now);
             Log::write(QStringLiteral("accessibilité=%1")
                            .arg(now ? QStringLiteral("true") : QStringLiteral("false")));
-            hotkey_->restart();
         }
         pollTrust();
     });
@@ -378,8 +382,7 @@ void DictationController::captureFailed(const QString& reason, uint64_t capture)
 // before: an application that does not answer the question must not delay the recording.
 void DictationController::captureStarted(uint64_t capture) {
     if (capture != captureId_ || !capturing_) return;
-    const std::optional<QString> appId = appIdOf(targetApp_);
-    if (!AppSettings::shared().voiceCommands() || appId == kOwnAppId) return;
+    if (!AppSettings::shared().voiceCommands() || isOwnWindow(targetApp_)) return;
     selectionPending_ = true;
     [](QPointer<DictationController> self, uint64_t capture) -> QCoro::Task<void> {
         const std::optional<QString> selected = co_await Paster::selectedTextViaAX();
@@ -436,6 +439,8 @@ void DictationController::showRecording() {
 
 void DictationController::end() {
     if (state_ != State::Recording) return;
+    // However the recording ends (a press, the microphone lost), the next press begins anew.
+    if (handsFree_) setHandsFree(false);
     capturing_ = false;
     if (AppSettings::shared().sounds()) playSound(Sound::Pop);
     preview_->stop();
@@ -508,16 +513,17 @@ void DictationController::cancel() {
     preview_->stop();
     // Nothing may begin until the recorder has really stopped.
     setState(State::Processing);
-    audioQueue_->async([this] {
+    const std::optional<AppWindow> front = Platform::current().windows().frontmost();
+    audioQueue_->async([this, front] {
         recorder_->stop();
         QMetaObject::invokeMethod(
             this,
-            [this] {
+            [this, front] {
                 chunker_.reset();
                 cancelled_ = false;
                 toIdle();
                 show(QStringLiteral("Dictée annulée"), false);
-                giveFocusBack();
+                giveFocusBack(front);
             },
             Qt::QueuedConnection);
     });
@@ -528,12 +534,15 @@ void DictationController::cancel() {
 
 // A window manager may move the focus while the Escape key is held by our grab (openbox does
 // when the key map changes under it), so a cancelled dictation could leave the user in another
-// window than the one they were typing in. The window in front at the key press comes back.
-void DictationController::giveFocusBack() {
-    if (!targetApp_ || targetApp_->appId == kOwnAppId) return;
+// window than the one they were typing in. The window in front at the key press comes back,
+// but only while the focus is still where the cancel found it: a window the user went to
+// since is theirs.
+void DictationController::giveFocusBack(const std::optional<AppWindow>& atCancel) {
+    if (!targetApp_ || isOwnWindow(targetApp_)) return;
     Windows& windows = Platform::current().windows();
     const std::optional<AppWindow> front = windows.frontmost();
     if (front && front->id == targetApp_->id) return;
+    if ((front ? front->id : 0) != (atCancel ? atCancel->id : 0)) return;
     windows.activate(*targetApp_);
 }
 

@@ -183,8 +183,9 @@ private:
     QCoro::Task<void> finishAndProcess(std::shared_ptr<Chunker> chunker, QByteArray wav,
                                        double duration, QByteArray pcm,
                                        std::optional<AppWindow> app);
-    // Brings the window in front at the key press back after a cancel.
-    void giveFocusBack();
+    // Brings the window in front at the key press back after a cancel; atCancel: the window
+    // in front when the cancel came.
+    void giveFocusBack(const std::optional<AppWindow>& atCancel);
     bool hookRunning();
     void pollTrust();
 

@@ -3,6 +3,7 @@
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 
+#include <QCoreApplication>
 #include <QCoroTimer>
 #include <QTimer>
 #include <algorithm>
@@ -33,6 +34,10 @@ QCoro::Task<void> afterOnClock(QPointer<QObject> owner, int64_t ms, std::functio
 
 QString trimmed(const std::optional<QString>& text) {
     return text ? text->trimmed() : QString();
+}
+
+bool isOwnWindow(const std::optional<AppWindow>& window) {
+    return window && window->pid == QCoreApplication::applicationPid();
 }
 
 std::optional<QString> appIdOf(const std::optional<AppWindow>& app) {

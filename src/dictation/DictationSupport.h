@@ -17,9 +17,10 @@ class Clock;
 // actions on the selection.
 namespace dictation {
 
-// The application id of this program's own windows: a selection there is no voice command
-// target, and a text is never sent back to them by activation.
-inline const QString kOwnAppId = QStringLiteral("ombry-voice");
+// Whether the window is one of this program's own, told by its process (its application id
+// exists only where the program is installed): a selection there is no voice command target,
+// and a text is never sent back to it by activation.
+bool isOwnWindow(const std::optional<AppWindow>& window);
 
 Clock& clock();
 

@@ -108,7 +108,7 @@ void RecordingProcessor::stop(const QString& failure) {
 }
 
 QCoro::Task<void> RecordingProcessor::activate() {
-    if (in_.app && in_.app->appId != dictation::kOwnAppId)
+    if (in_.app && !dictation::isOwnWindow(in_.app))
         Platform::current().windows().activate(*in_.app);
     // Gives the window manager time to bring the window forward before the keys go out.
     co_await dictation::sleepMs(DictationController::kActivationSleepMs);
@@ -196,7 +196,7 @@ QCoro::Task<bool> RecordingProcessor::interpret() {
         std::function<void()> lost = owner_.notPasted(result);
         co_await Paster::pasteAndCheck(result, settings.restoreClipboard(), std::nullopt,
                                        std::move(lost));
-        Log::write(QStringLiteral("commande appliquée: « %1 »").arg(raw_.left(60)));
+        Log::write(QStringLiteral("commande appliquée: « %1 »").arg(Graphemes::left(raw_, 60)));
         owner_.show(QStringLiteral("Commande appliquée"), false);
         close();
         co_return true;

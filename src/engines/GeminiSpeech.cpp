@@ -35,9 +35,9 @@ QString dictionarySuffix(const QStringList& words) {
 }
 
 // The content of the first choice; the empty text when there is none.
-QCoro::Task<QString> ask(QString prompt, QByteArray wav, bool json, double timeout) {
+QCoro::Task<QString> ask(Http::JsonBody body, double timeout, std::shared_ptr<Http::Abort> abort) {
     const QByteArray reply =
-        co_await OmbryAI::chat(requestBody(prompt, wav, json), timeout, QLatin1String(kLabel));
+        co_await OmbryAI::chat(std::move(body), timeout, QLatin1String(kLabel), std::move(abort));
     co_return OpenRouter::firstContent(reply, true, QLatin1String(kLabel)).value_or(QString());
 }
 
@@ -147,30 +147,48 @@ QString field(const QString& name, const QString& text) {
     return value.trimmed();
 }
 
+QList<Http::JsonBody> transcribeBodies(const QString& prompt, const QByteArray& wav, bool sliced) {
+    QList<Http::JsonBody> bodies;
+    const auto add = [&](const QByteArray& audio) {
+        bodies << requestBody(prompt, audio, false);
+        bodies.last().encodeBinary();
+    };
+    // On the hosted road a long recording goes in slices.
+    if (!sliced || wav.size() <= kWavHeaderBytes + kHostedSliceBytes) {
+        add(wav);
+        return bodies;
+    }
+    const QByteArray pcm = wav.mid(kWavHeaderBytes);
+    for (qsizetype at = 0; at < pcm.size(); at += kHostedSliceBytes)
+        add(AudioRecorder::wav(pcm.mid(at, kHostedSliceBytes)));
+    return bodies;
+}
+
+QCoro::Task<QString> transcribe(QList<Http::JsonBody> bodies, std::shared_ptr<Http::Abort> abort) {
+    guard();
+    QStringList parts;
+    for (Http::JsonBody& body : bodies) {
+        const QString text = (co_await ask(std::move(body), kTranscribeTimeout, abort)).trimmed();
+        const QString cleaned = Hallucination::clean(text);
+        if (cleaned != text) Log::write(QStringLiteral("transcription: phrase inventée retirée"));
+        if (!cleaned.isEmpty()) parts << cleaned;
+    }
+    co_return parts.join(QLatin1Char(' '));
+}
+
 QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList words) {
     guard();
-    if (OmbryAI::usesCredits() && wav.size() > kWavHeaderBytes + kHostedSliceBytes) {
-        const QByteArray pcm = wav.mid(kWavHeaderBytes);
-        QStringList parts;
-        for (qsizetype at = 0; at < pcm.size(); at += kHostedSliceBytes) {
-            const QString part = co_await transcribe(
-                AudioRecorder::wav(pcm.mid(at, kHostedSliceBytes)), language, words);
-            if (!part.isEmpty()) parts << part;
-        }
-        co_return parts.join(QLatin1Char(' '));
-    }
-    const QString text =
-        (co_await ask(transcribePrompt(language, words), wav, false, kTranscribeTimeout)).trimmed();
-    const QString cleaned = Hallucination::clean(text);
-    if (cleaned != text) Log::write(QStringLiteral("transcription: phrase inventée retirée"));
-    co_return cleaned;
+    QList<Http::JsonBody> bodies =
+        transcribeBodies(transcribePrompt(language, words), wav, OmbryAI::usesCredits());
+    co_return co_await transcribe(std::move(bodies), nullptr);
 }
 
 QCoro::Task<RawAndClean> transcribeAndClean(QByteArray wav, QString language, QStringList words,
                                             QString tone, QString punctuation) {
     guard();
     const QString content =
-        co_await ask(cleanPrompt(language, words, tone, punctuation), wav, true, kJsonTimeout);
+        co_await ask(requestBody(cleanPrompt(language, words, tone, punctuation), wav, true),
+                     kJsonTimeout, nullptr);
     const auto [raw, clean] =
         decodePair(jsonCut(content), QLatin1String("raw"), QLatin1String("clean"));
     co_return RawAndClean{raw, clean};
@@ -178,7 +196,9 @@ QCoro::Task<RawAndClean> transcribeAndClean(QByteArray wav, QString language, QS
 
 QCoro::Task<Translation> transcribeAndTranslate(QByteArray wav, QString context) {
     guard();
-    const QString cut = jsonCut(co_await ask(translatePrompt(context), wav, true, kJsonTimeout));
+    const QString content =
+        co_await ask(requestBody(translatePrompt(context), wav, true), kJsonTimeout, nullptr);
+    const QString cut = jsonCut(content);
     try {
         const auto [en, fr] = decodePair(cut, QLatin1String("en"), QLatin1String("fr"));
         co_return Translation{en, fr};

@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
+#include <memory>
 
 #include "net/Http.h"
 
@@ -31,6 +32,15 @@ struct Translation {
 // `words` the dictionary words to spell as given. Excuses of the model ("je n'ai pas pu
 // entendre l'audio") are removed. Empty when nothing was said. Time-out 30 s.
 QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList words);
+
+// The same in two halves, for a caller that makes the requests off the main thread. The
+// bodies of one transcription with this prompt (transcribePrompt): one, or with `sliced` (the
+// hosted road) one per kHostedSliceBytes of PCM; the audio already in base64. Callable on any
+// thread.
+QList<Http::JsonBody> transcribeBodies(const QString& prompt, const QByteArray& wav, bool sliced);
+// Sends them in order and joins what each transcript says with one blank. `abort` lets the
+// caller give the requests up.
+QCoro::Task<QString> transcribe(QList<Http::JsonBody> bodies, std::shared_ptr<Http::Abort> abort);
 
 // The raw and the cleaned transcript in one request; `tone` is a Tone hint, `punctuation` the
 // sentence of the punctuation level. A reply that is not the JSON asked for fails with

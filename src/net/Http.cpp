@@ -17,6 +17,7 @@
 #include <cstring>
 #include <deque>
 #include <memory>
+#include <utility>
 
 namespace ombry::Http {
 
@@ -138,6 +139,17 @@ char* base64Into(char* out, const char* in, qsizetype n) {
 
 } // namespace
 
+void Abort::abort() {
+    aborted_ = true;
+    for (const QPointer<QObject>& reply : std::exchange(replies_, {}))
+        if (auto* r = qobject_cast<QNetworkReply*>(reply.data())) r->abort();
+}
+
+void Abort::watch(QObject* reply) {
+    replies_.removeAll(nullptr);
+    replies_ << reply;
+}
+
 double Limits::deadlineFor(double timeoutSeconds, qint64 uploadBytes) const {
     if (deadlineSeconds > 0) return deadlineSeconds;
     // A long recording on a slow line takes its time to go up: a second more per 125 kB.
@@ -150,19 +162,32 @@ QString JsonBody::binaryPlaceholder() {
     return placeholder;
 }
 
+void JsonBody::encodeBinary() {
+    if (binaryIsBase64) return;
+    QByteArray text((binary.size() + 2) / 3 * 4, Qt::Uninitialized);
+    base64Into(text.data(), binary.constData(), binary.size());
+    binary = std::move(text);
+    binaryIsBase64 = true;
+}
+
 QByteArray JsonBody::serialized() const {
     const QByteArray json = QJsonDocument(object).toJson(QJsonDocument::Compact);
     const QByteArray marker = '"' + binaryPlaceholder().toLatin1() + '"';
     const qsizetype at = json.indexOf(marker);
     if (at < 0) return json;
-    const qsizetype encoded = (binary.size() + 2) / 3 * 4;
+    const qsizetype encoded = binaryIsBase64 ? binary.size() : (binary.size() + 2) / 3 * 4;
     const qsizetype rest = json.size() - at - marker.size();
     QByteArray out(at + 2 + encoded + rest, Qt::Uninitialized);
     char* p = out.data();
     std::memcpy(p, json.constData(), size_t(at));
     p += at;
     *p++ = '"';
-    p = base64Into(p, binary.constData(), binary.size());
+    if (binaryIsBase64) {
+        std::memcpy(p, binary.constData(), size_t(encoded));
+        p += encoded;
+    } else {
+        p = base64Into(p, binary.constData(), binary.size());
+    }
     *p++ = '"';
     std::memcpy(p, json.constData() + at + marker.size(), size_t(rest));
     return out;
@@ -184,10 +209,17 @@ QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers he
                                      .arg(QString::fromLatin1(name)),
                                  false);
 
+    // A request given up by its caller leaves nothing, not even after waiting for its turn.
+    const auto givenUp = [&limits] {
+        if (limits.abort && limits.abort->aborted())
+            throw TransportError(QStringLiteral("requête abandonnée"), false);
+    };
+    givenUp();
     HostGate& gate = gateFor(url);
     co_await Turn{gate};
     const std::unique_ptr<HostGate, void (*)(HostGate*)> slot(&gate,
                                                               [](HostGate* g) { g->release(); });
+    givenUp();
 
     QNetworkRequest request = Net::request(url, timeoutSeconds);
     for (const auto& [name, value] : headers)
@@ -200,6 +232,7 @@ QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers he
         sent, [](QNetworkReply* r) { r->deleteLater(); });
     const auto stop = std::make_shared<Stop>();
     bound(sent, stop, limits.maxReplyBytes, limits.deadlineFor(timeoutSeconds, body.size()));
+    if (limits.abort) limits.abort->watch(sent);
     co_await reply.get();
 
     if (stop->tooLarge)
@@ -207,6 +240,7 @@ QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers he
                                  .arg(double(limits.maxReplyBytes) / (1 << 20), 0, 'f', 1),
                              false, true);
     if (stop->deadline) throw TransportError(QString(), true);
+    givenUp();
     const QNetworkReply::NetworkError error = reply->error();
     if (error == QNetworkReply::InsecureRedirectError ||
         error == QNetworkReply::TooManyRedirectsError) {

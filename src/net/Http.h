@@ -5,8 +5,10 @@
 #include <QJsonObject>
 #include <QList>
 #include <QPair>
+#include <QPointer>
 #include <QString>
 #include <QUrl>
+#include <memory>
 
 // One HTTP exchange through the shared session, awaited: the helper every remote engine uses.
 //
@@ -30,13 +32,29 @@ using Headers = QList<QPair<QByteArray, QByteArray>>;
 // ends the request with a TransportError.
 inline constexpr qint64 kDefaultMaxReplyBytes = qint64(8) << 20;
 
-// What bounds one request besides the silence time-out: the size of its answer, and the time it
-// may take as a whole (an answer trickling in one byte at a time is never silent for long). A
-// deadline of 0 means four times the silence time-out, at least 60 seconds, plus one second
-// for every 125 kB sent (1 Mbit/s).
+// A caller's way to give up the requests of one piece of work: abort() ends those in flight at
+// once and makes every later one fail before anything is sent, each with a TransportError
+// ("requête abandonnée"). Shared by the requests it covers; main thread only.
+class Abort {
+public:
+    void abort();
+    bool aborted() const { return aborted_; }
+    // The reply is aborted with the others (send() calls this).
+    void watch(QObject* reply);
+
+private:
+    bool aborted_ = false;
+    QList<QPointer<QObject>> replies_;
+};
+
+// What bounds one request besides the silence time-out: the size of its answer, the time it
+// may take as a whole (an answer trickling in one byte at a time is never silent for long), and
+// the caller's abort. A deadline of 0 means four times the silence time-out, at least 60
+// seconds, plus one second for every 125 kB sent (1 Mbit/s).
 struct Limits {
     qint64 maxReplyBytes = kDefaultMaxReplyBytes;
     double deadlineSeconds = 0;
+    std::shared_ptr<Abort> abort = nullptr;
     double deadlineFor(double timeoutSeconds, qint64 uploadBytes) const;
 };
 
@@ -54,10 +72,14 @@ struct Reply {
 struct JsonBody {
     QJsonObject object;
     QByteArray binary;
+    bool binaryIsBase64 = false; // encodeBinary() has run
 
     JsonBody(QJsonObject o = {}, QByteArray b = {}) : object(std::move(o)), binary(std::move(b)) {}
     // The string value that stands for `binary` in `object` (unique to the process).
     static QString binaryPlaceholder();
+    // Turns `binary` into its base64 text now, on whatever thread holds the body, so that
+    // serialized() only copies it.
+    void encodeBinary();
     // Compact JSON; the placeholder, if present, replaced by the base64 of `binary`.
     QByteArray serialized() const;
 };

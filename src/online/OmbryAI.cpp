@@ -25,20 +25,20 @@ std::optional<QString> ownKey() {
 }
 
 QCoro::Task<QByteArray> direct(Http::JsonBody body, double timeoutSeconds, QString label,
-                               QString key) {
+                               QString key, Http::Limits limits) {
     body.object.insert(QStringLiteral("usage"), QJsonObject{{QStringLiteral("include"), true}});
     // Braced lists stay out of co_await expressions: GCC 12 miscompiles them there.
     const Http::Headers headers = {{"Authorization", "Bearer " + key.toUtf8()},
                                    {"X-Title", "Ombry Voice"}};
     const QUrl url(Endpoints::openRouter() + QLatin1String(OpenRouter::kChatPath));
     const Http::Reply reply =
-        co_await Http::postJson(url, std::move(body), headers, timeoutSeconds);
+        co_await Http::postJson(url, std::move(body), headers, timeoutSeconds, limits);
     if (reply.status != 200) throw EngineError::http(label, reply.status, reply.bodyText());
     Spending::record(reply.body);
     co_return reply.body;
 }
 
-QCoro::Task<QByteArray> hosted(Http::JsonBody body, double timeoutSeconds) {
+QCoro::Task<QByteArray> hosted(Http::JsonBody body, double timeoutSeconds, Http::Limits limits) {
     if (!Endpoints::siteIsValid()) throw EngineError::missingKey(QStringLiteral("OpenRouter"));
     if (Credits::shared().exhausted()) throw EngineError::noCredits();
     body.object.remove(QStringLiteral("usage"));
@@ -46,7 +46,7 @@ QCoro::Task<QByteArray> hosted(Http::JsonBody body, double timeoutSeconds) {
     const Http::Headers none;
     const Http::Reply reply =
         co_await Http::postJson(Endpoints::siteURL(QStringLiteral("api/voice")), std::move(body),
-                                none, timeoutSeconds + kHostedExtraSeconds);
+                                none, timeoutSeconds + kHostedExtraSeconds, limits);
     const QJsonObject answer = QJsonDocument::fromJson(reply.body).object();
     if (reply.status == 200) {
         Credits::shared().update(Json::integer(
@@ -78,12 +78,16 @@ bool canReachRemote() {
     return usesOwnKey() || (usesCredits() && !Credits::shared().exhausted());
 }
 
-QCoro::Task<QByteArray> chat(Http::JsonBody body, double timeoutSeconds, QString label) {
+QCoro::Task<QByteArray> chat(Http::JsonBody body, double timeoutSeconds, QString label,
+                             std::shared_ptr<Http::Abort> abort) {
+    Http::Limits limits;
+    limits.abort = std::move(abort);
     if (usesOwnKey()) {
         if (const std::optional<QString> key = ownKey())
-            co_return co_await direct(std::move(body), timeoutSeconds, std::move(label), *key);
+            co_return co_await direct(std::move(body), timeoutSeconds, std::move(label), *key,
+                                      limits);
     }
-    co_return co_await hosted(std::move(body), timeoutSeconds);
+    co_return co_await hosted(std::move(body), timeoutSeconds, limits);
 }
 
 } // namespace ombry::OmbryAI

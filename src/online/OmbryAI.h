@@ -4,6 +4,7 @@
 #include <QCoroTask>
 #include <QJsonObject>
 #include <QString>
+#include <memory>
 
 #include "net/Http.h"
 
@@ -29,6 +30,8 @@ bool canReachRemote();
 //   credits run out, noCredits before sending anything.
 // Transport errors pass through as TransportError.
 // The body may carry a recording as a binary member (Http::JsonBody); a plain object converts.
-QCoro::Task<QByteArray> chat(Http::JsonBody body, double timeoutSeconds, QString label);
+// `abort`, when given, lets the caller give the request up (Http::Abort).
+QCoro::Task<QByteArray> chat(Http::JsonBody body, double timeoutSeconds, QString label,
+                             std::shared_ptr<Http::Abort> abort = {});
 
 } // namespace ombry::OmbryAI

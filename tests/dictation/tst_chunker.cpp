@@ -121,12 +121,17 @@ private Q_SLOTS:
         QVERIFY(journal.open(QIODevice::ReadOnly));
         QVERIFY(journal.readAll().contains("morceau: "));
 
-        // A cancel: the answers that still come are dropped.
-        speech.transcript = [](double) { return chatCompletion(QStringLiteral("trop tard")); };
+        // A cancel while the speech model works: its request is given up at once, and nothing
+        // more is sent, neither the rewrite of that piece nor the rest of the recording.
+        speech.transcribeBaseMs = 60000;
         Chunker cancelled{QString()};
         cancelled.cut(int64_t(4.7 * kSecond), slice);
+        QVERIFY(server.waitForRequests(server.count() + 1));
+        const int sent = server.count();
         cancelled.cancelAll();
-        QCOMPARE(await(cancelled.finish(pcm)), Chunker::Result());
+        QCOMPARE(await(cancelled.finish(pcm), 5000), Chunker::Result());
+        QCOMPARE(server.count(), sent);
+        QTRY_COMPARE(server.abandoned(), 1);
     }
 };
 

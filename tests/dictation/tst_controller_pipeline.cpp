@@ -242,6 +242,15 @@ private Q_SLOTS:
         QCOMPARE(fix.action, QString("Commande : bonjour tout le monde"));
         QCOMPARE(fix.original, QString("vous devez rendre le rapport"));
         QCOMPARE(fix.result, QString("Texte rendu poli."));
+
+        // The journal quotes the instruction's first 60 characters, an emoji whole.
+        const QString start = QString(59, 'a') + QStringLiteral("👍🏽");
+        f.models.replies["transcription"] = chatCompletion(start + QStringLiteral(" et la suite"));
+        dictateToEnd();
+        Log::sync();
+        QFile journal(Log::url());
+        QVERIFY(journal.open(QIODevice::ReadOnly));
+        QVERIFY(journal.readAll().contains(("commande appliquée: « " + start + " »").toUtf8()));
     }
 
     void notACommand_data() {
@@ -250,8 +259,9 @@ private Q_SLOTS:
         QTest::addColumn<bool>("commands");
         QTest::newRow("blank selection") << " \n\t"
                                          << "org.gnome.TextEditor" << true;
+        // Not installed: no application id, only its process.
         QTest::newRow("own window") << "un texte"
-                                    << "ombry-voice" << true;
+                                    << "" << true;
         QTest::newRow("commands off") << "un texte"
                                       << "org.gnome.TextEditor" << false;
     }
@@ -261,7 +271,8 @@ private Q_SLOTS:
         QFETCH(bool, commands);
         AppSettings::shared().setVoiceCommands(commands);
         f.platform.clipboard().selection = selection;
-        f.platform.windows().front = AppWindow{3, app, "Appli", "appli", 3};
+        const int64_t pid = app.isEmpty() ? QCoreApplication::applicationPid() : 3;
+        f.platform.windows().front = AppWindow{3, app, "Appli", "appli", pid};
         dictateToEnd();
         QCOMPARE(f.models.calls, QStringList{"transcription"});
         QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});

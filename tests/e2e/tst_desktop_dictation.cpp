@@ -356,6 +356,40 @@ private Q_SLOTS:
         QCOMPARE(history().size(), stored);
     }
 
+    // Escape in a long dictation whose first piece is with the speech model: that request is
+    // given up at once, and nothing more leaves (neither its rewrite nor the rest).
+    void escapeDuringChunkedDictation() {
+        openFieldWithClipboard();
+        if (QTest::currentTestFailed()) return;
+        services.transcript = QStringLiteral("euh bonjour je voudrais réserver une table");
+        services.speechDelayMs = 60000;
+        const int abandoned = services.server.abandoned();
+        const int mark = program.mark();
+        QVERIFY(desktop().keyboardPress(kRightAlt));
+        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
+                 qPrintable(journalSince(mark)));
+        // The pause after the sentence ends a piece of more than 3 s.
+        QVERIFY(speak());
+        QVERIFY2(DesktopSession::waitUntil([&] { return !services.calls.isEmpty(); }, 10000),
+                 qPrintable(journalSince(mark)));
+        QVERIFY(desktop().keyboardChord({key("Escape")}));
+        QVERIFY2(program.waitForLine(QStringLiteral("dictée annulée"), mark),
+                 qPrintable(journalSince(mark)));
+        QVERIFY2(
+            DesktopSession::waitUntil([&] { return services.server.abandoned() == abandoned + 1; }),
+            qPrintable(journalSince(mark)));
+        QVERIFY(desktop().keyboardRelease(kRightAlt));
+        QVERIFY(program.waitFor(
+            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
+            mark));
+        QTest::qWait(300);
+        QCOMPARE(services.calls, QStringList{"parole"});
+        QVERIFY(!program.hasLine(QStringLiteral("morceau:"), mark));
+        QVERIFY(desktop().activateWindow(desktop().targetWindow())); // openbox's Alt+Escape
+        QCOMPARE(desktop().closeTarget().value_or("?"), QString());
+        QCOMPARE(history().size(), stored);
+    }
+
     // A spoken trigger pastes its shortcut's text, and is not a dictation of the history.
     void voiceShortcut() {
         openFieldWithClipboard();

@@ -244,6 +244,7 @@ void TestHttpServer::reset() {
     queued_.clear();
     handler_ = nullptr;
     requests_.clear();
+    abandoned_ = 0;
 }
 
 QList<RecordedRequest> TestHttpServer::requests(const QString& path) const {
@@ -298,6 +299,8 @@ void TestHttpServer::onNewConnection() {
         connections_.insert(socket, new Connection);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onReadyRead(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+            const Connection* c = connections_.value(socket);
+            if (c && c->busy) ++abandoned_;
             delete connections_.take(socket);
             socket->deleteLater();
         });

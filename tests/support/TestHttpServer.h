@@ -120,6 +120,8 @@ public:
     RecordedRequest last() const;
     int count() const { return int(requests_.size()); }
     void clearRequests() { requests_.clear(); }
+    // Requests whose client closed the connection before their answer went out.
+    int abandoned() const { return abandoned_; }
 
     // Turns the event loop until at least n requests have come, or the time is out.
     bool waitForRequests(int n, int timeoutMs = 5000);
@@ -148,6 +150,7 @@ private:
     QHash<QString, QList<Reply>> queued_;
     std::function<Reply(const RecordedRequest&)> handler_;
     QList<RecordedRequest> requests_;
+    int abandoned_ = 0;
 };
 
 } // namespace ombry::test

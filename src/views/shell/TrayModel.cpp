@@ -1,5 +1,7 @@
 #include "views/shell/TrayModel.h"
 
+#include "correction/Graphemes.h"
+
 namespace ombry::TrayModel {
 
 namespace {
@@ -25,8 +27,8 @@ Entry choice(const QString& title, Action action, std::optional<QString> data, b
 } // namespace
 
 QString lastDictationTitle(const QString& text) {
-    if (text.size() <= 60) return text;
-    return text.left(60) + QStringLiteral("…");
+    const QString shown = Graphemes::left(text, 60);
+    return shown.size() == text.size() ? text : shown + QStringLiteral("…");
 }
 
 QList<Entry> build(const Input& in) {

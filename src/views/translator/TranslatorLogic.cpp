@@ -1,5 +1,6 @@
 #include "views/translator/TranslatorLogic.h"
 
+#include "correction/Graphemes.h"
 #include "correction/Translator.h"
 #include "data/Settings.h"
 #include "data/Store.h"
@@ -51,7 +52,7 @@ QList<CorrectionRecord> recent(const QList<CorrectionRecord>& records) {
 }
 
 QString charactersLabel(const QString& text) {
-    return QStringLiteral("%1 caractères").arg(text.size());
+    return QStringLiteral("%1 caractères").arg(Graphemes::count(text));
 }
 
 QString code(const QString& name) {

@@ -104,6 +104,12 @@ private Q_SLOTS:
         QVERIFY(!menu.first().enabled);
         in.lastDictation = sixty + QStringLiteral("é");
         QCOMPARE(TrayModel::build(in).at(1).title, sixty + QStringLiteral("…"));
+        // Characters as the user sees them: an emoji with its skin tone is one, never cut.
+        const QString emoji = QString(59, QLatin1Char('a')) + QStringLiteral("👍🏽");
+        in.lastDictation = emoji;
+        QCOMPARE(TrayModel::build(in).at(1).title, emoji);
+        in.lastDictation = emoji + QStringLiteral("e\u0301");
+        QCOMPARE(TrayModel::build(in).at(1).title, emoji + QStringLiteral("…"));
 
         // The keys in Linux words, Right Alt as the keyboard layout names it.
         const auto keys = [&] {

@@ -94,6 +94,8 @@ private Q_SLOTS:
         }
         QCOMPARE(translations(), 0);
         QVERIFY(showsLabel(page.get(), QStringLiteral("12 caractères")));
+        QCOMPARE(TranslatorRules::charactersLabel(QStringLiteral("👍🏽 e\u0301")),
+                 QStringLiteral("3 caractères"));
         typeText(source(), kFrench.mid(12));
         QVERIFY(showsLabel(page.get(), QStringLiteral("Détecté : français")));
         platform.clock().advance(700);
