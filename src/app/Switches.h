@@ -20,7 +20,9 @@ enum class Mode {
     // The dictation key, told to the running program by the desktop's own shortcuts.
     Press,
     Release,
-    Toggle
+    Toggle,
+    // Processes the newest failed dictation again, in the running program.
+    Retry
 };
 
 // Named apart from the on/off widget ombry::Switch: two classes of one name in one program
