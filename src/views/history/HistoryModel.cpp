@@ -11,6 +11,7 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <numeric>
@@ -131,6 +132,12 @@ bool HistorySearchIndex::contains(int record, const QByteArray& key) const {
     const qsizetype to = starts_[size_t(record) + 1];
     return memmem(text_.constData() + from, size_t(to - from), key.constData(),
                   size_t(key.size())) != nullptr;
+}
+
+QString recordingLength(double seconds) {
+    const int s = int(std::lround(std::max(0.0, seconds)));
+    if (s < 60) return QStringLiteral("%1 s").arg(s);
+    return QStringLiteral("%1 min %2 s").arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
 }
 
 QString historyDayTitle(const QDate& day) {
@@ -505,16 +512,24 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
             return d.bundleID.value_or(QString());
         case Qt::DisplayRole:
         case TextRole:
-            return d.finalText;
+            if (d.inProgress()) return QStringLiteral("Transcription en cours…");
+            return d.failure.value_or(d.finalText);
         case SecondTextRole:
             return d.rawText;
         case WordsRole:
+            if (d.failed()) return recordingLength(d.duration);
             return Dashboard::counted(wordCount(d.finalText), QStringLiteral("mot"),
                                       QStringLiteral("mots"));
         case SpeedRole: {
-            const int wpm = d.wordsPerMinute();
+            const int wpm = d.failed() ? 0 : d.wordsPerMinute();
             return wpm > 0 ? QStringLiteral("%1 mots/min").arg(wpm) : QString();
         }
+        case StatusRole:
+            return !d.failed()      ? QString()
+                   : d.inProgress() ? QStringLiteral("En cours")
+                                    : QStringLiteral("Échec");
+        case RetryRole:
+            return d.failed() && !d.inProgress() && store_.audioURL(d).has_value();
         case ExpandedRole:
             return expanded_.contains(d.id);
         case HasAudioRole:
@@ -550,6 +565,10 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
         return false;
     case IdRole:
         return r.id;
+    case StatusRole:
+        return QString();
+    case RetryRole:
+        return false;
     default:
         return {};
     }

@@ -323,6 +323,27 @@ private Q_SLOTS:
         apps->setCurrentIndex(0);
         Q_EMIT apps->activated(0);
 
+        // A failed dictation shows its error and its length, and "Réessayer" while its
+        // recording is kept, which hands its id over; it has no text to copy.
+        Dictation failed = dictation(QString(), local("2026-03-15T12:00:00+01:00"));
+        failed.failure = QStringLiteral("Local : erreur 0 langue non disponible");
+        failed.duration = 75;
+        failed.audioFile = QStringLiteral("échec.wav");
+        {
+            QFile f(store_->audioFolder() + QStringLiteral("/échec.wav"));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(toneWav());
+        }
+        store_->add(failed);
+        QCOMPARE(model.index(1).data(HistoryListModel::TextRole).toString(), *failed.failure);
+        QCOMPARE(model.index(1).data(HistoryListModel::WordsRole).toString(),
+                 QStringLiteral("1 min 15 s"));
+        QVERIFY(!click(1, HistoryDelegate::Copy));
+        std::optional<QUuid> retried;
+        page.onRetry = [&retried](const QUuid& id) { retried = id; };
+        QVERIFY(click(1, HistoryDelegate::Retry));
+        QCOMPARE(retried, std::optional(failed.id));
+
         // Corrections: the result is shown and copied, the original under the disclosure.
         QTest::mouseClick(button(page, QStringLiteral("Corrections")), Qt::LeftButton);
         QCOMPARE(rows(model), (QStringList{"# dimanche 15 mars 2026", "je vous ai écrit"}));
