@@ -17,6 +17,7 @@ struct Services {
     // What the speech model hears in any audio, and the status it answers with.
     QString transcript;
     int speechStatus = 200;
+    int speechDelayMs = 0; // the speech model takes this long to answer
     // The answer of a text model to its system prompt and user text.
     std::function<QString(const QString& system, const QString& user)> textModel;
     QJsonArray grammarMatches; // LanguageTool's findings
@@ -36,6 +37,7 @@ struct Services {
     void reset() {
         transcript.clear();
         speechStatus = 200;
+        speechDelayMs = 0;
         textModel = [](const QString&, const QString& user) { return user; };
         grammarMatches = {};
         calls.clear();
@@ -70,7 +72,7 @@ struct Services {
             if (speechStatus != 200)
                 return Reply::json(QJsonObject{{"error", QJsonObject{{"message", "panne"}}}},
                                    speechStatus);
-            return chatCompletion(transcript);
+            return chatCompletion(transcript).after(speechDelayMs);
         }
         calls << QStringLiteral("texte");
         texts << user.toString();
