@@ -2,8 +2,8 @@
 // usual formats, and pocketsphinx keeping up with speech as the live preview feeds it (one
 // hypothesis per 64 ms buffer) against one pass over the whole recording. The speech is
 // espeak-ng's, converted by sox, repeated to about twenty seconds.
+#include "engines/AudioFile.h"
 #include "engines/OfflineSpeech.h"
-#include "engines/WavReader.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>
@@ -47,7 +47,7 @@ void conversion(int rate, int channels, int bits) {
     const QByteArray file = wavFile(rate, channels, bits, 60);
     QElapsedTimer t;
     t.start();
-    const QByteArray pcm = WavReader::toSpeechPcm(*WavReader::parse(file));
+    const QByteArray pcm = AudioFile::speechPcm(file).value_or(QByteArray());
     std::printf("60 s of %d Hz, %d channel(s), %d-bit: converted in %.1f ms (%lld bytes out)\n",
                 rate, channels, bits, double(t.nsecsElapsed()) / 1e6, qlonglong(pcm.size()));
 }
@@ -71,7 +71,7 @@ int main() {
     }
     QFile f(wav);
     f.open(QIODevice::ReadOnly);
-    const QByteArray once = *OfflineSpeech::pcmOfWav(f.readAll());
+    const QByteArray once = AudioFile::speechPcm(f.readAll()).value_or(QByteArray());
     QByteArray pcm;
     while (pcm.size() < 20 * 32000)
         pcm += once;

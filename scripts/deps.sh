@@ -10,7 +10,7 @@ PACKAGES=(
   libx11-dev libxi-dev libxtst-dev libxfixes-dev
   libcld2-dev libespeak-ng-dev espeak-ng
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
-  libsecret-1-dev libssl-dev libarchive-dev
+  libsecret-1-dev libssl-dev libarchive-dev libsndfile1-dev libsoxr-dev
   libwayland-dev wayland-protocols libxkbcommon-dev
   xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core
   fonts-dejavu-core
@@ -20,6 +20,8 @@ PACKAGES=(
   kwin-wayland xdg-desktop-portal-kde qtwayland5
   mutter xdg-desktop-portal xdg-desktop-portal-gnome gir1.2-atspi-2.0
   python3-dbus python3-gi python3-dbusmock
+  # The Debian package and its checks.
+  lintian desktop-file-utils appstream man-db
 )
 
 missing=()

@@ -11,7 +11,6 @@
 namespace ombry {
 namespace {
 
-constexpr int kWavHeaderBytes = 44;
 constexpr int kBlockSamples = 1024;
 constexpr int kSpeechPeak = 900;
 constexpr double kPauseSeconds = 0.6;
@@ -19,13 +18,9 @@ constexpr double kPauseSeconds = 0.6;
 } // namespace
 
 QCoro::Task<void> runChunkTestMode(QString wavPath) {
-    const std::optional<QByteArray> file = readInputFile(wavPath);
-    if (!file) co_return;
-    if (file->size() < kWavHeaderBytes) {
-        printLine(QStringLiteral("erreur: fichier WAV trop court"));
-        co_return;
-    }
-    const QByteArray pcm = file->mid(kWavHeaderBytes);
+    const std::optional<QByteArray> speech = readSpeechFile(wavPath);
+    if (!speech) co_return;
+    const QByteArray pcm = *speech;
     Chunker chunker{QString()};
     auto slice = [&pcm](int64_t from, int64_t to) { return pcm.mid(from, to - from); };
 

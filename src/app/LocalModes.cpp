@@ -6,7 +6,6 @@
 #include "correction/VoiceCommand.h"
 #include "engines/Cleanup.h"
 #include "engines/LocalEngine.h"
-#include "engines/WavReader.h"
 #include "net/Errors.h"
 
 #include <QElapsedTimer>
@@ -14,20 +13,6 @@
 namespace ombry {
 
 // Failures that end a mode reach the mode runner, which prints the one error line.
-
-namespace {
-
-// Any PCM WAV (another rate, stereo, 8 to 32 bits, float) becomes the 16-bit mono 16 kHz file
-// the local engines take. Bytes that are no RIFF file go on as they are.
-QByteArray speechWav(const QByteArray& file) {
-    if (!file.startsWith("RIFF")) return file;
-    QString error;
-    const auto audio = WavReader::parse(file, &error);
-    if (!audio) throw EngineError::http(QLatin1String(LocalSpeech::kService), 0, error);
-    return AudioRecorder::wav(WavReader::toSpeechPcm(*audio));
-}
-
-} // namespace
 
 QCoro::Task<void> runCommandMode(QString instruction, QString text) {
     const QString result = co_await VoiceCommand::apply(instruction, text);
@@ -40,13 +25,13 @@ QCoro::Task<void> runTranslateMode(QString text) {
 }
 
 QCoro::Task<void> runTestMode(QString wavPath) {
-    const std::optional<QByteArray> wav = readInputFile(wavPath);
-    if (!wav) co_return;
+    const std::optional<QByteArray> pcm = readSpeechFile(wavPath);
+    if (!pcm) co_return;
 
     QElapsedTimer timer;
     timer.start();
     const QString text =
-        co_await LocalSpeech::transcribe(speechWav(*wav), QStringLiteral("fr"), {});
+        co_await LocalSpeech::transcribe(AudioRecorder::wav(*pcm), QStringLiteral("fr"), {});
     printLine(QStringLiteral("transcription (%1 s): %2").arg(secondsSince(timer), text));
 
     const bool available = co_await LocalModel::available();

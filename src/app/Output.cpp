@@ -1,9 +1,11 @@
 #include "app/Output.h"
 
+#include "engines/AudioFile.h"
 #include "platform/Paths.h"
 
 #include <QRegularExpression>
 #include <cstdio>
+#include <sys/stat.h>
 
 namespace ombry {
 
@@ -29,25 +31,20 @@ void printError(const std::exception& e) {
     printError(QString::fromUtf8(e.what()));
 }
 
-std::optional<QByteArray> readInputFile(const QString& path) {
-    using Status = Paths::ReadResult::Status;
-    const Paths::ReadResult read = Paths::readRegularFile(path, kMaxInputFileBytes);
-    switch (read.status) {
-    case Status::Ok:
-        return read.bytes;
-    case Status::NotRegular:
-        printError(QStringLiteral("%1 n'est pas un fichier ordinaire").arg(path));
-        break;
-    case Status::TooLarge:
-        printError(
-            QStringLiteral("le fichier %1 dépasse %2 Mo").arg(path).arg(kMaxInputFileBytes >> 20));
-        break;
-    case Status::Missing:
-    case Status::Unreadable:
+std::optional<QByteArray> readSpeechFile(const QString& path) {
+    struct stat info {};
+    if (::stat(Paths::toNative(path).constData(), &info) != 0) {
         printError(QStringLiteral("impossible de lire le fichier ") + path);
-        break;
+        return std::nullopt;
     }
-    return std::nullopt;
+    if (!S_ISREG(info.st_mode)) {
+        printError(QStringLiteral("%1 n'est pas un fichier ordinaire").arg(path));
+        return std::nullopt;
+    }
+    QString error;
+    std::optional<QByteArray> pcm = AudioFile::speechPcm(path, &error);
+    if (!pcm) printError(QStringLiteral("%1 : %2").arg(path, error));
+    return pcm;
 }
 
 QString secondsSince(const QElapsedTimer& timer) {

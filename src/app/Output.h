@@ -20,14 +20,12 @@ QString oneLine(const QString& text);
 void printError(const std::exception& e);
 void printError(const QString& description);
 
-// The largest input file a mode reads (about two hours of 16 kHz audio).
-inline constexpr qint64 kMaxInputFileBytes = qint64(256) << 20;
-
-// A mode's input file read whole. Only a regular file of at most kMaxInputFileBytes is read (a
-// pipe or a device is refused without waiting on it); the path is taken as given, bytes that
-// are not UTF-8 included (see Paths::fromNative). When it cannot be read, the failure line is
-// printed and nothing is returned.
-std::optional<QByteArray> readInputFile(const QString& path);
+// A mode's audio file as the 16-bit mono 16 kHz PCM the engines take, whatever its kind (WAV,
+// FLAC, Ogg, Opus, MP3…: engines/AudioFile.h). Only a regular file is read (a pipe or a device
+// is refused without waiting on it); the path is taken as given, bytes that are not UTF-8
+// included (see Paths::fromNative). When it cannot be read, the failure line is printed and
+// nothing is returned.
+std::optional<QByteArray> readSpeechFile(const QString& path);
 
 // Seconds since the timer started, as the modes print them ("%.1f").
 QString secondsSince(const QElapsedTimer& timer);

@@ -22,7 +22,8 @@ enum class Mode {
     Release,
     Toggle,
     // Processes the newest failed dictation again, in the running program.
-    Retry
+    Retry,
+    Help
 };
 
 // Named apart from the on/off widget ombry::Switch: two classes of one name in one program

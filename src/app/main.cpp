@@ -4,6 +4,7 @@
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "app/Switches.h"
+#include "app/Usage.h"
 #include "data/Problems.h"
 #include "desktop/Log.h"
 #include "platform/Paths.h"
@@ -13,6 +14,7 @@
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QTimer>
+#include <cstdio>
 #include <memory>
 
 using namespace ombry;
@@ -56,6 +58,11 @@ int main(int argc, char** argv) {
     for (int i = 0; i < argc; ++i)
         arguments << Paths::fromNative(QByteArray(argv[i]));
     const std::optional<CommandLineSwitch> sw = findSwitch(arguments);
+    // The help touches nothing: no settings read, no data folder made.
+    if (sw && sw->mode == Mode::Help) {
+        std::fputs(usage::helpText(OMBRY_VERSION).c_str(), stdout);
+        return 0;
+    }
     // The desktop's shortcuts call the program on each press: forwarded, and gone at once.
     if (sw && (sw->mode == Mode::Press || sw->mode == Mode::Release || sw->mode == Mode::Toggle ||
                sw->mode == Mode::Retry))
@@ -69,7 +76,7 @@ int main(int argc, char** argv) {
             printLine(QStringLiteral("Ombry Voice : aucun affichage (DISPLAY et WAYLAND_DISPLAY "
                                      "sont vides). L'application de bureau a besoin d'une "
                                      "session graphique ; les modes en ligne de commande sont "
-                                     "listés dans le README."));
+                                     "listés par ombry-voice --help."));
             return 1;
         }
         app = std::make_unique<QApplication>(argc, argv);

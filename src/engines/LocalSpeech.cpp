@@ -2,8 +2,8 @@
 
 #include "data/Settings.h"
 #include "desktop/Log.h"
+#include "engines/AudioFile.h"
 #include "engines/OfflineSpeech.h"
-#include "engines/WavReader.h"
 #include "net/Endpoints.h"
 #include "net/Errors.h"
 #include "net/Http.h"
@@ -13,10 +13,9 @@
 #include <QFuture>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QPromise>
-#include <QThreadPool>
 #include <QUrl>
 #include <QUuid>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <memory>
 
@@ -139,30 +138,19 @@ QCoro::Task<QString> transcribeWithServer(QString server, QByteArray wav, QStrin
 QCoro::Task<QString> transcribeOffline(QByteArray wav, QString language, QString grammar) {
     const auto model = OfflineSpeech::modelFor(language, Paths::dataFolder());
     if (!model) throw failure(0, QStringLiteral("langue non disponible"));
-    std::optional<QByteArray> pcm;
-    if (wav.startsWith("RIFF")) {
-        QString error;
-        const auto audio = WavReader::parse(wav, &error);
-        if (!audio) throw failure(0, error);
-        pcm = WavReader::toSpeechPcm(*audio);
-    } else {
-        pcm = OfflineSpeech::pcmOfWav(wav);
-        if (!pcm) throw failure(0, QStringLiteral("fichier WAV attendu"));
-    }
     if (grammar.isEmpty()) grammar = OfflineSpeech::grammarFromEnvironment();
 
-    // Decoding takes about a tenth of the audio's length: a worker thread keeps the main loop
-    // turning; the awaiting coroutine resumes on its own thread once the future is done.
-    // The application's thread pool is waited for when the application ends, so no decoding
-    // outlives the objects it may touch.
-    auto promise = std::make_shared<QPromise<OfflineSpeech::Result>>();
-    QFuture<OfflineSpeech::Result> future = promise->future();
-    promise->start();
-    QThreadPool::globalInstance()->start([promise, pcm = *pcm, model = *model, grammar] {
-        promise->addResult(OfflineSpeech::decode(pcm, model, grammar));
-        promise->finish();
-    });
-
+    // Reading the audio and decoding it take about a tenth of its length: Qt's thread pool
+    // keeps the main loop turning, and the awaiting coroutine resumes once the work is done.
+    // The pool is waited for when the application ends, so no decoding outlives the objects
+    // it may touch.
+    QFuture<OfflineSpeech::Result> future =
+        QtConcurrent::run([wav = std::move(wav), model = *model, grammar] {
+            QString error;
+            const std::optional<QByteArray> pcm = AudioFile::speechPcm(wav, &error);
+            if (!pcm) return OfflineSpeech::Result{false, {}, error};
+            return OfflineSpeech::decode(*pcm, model, grammar);
+        });
     const OfflineSpeech::Result result = co_await future;
     if (!result.ok) throw failure(0, result.error);
     co_return result.text;

@@ -1,6 +1,6 @@
 #include "engines/OfflineSpeech.h"
 
-#include "engines/WavReader.h"
+#include "engines/AudioFile.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -68,14 +68,6 @@ std::optional<Model> modelFor(const QString& language, const QString& dataFolder
 
 QString grammarFromEnvironment() {
     return qEnvironmentVariable("OMBRY_POCKETSPHINX_JSGF");
-}
-
-std::optional<QByteArray> pcmOfWav(const QByteArray& wav) {
-    if (wav.size() < 44) return std::nullopt;
-    if (!wav.startsWith("RIFF") || wav.mid(8, 4) != "WAVE") return wav.mid(44);
-    const auto audio = WavReader::parse(wav);
-    if (!audio) return std::nullopt;
-    return WavReader::toSpeechPcm(*audio);
 }
 
 struct Decoder::Handles {

@@ -38,11 +38,6 @@ std::optional<Model> readModelFolder(const QString& folder);
 // recognition may give, which tests need to get the same text every run.
 QString grammarFromEnvironment();
 
-// The 16-bit mono 16 kHz samples of a WAV file, converted from whatever PCM format it declares
-// (WavReader.h); the bytes after the 44-byte header when the file has no RIFF layout. None when
-// the format can't be read or the file is shorter than a header.
-std::optional<QByteArray> pcmOfWav(const QByteArray& wav);
-
 // One pocketsphinx decoder, loaded once and used for any number of utterances. Not
 // thread-safe: one thread at a time uses it.
 class Decoder {

@@ -1,4 +1,5 @@
 #include "app/Switches.h"
+#include "app/Usage.h"
 
 #include <QTest>
 
@@ -53,6 +54,26 @@ private Q_SLOTS:
         QVERIFY(sw.has_value());
         QCOMPARE(int(sw->mode), mode);
         QCOMPARE(sw->args, switchArgs);
+    }
+
+    // --help and the manual are written from the usage table: a switch missing from it, or
+    // documented with another count of arguments, would be told wrong to the user.
+    void everySwitchIsDocumented() {
+        for (int m = int(Mode::ChunkTest); m <= int(Mode::Help); ++m) {
+            const QString name = QLatin1String(switchName(Mode(m)));
+            const auto& table = usage::switches();
+            const auto entry = std::find_if(table.begin(), table.end(), [&](const auto& e) {
+                return QLatin1String(e.name.data(), qsizetype(e.name.size())) == name;
+            });
+            QVERIFY2(entry != table.end(), qPrintable(name));
+            const QString args =
+                QString::fromUtf8(entry->args.data(), qsizetype(entry->args.size()));
+            QStringList line{QStringLiteral("ombry-voice"), name};
+            if (!args.isEmpty()) line += args.split(QLatin1Char(' '));
+            const auto sw = findSwitch(line);
+            QVERIFY2(sw && int(sw->mode) == m && sw->args.size() == line.size() - 2,
+                     qPrintable(name));
+        }
     }
 };
 

@@ -3,6 +3,7 @@
 // pieces, and the text comes back in the order spoken although the later (shorter) pieces are
 // answered first.
 #include "SpeechServer.h"
+#include "audio/AudioRecorder.h"
 
 #include <QDir>
 #include <QProcess>
@@ -123,7 +124,7 @@ private Q_SLOTS:
         const QString quiet = dir.filePath("quiet.wav");
         QFile f(quiet);
         QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray(44, '\0') + squareWave(5.0, 900));
+        f.write(ombry::AudioRecorder::wav(squareWave(5.0, 900)));
         f.close();
         const QStringList lines = runChunkTest(quiet);
         QVERIFY2(lines.value(0).startsWith(QStringLiteral("morceaux: 1, attente après la fin: ")),

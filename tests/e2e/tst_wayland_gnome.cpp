@@ -87,7 +87,7 @@ private Q_SLOTS:
 
         services.transcript = QStringLiteral("euh bonjour chers collegues");
         services.textModel = [](const QString&, const QString&) {
-            return QStringLiteral("Bonjour, chers collegues !");
+            return QStringLiteral("Bonjour, chers collègues ! L'été, ça ira.");
         };
         const int mark = program.mark();
         QVERIFY(toggle());
@@ -96,7 +96,8 @@ private Q_SLOTS:
         QVERIFY(speak());
         QTest::qWait(300);
         QVERIFY(toggle());
-        QTRY_VERIFY2_WITH_TIMEOUT(gnome.fieldText() == QStringLiteral("Bonjour, chers collegues !"),
+        QTRY_VERIFY2_WITH_TIMEOUT(gnome.fieldText() ==
+                                      QStringLiteral("Bonjour, chers collègues ! L'été, ça ira."),
                                   qPrintable(gnome.fieldText() + journalSince(mark)), 20000);
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
         QTest::qWait(500);

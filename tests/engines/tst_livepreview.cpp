@@ -1,5 +1,6 @@
 // The live preview decodes real speech (espeak-ng, resampled by sox) fed in the recorder's small
 // buffers from another thread, with a grammar so that the words are the same every run.
+#include "engines/AudioFile.h"
 #include "engines/LivePreview.h"
 #include "engines/OfflineSpeech.h"
 
@@ -33,7 +34,7 @@ class TstLivePreview : public QObject {
             return {};
         QFile f(wav);
         if (!f.open(QIODevice::ReadOnly)) return {};
-        return OfflineSpeech::pcmOfWav(f.readAll()).value_or(QByteArray());
+        return AudioFile::speechPcm(f.readAll()).value_or(QByteArray());
     }
 
     // Feeds from a thread of its own, 1,024 frames at a time, as the recorder's audio thread.

@@ -7,8 +7,8 @@
 #include "desktop/Log.h"
 #include "engines/LocalSpeech.h"
 #include "engines/OfflineSpeech.h"
-#include "engines/WavReader.h"
 #include "net/Errors.h"
+#include <QtEndian>
 
 #include "Await.h"
 #include "FakePlatform.h"
@@ -254,11 +254,11 @@ private Q_SLOTS:
         QCOMPARE(valueOf(parts, "language"), QStringLiteral("fr"));
         QVERIFY(!parts.contains("prompt"));
         // The server gets the engines' format whatever the file was.
-        const auto sent = WavReader::parse(parts.value("file").body);
-        QVERIFY(sent);
-        QCOMPARE(sent->format.rate, 16000);
-        QCOMPARE(sent->format.channels, 1);
-        QCOMPARE(sent->format.bits, 16);
+        const QByteArray sent = parts.value("file").body;
+        QVERIFY(sent.startsWith("RIFF") && sent.size() > 44);
+        QCOMPARE(qFromLittleEndian<quint16>(sent.constData() + 22), 1);      // channels
+        QCOMPARE(qFromLittleEndian<quint32>(sent.constData() + 24), 16000u); // rate
+        QCOMPARE(qFromLittleEndian<quint16>(sent.constData() + 34), 16);     // bits
 
         // The environment's server wins over the settings; its error is the mode's error line.
         TestHttpServer other;

@@ -18,6 +18,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sndfile.h>
+
 using namespace ombry;
 using namespace ombry::test;
 
@@ -49,6 +51,21 @@ class TstSpeechModes : public QObject {
         QFile f(home.filePath(name));
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write(bytes);
+    }
+    // The audio of a file written again by libsndfile in another kind of file.
+    static bool reencode(const QString& from, const QString& to, int format) {
+        SF_INFO in{};
+        SNDFILE* source = sf_open(QFile::encodeName(from).constData(), SFM_READ, &in);
+        if (!source) return false;
+        SF_INFO out = in;
+        out.format = format;
+        SNDFILE* target = sf_open(QFile::encodeName(to).constData(), SFM_WRITE, &out);
+        std::vector<float> frames(size_t(in.frames * in.channels));
+        const bool ok = target && sf_readf_float(source, frames.data(), in.frames) == in.frames &&
+                        sf_writef_float(target, frames.data(), in.frames) == in.frames;
+        sf_close(source);
+        if (target) sf_close(target);
+        return ok;
     }
     QString sentPrompt(int message = 0) {
         const QJsonArray messages = server.last().json().value("messages").toArray();
@@ -114,6 +131,30 @@ private Q_SLOTS:
                                                     "reformulation (t s): Ferme la porte."}));
         QVERIFY(sentPrompt(0).contains("Réécris-la proprement en français :\n"));
         QCOMPARE(sentPrompt(1), "close the door");
+
+        // The same speech in the files a user has: 44.1 kHz stereo WAV, FLAC, Ogg, MP3.
+        const QString cd = home.filePath("cd.wav");
+        QCOMPARE(QProcess::execute("sox", {wav, "-r", "44100", "-c", "2", cd}), 0);
+        for (const auto& [name, format] :
+             {std::pair{"speech.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+              std::pair{"speech.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+              std::pair{"speech.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
+              std::pair{"cd.wav", 0}}) {
+            const QString file = home.filePath(QLatin1String(name));
+            if (format) QVERIFY(reencode(cd, file, format));
+            QCOMPARE(run({"--test", file}).value(0),
+                     QStringLiteral("transcription (t s): close the door"));
+        }
+        // A file cut inside its header, or no audio at all: one error line.
+        QFile flac(home.filePath("speech.flac"));
+        QVERIFY(flac.open(QIODevice::ReadOnly));
+        write("cut.flac", flac.read(40));
+        write("notes.txt", "close the door");
+        for (const char* name : {"cut.flac", "notes.txt"}) {
+            const QStringList lines = run({"--test", home.filePath(QLatin1String(name))});
+            QVERIFY2(lines.size() == 1 && lines[0].startsWith("erreur: "),
+                     qPrintable(lines.join('|')));
+        }
     }
 };
 

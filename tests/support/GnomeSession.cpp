@@ -32,7 +32,7 @@ QString supportFile(const QString& name) {
 } // namespace
 
 GnomeSession::~GnomeSession() {
-    for (QProcess* p : {&field_, &mutter_}) {
+    for (QProcess* p : {&field_, &mutter_, &locale_}) {
         if (p->state() == QProcess::NotRunning) continue;
         p->terminate();
         if (!p->waitForFinished(3000)) p->kill();
@@ -79,6 +79,23 @@ bool GnomeSession::start() {
             if (end > 0) display_ = QString::fromLatin1(rest.left(end));
         }
     });
+    // A French user's layout: mutter reads it from the system's keyboard settings, here a mock
+    // on the private bus that mutter takes for the system bus.
+    locale_.start(QStringLiteral("/usr/bin/python3"),
+                  {supportFile(QStringLiteral("wayland/locale1_mock.py"))});
+    if (!waitUntil(
+            [] {
+                return QDBusConnection::sessionBus().interface()->isServiceRegistered(
+                    QStringLiteral("org.freedesktop.locale1"));
+            },
+            10000)) {
+        error_ = QStringLiteral("réglages du clavier factices absents");
+        return false;
+    }
+    QProcessEnvironment mutterEnv = QProcessEnvironment::systemEnvironment();
+    mutterEnv.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+                     qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
+    mutter_.setProcessEnvironment(mutterEnv);
     mutter_.start(QStringLiteral("mutter"),
                   {QStringLiteral("--wayland"), QStringLiteral("--headless"),
                    QStringLiteral("--virtual-monitor"), QStringLiteral("1280x800"),

@@ -42,6 +42,7 @@ private:
 
     SessionBus bus_;
     QTemporaryDir portals_;
+    QProcess locale_; // the system's keyboard settings mutter starts with
     QProcess mutter_;
     QProcess field_;
     QByteArray fieldOut_;

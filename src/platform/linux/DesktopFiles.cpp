@@ -1,126 +1,143 @@
+// GIO's headers use the word "signals", which Qt makes a keyword: they come first.
+#include <gio/gdesktopappinfo.h>
+
 #include "platform/linux/DesktopFiles.h"
 
-#include <QDir>
-#include <QDirIterator>
+#include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
-#include <QLocale>
-#include <QSet>
-#include <algorithm>
+#include <QMutex>
+#include <QThread>
+#include <atomic>
 
 namespace ombry::linux_platform {
+namespace {
 
-QStringList DesktopFiles::applicationDirs() {
-    QString home = qEnvironmentVariable("XDG_DATA_HOME");
-    if (home.isEmpty()) home = QDir::homePath() + QStringLiteral("/.local/share");
-    QString system = qEnvironmentVariable("XDG_DATA_DIRS");
-    if (system.isEmpty()) system = QStringLiteral("/usr/local/share:/usr/share");
-    QStringList dirs{home + QStringLiteral("/applications")};
-    for (const QString& dir : system.split(QLatin1Char(':'), Qt::SkipEmptyParts))
-        dirs << dir + QStringLiteral("/applications");
-    dirs.removeDuplicates();
-    return dirs;
+QString text(const char* s) {
+    return s ? QString::fromUtf8(s) : QString();
 }
 
-std::optional<DesktopEntry> DesktopFiles::read(const QString& path, const QString& id) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) return std::nullopt;
-    const QString locale = QLocale::system().name(); // fr_FR
-    const QString language = locale.section(QLatin1Char('_'), 0, 0);
-    // Name keys by preference: the user's locale, the language, French (the program's own
-    // language), then the plain Name.
-    const QStringList nameKeys{QStringLiteral("Name[%1]").arg(locale),
-                               QStringLiteral("Name[%1]").arg(language), QStringLiteral("Name[fr]"),
-                               QStringLiteral("Name")};
-    QMap<QString, QString> values;
-    bool inEntry = false;
-    while (!file.atEnd()) {
-        const QString line = QString::fromUtf8(file.readLine()).trimmed();
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#'))) continue;
-        if (line.startsWith(QLatin1Char('['))) {
-            if (inEntry) break; // only the [Desktop Entry] group matters
-            inEntry = line == QLatin1String("[Desktop Entry]");
-            continue;
-        }
-        if (!inEntry) continue;
-        const qsizetype eq = line.indexOf(QLatin1Char('='));
-        if (eq <= 0) continue;
-        values.insert(line.left(eq).trimmed(), line.mid(eq + 1).trimmed());
+// The program speaks French: a name GIO found in none of the user's languages (the plain
+// Name) gives way to the French one where the file has it.
+QString frenchName(GDesktopAppInfo* info, const QString& plain) {
+    const char* path = g_desktop_app_info_get_filename(info);
+    GKeyFile* file = g_key_file_new();
+    QString name = plain;
+    if (path && g_key_file_load_from_file(file, path, G_KEY_FILE_KEEP_TRANSLATIONS, nullptr)) {
+        gchar* french = g_key_file_get_locale_string(file, G_KEY_FILE_DESKTOP_GROUP,
+                                                     G_KEY_FILE_DESKTOP_KEY_NAME, "fr", nullptr);
+        if (french && *french) name = text(french);
+        g_free(french);
     }
-    if (values.value(QStringLiteral("Type")) != QLatin1String("Application")) return std::nullopt;
-    if (values.value(QStringLiteral("Hidden")) == QLatin1String("true")) return std::nullopt;
-    DesktopEntry entry;
-    entry.id = id;
-    for (const QString& key : nameKeys) {
-        entry.name = values.value(key);
-        if (!entry.name.isEmpty()) break;
-    }
-    entry.wmClass = values.value(QStringLiteral("StartupWMClass"));
-    // The program of Exec: its first word, without quotes, path or environment settings.
-    const QStringList words =
-        values.value(QStringLiteral("Exec")).split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    for (QString word : words) {
-        word.remove(QLatin1Char('"'));
-        if (word == QLatin1String("env") || word.contains(QLatin1Char('='))) continue;
-        entry.program = QFileInfo(word).fileName();
+    g_key_file_free(file);
+    return name;
+}
+
+// The file name of the program an Exec line runs. Its words are unquoted as the desktop-entry
+// rules say (the shell's double quotes and backslashes): "/opt/My App/app" %U runs "app".
+// An `env VAR=value` in front is skipped.
+QString programOf(const QString& exec) {
+    gchar** argv = nullptr;
+    if (exec.isEmpty() || !g_shell_parse_argv(exec.toUtf8().constData(), nullptr, &argv, nullptr))
+        return {};
+    QString program;
+    for (gchar** word = argv; *word; ++word) {
+        const QString w = text(*word);
+        if (w == QLatin1String("env") || w.contains(QLatin1Char('='))) continue;
+        program = QFileInfo(w).fileName();
         break;
     }
-    return entry;
+    g_strfreev(argv);
+    return program;
 }
 
-void DesktopFiles::refresh() {
-    const QStringList dirs = applicationDirs();
-    QList<QDateTime> stamps;
-    for (const QString& dir : dirs) {
-        const QFileInfo info(dir);
-        stamps << (info.exists() ? info.lastModified() : QDateTime());
+// The entries of every installed application. GIO keeps its own index of the folders up to
+// date; the entries made from it are kept here until its monitor says that the applications
+// changed. The monitor speaks through the GLib main loop of the thread that made it, which is
+// the program's main loop: made there, once. Without it (no application object) the entries
+// are made afresh at each lookup.
+class Index {
+public:
+    static Index& shared() {
+        static Index index;
+        return index;
     }
-    // File times have the grain of the kernel's clock tick: a folder changed twice within one
-    // tick keeps its time. A folder changed shortly before the last reading is read again.
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    const bool settled = std::all_of(stamps.begin(), stamps.end(), [&](const QDateTime& t) {
-        return !t.isValid() || t.secsTo(readAt_) > 2;
-    });
-    if (loaded_ && dirs == dirs_ && stamps == stamps_ && settled) return;
-    loaded_ = true;
-    readAt_ = now;
-    dirs_ = dirs;
-    stamps_ = stamps;
-    entries_.clear();
-    QSet<QString> seen;
-    for (const QString& dir : dirs) {
-        QDirIterator it(dir, {QStringLiteral("*.desktop")}, QDir::Files,
-                        QDirIterator::Subdirectories);
-        while (it.hasNext()) {
-            const QString path = it.next();
-            // The id of applications/kde/foo.desktop is kde-foo.
-            QString id = QDir(dir).relativeFilePath(path);
-            id.chop(int(sizeof(".desktop") - 1));
-            id.replace(QLatin1Char('/'), QLatin1Char('-'));
-            if (seen.contains(id)) continue; // a file of an earlier folder hides this one
-            seen.insert(id);
-            if (auto entry = read(path, id)) entries_ << *entry;
+
+    QList<DesktopEntry> entries() {
+        watch();
+        QMutexLocker lock(&mutex_);
+        if (valid_ && watched_) return entries_;
+        entries_ = load();
+        valid_ = true;
+        return entries_;
+    }
+
+private:
+    void watch() {
+        QCoreApplication* app = QCoreApplication::instance();
+        if (watched_ || !app || QThread::currentThread() != app->thread()) return;
+        GAppInfoMonitor* monitor = g_app_info_monitor_get(); // kept for the program's life
+        g_signal_connect(monitor, "changed", G_CALLBACK(+[](GAppInfoMonitor*, gpointer index) {
+                             auto* self = static_cast<Index*>(index);
+                             QMutexLocker lock(&self->mutex_);
+                             self->valid_ = false;
+                         }),
+                         this);
+        QMutexLocker lock(&mutex_);
+        valid_ = false; // entries made before the watch may already be old
+        watched_ = true;
+    }
+
+    static QList<DesktopEntry> load() {
+        QList<DesktopEntry> out;
+        GList* all = g_app_info_get_all();
+        for (GList* it = all; it; it = it->next) {
+            if (!G_IS_DESKTOP_APP_INFO(it->data)) continue;
+            auto* info = G_DESKTOP_APP_INFO(it->data);
+            DesktopEntry e;
+            e.id = text(g_app_info_get_id(G_APP_INFO(info)));
+            if (e.id.endsWith(QLatin1String(".desktop"))) e.id.chop(8);
+            e.name = text(g_app_info_get_name(G_APP_INFO(info)));
+            gchar* plain = g_desktop_app_info_get_string(info, "Name");
+            if (plain && e.name == text(plain)) e.name = frenchName(info, e.name);
+            g_free(plain);
+            e.wmClass = text(g_desktop_app_info_get_startup_wm_class(info));
+            e.program = programOf(text(g_app_info_get_commandline(G_APP_INFO(info))));
+            out << e;
         }
+        g_list_free_full(all, g_object_unref);
+        return out;
     }
+
+    QMutex mutex_;
+    QList<DesktopEntry> entries_;
+    bool valid_ = false;
+    std::atomic<bool> watched_ = false;
+};
+
+} // namespace
+
+QList<DesktopEntry> DesktopFiles::entries() const {
+    return Index::shared().entries();
 }
 
 std::optional<DesktopEntry> DesktopFiles::forWindowClass(const QString& windowClass,
                                                          const QString& instance) {
-    refresh();
+    const QList<DesktopEntry> all = entries();
     const QStringList names{windowClass, instance};
     for (const QString& name : names) {
         if (name.isEmpty()) continue;
-        for (const DesktopEntry& e : entries_)
+        for (const DesktopEntry& e : all)
             if (e.wmClass.compare(name, Qt::CaseInsensitive) == 0) return e;
     }
     for (const QString& name : names) {
         if (name.isEmpty()) continue;
-        for (const DesktopEntry& e : entries_)
+        for (const DesktopEntry& e : all)
             if (e.id.compare(name, Qt::CaseInsensitive) == 0) return e;
     }
     for (const QString& name : names) {
         if (name.isEmpty()) continue;
-        for (const DesktopEntry& e : entries_) {
+        for (const DesktopEntry& e : all) {
             if (!e.id.contains(QLatin1Char('.'))) continue;
             if (e.id.section(QLatin1Char('.'), -1).compare(name, Qt::CaseInsensitive) == 0)
                 return e;
@@ -130,18 +147,17 @@ std::optional<DesktopEntry> DesktopFiles::forWindowClass(const QString& windowCl
 }
 
 std::optional<DesktopEntry> DesktopFiles::forId(const QString& id) {
-    refresh();
-    for (const DesktopEntry& e : entries_)
+    for (const DesktopEntry& e : entries())
         if (e.id == id) return e;
     return std::nullopt;
 }
 
 std::optional<DesktopEntry> DesktopFiles::forProgram(const QString& program) {
     if (program.isEmpty()) return std::nullopt;
-    refresh();
-    for (const DesktopEntry& e : entries_)
+    const QList<DesktopEntry> all = entries();
+    for (const DesktopEntry& e : all)
         if (e.program == program) return e;
-    for (const DesktopEntry& e : entries_)
+    for (const DesktopEntry& e : all)
         if (e.id.compare(program, Qt::CaseInsensitive) == 0 ||
             e.wmClass.compare(program, Qt::CaseInsensitive) == 0)
             return e;

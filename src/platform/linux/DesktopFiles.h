@@ -1,17 +1,20 @@
 #pragma once
 
-#include <QDateTime>
 #include <QList>
 #include <QString>
 #include <optional>
 
 // The applications installed on the system, as their .desktop files describe them: what lets a
-// window class (WM_CLASS) or a process become a desktop-file id and a name for people.
+// window class (WM_CLASS) or a process become a desktop-file id and a name for people. GIO's
+// index of desktop files (GDesktopAppInfo) reads them: the folders of XDG_DATA_HOME and
+// XDG_DATA_DIRS, the quoting of Exec, the names in the languages of LANGUAGE and the locale
+// (with its @modifier). The entries are kept until GIO says that the installed applications
+// changed.
 namespace ombry::linux_platform {
 
 struct DesktopEntry {
     QString id;      // desktop-file id: "org.gnome.TextEditor", "firefox-esr"
-    QString name;    // Name, in the user's language when the file has it
+    QString name;    // Name, in the user's language when the file has it, else in French
     QString wmClass; // StartupWMClass, may be empty
     QString program; // file name of Exec's program, may be empty
 };
@@ -29,18 +32,8 @@ public:
     // short name). processName, when given, receives the process's own name for when none fits.
     std::optional<DesktopEntry> forProcess(int64_t pid, QString* processName = nullptr);
 
-    // $XDG_DATA_HOME/applications first, then each of $XDG_DATA_DIRS: the first one of an id wins.
-    static QStringList applicationDirs();
-    static std::optional<DesktopEntry> read(const QString& path, const QString& id);
-
 private:
-    void refresh();
-
-    QList<DesktopEntry> entries_;
-    QStringList dirs_;
-    QList<QDateTime> stamps_; // of each folder, to read them again when one changed
-    QDateTime readAt_;
-    bool loaded_ = false;
+    QList<DesktopEntry> entries() const;
 };
 
 } // namespace ombry::linux_platform

@@ -1,7 +1,10 @@
-#include "platform/x11/X11Windows.h"
-
+// Qt's headers before Xlib's, whose macros (Status, Bool) would break them.
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+
+#include "platform/x11/X11Windows.h"
+
 #include <X11/Xutil.h>
 
 namespace ombry::x11 {

@@ -1,7 +1,7 @@
 #include "views/history/HistoryView.h"
 
 #include "data/Store.h"
-#include "engines/WavReader.h"
+#include "engines/AudioFile.h"
 #include "platform/Platform.h"
 #include "views/common/ViewStyle.h"
 #include "views/dashboard/DashboardPaint.h"
@@ -112,12 +112,9 @@ void HistoryPlayer::play(const QString& path) {
     const quint64 request = ++request_;
     QPointer<HistoryPlayer> self(this);
     QThreadPool::globalInstance()->start([self, path, request] {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) return;
-        const std::optional<WavReader::Audio> audio = WavReader::parse(file.readAll());
-        if (!audio) return;
-        QByteArray pcm = WavReader::toSpeechPcm(*audio);
-        if (pcm.isEmpty()) return;
+        std::optional<QByteArray> read = AudioFile::speechPcm(path);
+        if (!read) return;
+        QByteArray pcm = std::move(*read);
         QMetaObject::invokeMethod(
             QCoreApplication::instance(),
             [self, path, request, pcm = std::move(pcm)] {
