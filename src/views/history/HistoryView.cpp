@@ -255,8 +255,7 @@ void HistoryDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
     if (failed) {
         // "Échec" (or "En cours" while it is processed) as a tag, then the recording's length.
         const QColor ink = status == u"Échec" ? ViewStyle::colors(c.dark).danger : c.accent;
-        const QString& state = status;
-        const int w = sfm.horizontalAdvance(state) + 16;
+        const int w = sfm.horizontalAdvance(status) + 16;
         const QRect tag(x, top + (kTopLine - 20) / 2, w, 20);
         p->setPen(Qt::NoPen);
         QColor soft = ink;
@@ -264,7 +263,7 @@ void HistoryDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
         p->setBrush(soft);
         p->drawRoundedRect(tag, 10, 10);
         p->setPen(ink);
-        p->drawText(tag, Qt::AlignCenter, state);
+        p->drawText(tag, Qt::AlignCenter, status);
         x += w + 10;
     }
     if (kind == HistoryListModel::DictationRow) {
