@@ -128,7 +128,10 @@ private Q_SLOTS:
         QVERIFY(ended(program));
         expectKept(program, QString());
         QVERIFY2(program.start(), qPrintable(program.error()));
-        QVERIFY(DesktopSession::waitUntil([&] { return !history(program).first().inProgress(); }));
+        QVERIFY(DesktopSession::waitUntil([&] {
+            const QList<Dictation> list = history(program);
+            return !list.isEmpty() && !list.first().inProgress();
+        }));
         expectKept(program, kInterrupted);
         QCOMPARE(program.stop(), 0);
     }
