@@ -229,9 +229,10 @@ void HistoryListModel::rebuildIndex() {
     foundCache_.clear();
     const int size =
         filter_.kind == 0 ? int(store_.dictations().size()) : int(store_.fixes().size());
-    // New records at the front of a list whose rest is as it was (a dictation landing; records
-    // already kept never change their texts): the index stays, and the few records before it
-    // are read one by one.
+    // New records at the front of a list whose rest is as it was (a dictation landing): the
+    // index stays, and the few records before it are read one by one, also when one of them
+    // changes (its processing ends). A record that changes behind them (a failed dictation
+    // tried again) leaves the list's length as it was, and the index is built again.
     if (index_ && size > kSyncIndexLimit && size > index_->size() &&
         size - index_->size() <= kUnindexedLimit && indexedEnds_.first.isNull() == false &&
         endIds(size - index_->size()) == indexedEnds_) {
