@@ -383,6 +383,7 @@ bool Store::update(const Dictation& d) {
     dictations_[at] = d;
     save(dictations_, kHistory);
     rebuildStats();
+    Q_EMIT dictationUpdated(at);
     Q_EMIT dictationsChanged();
     return true;
 }

@@ -132,6 +132,8 @@ public:
     static QString normalizedForSnippet(const QString& text);
 
 Q_SIGNALS:
+    // Before dictationsChanged, when update() changed the dictation at that place.
+    void dictationUpdated(qsizetype at);
     void dictationsChanged();
     void wordsChanged();
     void correctionsChanged();

@@ -155,6 +155,9 @@ HistoryListModel::HistoryListModel(Store& store, QObject* parent)
             Q_EMIT appNamesChanged();
         }
     });
+    connect(&store_, &Store::dictationUpdated, this, [this](qsizetype at) {
+        if (filter_.kind == 0 && at >= indexShift_) indexStale_ = true;
+    });
     connect(&store_, &Store::fixesChanged, this, [this] {
         if (filter_.kind == 1) refresh();
     });
@@ -231,9 +234,9 @@ void HistoryListModel::rebuildIndex() {
         filter_.kind == 0 ? int(store_.dictations().size()) : int(store_.fixes().size());
     // New records at the front of a list whose rest is as it was (a dictation landing): the
     // index stays, and the few records before it are read one by one, also when one of them
-    // changes (its processing ends). A record that changes behind them (a failed dictation
-    // tried again) leaves the list's length as it was, and the index is built again.
-    if (index_ && size > kSyncIndexLimit && size > index_->size() &&
+    // changes (its processing ends). A record the index holds that changes its text (a failed
+    // dictation tried again) has the index built again.
+    if (index_ && !indexStale_ && size > kSyncIndexLimit && size > index_->size() &&
         size - index_->size() <= kUnindexedLimit && indexedEnds_.first.isNull() == false &&
         endIds(size - index_->size()) == indexedEnds_) {
         indexShift_ = size - index_->size();
@@ -241,6 +244,7 @@ void HistoryListModel::rebuildIndex() {
     }
     const quint64 generation = ++indexGeneration_;
     indexShift_ = 0;
+    indexStale_ = false;
     if (size <= kSyncIndexLimit) {
         index_ = filter_.kind == 0 ? HistorySearchIndex::build(store_.dictations())
                                    : HistorySearchIndex::build(store_.fixes());

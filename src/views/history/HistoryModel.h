@@ -172,6 +172,7 @@ private:
     std::shared_ptr<const HistorySearchIndex> index_;
     quint64 indexGeneration_ = 0;
     int indexShift_ = 0;                  // records at the front that the index lacks
+    bool indexStale_ = false;             // a record the index holds has changed its text
     std::pair<QUuid, QUuid> indexedEnds_; // first and last ids of the indexed list
     QList<QPair<QString, std::vector<int>>> foundCache_;
     std::vector<int> direct_; // found without the index

@@ -222,6 +222,14 @@ private Q_SLOTS:
                  QStringLiteral("nouveau zèbre 3"));
         m.setSearch(QStringLiteral("zÈbre 2"));
         QCOMPARE(m.recordCount(), 1);
+        // A record behind them that changes its text (a failed dictation tried again) is found
+        // by its new text.
+        Dictation retried = store_->dictations().at(4);
+        retried.finalText = QStringLiteral("girafe");
+        store_->update(retried);
+        m.setSearch(QStringLiteral("girafe"));
+        QCOMPARE(m.recordCount(), 1);
+        QTRY_VERIFY(m.searchReady());
         for (int i = 4; i <= HistoryListModel::kUnindexedLimit + 4; ++i)
             store_->add(dictation(QStringLiteral("autre %1").arg(i), start.addSecs(i)));
         QVERIFY(!m.searchReady());
