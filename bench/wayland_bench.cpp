@@ -171,7 +171,7 @@ int main(int argc, char** argv) {
     const std::optional<ProcessSample> started = sampleProcess(program.pid());
     // The user's field, once the program's window is up.
     wait(1500);
-    if (!kde.openTarget()) quit("pas de champ de texte");
+    if (!kde.field.open()) quit("pas de champ de texte");
 
     Series pressToSample{"touche → premier échantillon (journal)", {}};
     Series pressToPiece{"touche → premier morceau reçu (journal)", {}};
@@ -180,7 +180,7 @@ int main(int argc, char** argv) {
     std::printf("== %d dictées sur KDE Plasma (Wayland), « %s »\n", runs, qPrintable(kSaid));
     for (int i = 0; i < runs; ++i) {
         const int mark = program.mark();
-        const qsizetype before = kde.targetText().size();
+        const qsizetype before = kde.field.text().size();
         const std::optional<double> pressed = kde.keysDown(kShortcutDown);
         if (!pressed) quit("le portail n'envoie pas les touches");
         if (!program.waitForLine(QStringLiteral("audio: premier morceau"), mark, 5000))
@@ -194,11 +194,11 @@ int main(int argc, char** argv) {
         const std::optional<QString> pasted =
             program.waitForLine(QStringLiteral("collé:"), mark, 20000);
         const bool arrived = QTest::qWaitFor(
-            [&] { return kde.targetText().size() > before && kde.targetText().endsWith(kWritten); },
+            [&] { return kde.field.text().size() > before && kde.field.text().endsWith(kWritten); },
             5000);
         if (!pasted || !arrived) quit("le texte n'est pas arrivé dans le champ");
         // The time of the field's last change, now that it holds the whole text.
-        const std::optional<qint64> shown = kde.waitForText(kde.targetText(), 0);
+        const std::optional<qint64> shown = kde.field.waitForText(kde.field.text(), 0);
         if (piece && pieceMs) {
             pressToPiece.values.push_back(double(*piece) - *pressed);
             pressToSample.values.push_back(double(*piece) - *pieceMs - *pressed);

@@ -12,7 +12,7 @@ PACKAGES=(
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
   libsecret-1-dev libssl-dev libarchive-dev libsndfile1-dev libsoxr-dev
   libwayland-dev wayland-protocols libxkbcommon-dev
-  xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core
+  xvfb xauth xdotool xclip openbox zenity xterm sox dbus dbus-x11 at-spi2-core openssl
   fonts-dejavu-core
   # The Wayland test desktops: sway, KDE Plasma, GNOME (with XWayland), the portals and
   # their mock, and the clients the tests play.

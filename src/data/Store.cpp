@@ -1,6 +1,7 @@
 #include "data/Store.h"
 
 #include "data/IdentityMigration.h"
+#include "data/ListMerge.h"
 #include "data/Problems.h"
 #include "platform/Clock.h"
 #include "platform/Paths.h"
@@ -70,65 +71,6 @@ void reportUnreadable(const QString& path, const Paths::ReadResult& r) {
 bool isUnreadable(const Paths::ReadResult& r) {
     return r.status != Paths::ReadResult::Status::Ok &&
            r.status != Paths::ReadResult::Status::Missing;
-}
-
-// Three-way merge of a list: what this process removed from `base` (the list as it last had
-// it on disk) is removed from `disk`, and what it added is put in, each added element after
-// the one before it in `ours` (at the front when it is first). What others wrote stays.
-// Elements are told apart by their encoding.
-template <class T>
-QList<T> mergedAtFront(const QList<T>& ours, const QList<T>& base, const QList<T>& disk) {
-    const auto key = [](const T& value) { return encodeOf(QList<T>{value}); };
-    QHash<QByteArray, int> baseCount;
-    for (const T& v : base)
-        ++baseCount[key(v)];
-    QHash<QByteArray, int> removed = baseCount;
-    QList<bool> isAdded;
-    QList<QByteArray> oursKeys;
-    for (const T& v : ours) {
-        QByteArray k = key(v);
-        int& left = removed[k];
-        isAdded.append(left == 0);
-        if (left > 0) --left;
-        oursKeys.append(std::move(k));
-    }
-    QList<T> result;
-    QList<QByteArray> resultKeys;
-    for (const T& v : disk) {
-        QByteArray k = key(v);
-        if (int& left = removed[k]; left > 0) {
-            --left;
-            continue;
-        }
-        result.append(v);
-        resultKeys.append(std::move(k));
-    }
-    qsizetype previous = -1; // where ours[i - 1] stands in the result
-    for (qsizetype i = 0; i < ours.size(); ++i) {
-        if (isAdded[i]) {
-            result.insert(previous + 1, ours[i]);
-            resultKeys.insert(previous + 1, oursKeys[i]);
-            ++previous;
-        } else {
-            const qsizetype at = resultKeys.indexOf(oursKeys[i]);
-            if (at >= 0) previous = at;
-        }
-    }
-    return result;
-}
-
-template <class T> QList<T> reversed(QList<T> list) {
-    std::reverse(list.begin(), list.end());
-    return list;
-}
-
-// The merge of a list kept newest first (history, fixes) anchors new elements at the front;
-// the others grow at their end, so an element added there is anchored on the one after it.
-template <class T>
-QList<T> merged(const QList<T>& ours, const QList<T>& base, const QList<T>& disk,
-                bool newestFirst) {
-    if (newestFirst) return mergedAtFront(ours, base, disk);
-    return reversed(mergedAtFront(reversed(ours), reversed(base), reversed(disk)));
 }
 
 bool isBlankOrTab(QChar c) {
@@ -300,7 +242,9 @@ template <class T> void Store::save(const QList<T>& list, const QString& name) {
                      return {ours, ours, false};
                  }
                  const QList<T> base = decodeOf<T>(state.base).value_or(QList<T>());
-                 QByteArray written = encodeOf(merged(list, base, *onDisk, newestFirst));
+                 // Ours as the file holds it (dates to the second), to compare with the others.
+                 const QList<T> oursRead = decodeOf<T>(ours).value_or(list);
+                 QByteArray written = encodeOf(mergedLists(oursRead, base, *onDisk, newestFirst));
                  const bool others = written != ours;
                  return {std::move(ours), std::move(written), others};
              });

@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QList>
+#include <QUuid>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -373,28 +374,80 @@ void syncFolder(const QByteArray& path) {
 
 } // namespace
 
-void swapIn(const QString& staging, const QString& installed) {
+int exchangeNames(const char* from, const char* to) {
+    return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE);
+}
+
+namespace {
+
+// The swap where the disk cannot exchange two names: a folder that is not empty cannot be
+// replaced in one step there, and two renames would leave no program at all between them. The
+// new program goes inside the installed folder, and its entry point `bin/ombry-voice` becomes,
+// in one rename, a link to the new one's. Up to that rename the former program is whole; from
+// it on, the new one is. What the former program leaves is deleted afterwards.
+void switchEntryPoint(const QString& staging, const QString& installed) {
+    const QString name =
+        kVersionPrefix + QUuid::createUuid().toString(QUuid::WithoutBraces).left(8);
+    const QString version = QDir(installed).filePath(name);
+    if (::rename(QFile::encodeName(staging).constData(), QFile::encodeName(version).constData()) !=
+        0)
+        swapFailed(errno);
+    const QString entry = QDir(installed).filePath(kExecutable);
+    const QString link = entry + QStringLiteral(".lien");
+    removeTree(link);
+    const QByteArray target =
+        QFile::encodeName(QStringLiteral("../") + name + QLatin1Char('/') + kExecutable);
+    if (::symlink(target.constData(), QFile::encodeName(link).constData()) != 0 ||
+        ::rename(QFile::encodeName(link).constData(), QFile::encodeName(entry).constData()) != 0) {
+        const int err = errno;
+        removeTree(link);
+        removeTree(version);
+        swapFailed(err);
+    }
+    syncFolder(parentOf(QFile::encodeName(entry)));
+    // The former program: all but the entry point, the identifier and the new version.
+    const QDir folder(installed);
+    for (const QString& e :
+         folder.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        if (e == name || e == kIdentifierFile) continue;
+        if (e == QFileInfo(kExecutable).path()) {
+            const QDir bin(folder.filePath(e));
+            for (const QString& b : bin.entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
+                                                  QDir::NoDotAndDotDot))
+                if (b != QFileInfo(kExecutable).fileName()) removeTree(bin.filePath(b));
+            continue;
+        }
+        removeTree(folder.filePath(e));
+    }
+}
+
+} // namespace
+
+void swapIn(const QString& staging, const QString& installed, ExchangeFn exchange) {
     const QByteArray from = QFile::encodeName(staging);
     const QByteArray to = QFile::encodeName(installed);
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_EXCHANGE) == 0) {
+    if (exchange(from.constData(), to.constData()) == 0) {
         syncFolder(parentOf(to));
         removeTree(staging); // the former program
         return;
     }
     const int err = errno;
     if (err != EINVAL && err != ENOSYS && err != EOPNOTSUPP) swapFailed(err);
-    // No exchange on this file system: two renames, the former program put back on failure.
-    const QString formerPath = installed + QStringLiteral(".ancien");
-    const QByteArray former = QFile::encodeName(formerPath);
-    removeTree(formerPath);
-    if (::rename(to.constData(), former.constData()) != 0) swapFailed(errno);
-    if (::rename(from.constData(), to.constData()) != 0) {
-        const int second = errno;
-        ::rename(former.constData(), to.constData());
-        swapFailed(second);
+    switchEntryPoint(staging, installed);
+}
+
+QString programFolderOf(const QString& executable) {
+    const QFileInfo exe(executable);
+    const QDir bin = exe.absoluteDir();
+    if (bin.dirName() != QLatin1String("bin")) return {};
+    const QString folder = QFileInfo(bin.absolutePath()).absolutePath();
+    // A version inside a program folder, its entry point a link to this one.
+    const QFileInfo info(folder);
+    if (info.fileName().startsWith(kVersionPrefix)) {
+        const QString outer = info.absolutePath();
+        if (QFileInfo(QDir(outer).filePath(kExecutable)).isSymLink()) return outer;
     }
-    syncFolder(parentOf(to));
-    removeTree(formerPath);
+    return folder;
 }
 
 void removeTree(const QString& path) {

@@ -50,10 +50,23 @@ QString identifierOf(const QString& programFolder);
 // file `reference` (machine, word size, byte order). The reference is the running program.
 bool fitsProcessor(const QString& folder, const QString& reference);
 
+// Exchanges two names in one step (renameat2 with RENAME_EXCHANGE); 0, or -1 with errno.
+int exchangeNames(const char* from, const char* to);
+using ExchangeFn = int (*)(const char* from, const char* to);
+
 // Puts `staging` in the place of `installed` in one step (an exchange of the two names), then
-// deletes the former program, now at `staging`. Where the file system cannot exchange names,
-// two renames, with the former program put back if the second fails. Throws UpdateFail.
-void swapIn(const QString& staging, const QString& installed);
+// deletes the former program, now at `staging`. Where the disk cannot exchange names, the new
+// program goes inside `installed` as a folder of its own (kVersionPrefix…) and the entry point
+// `bin/ombry-voice` becomes a link to its executable, in one rename; then what the former
+// program left there goes. Either way, whenever the machine stops, `installed` starts a whole
+// program. Throws UpdateFail.
+inline const QString kVersionPrefix = QStringLiteral(".version-");
+void swapIn(const QString& staging, const QString& installed, ExchangeFn exchange = &exchangeNames);
+
+// The program folder of the running `executable` (resolved, links followed): the folder of
+// its `bin`, or the program folder whose entry point links into it; empty when the executable
+// is not in a `bin` folder.
+QString programFolderOf(const QString& executable);
 
 // Deletes a file or folder tree, ignoring failures; links are removed, never followed.
 void removeTree(const QString& path);

@@ -41,9 +41,6 @@ const QString kNoLink = QStringLiteral("Lien de téléchargement absent.");
 const QString kNoProgram = QStringLiteral("Le fichier téléchargé ne contient pas l'appli.");
 const QString kBadSignature =
     QStringLiteral("La signature de la nouvelle version n'est pas valide.");
-const QString kNotFromArchive =
-    QStringLiteral("Ce programme n'a pas été installé depuis une archive : il se met à jour avec "
-                   "le gestionnaire de paquets du système.");
 
 constexpr double kDownloadTimeoutSeconds = 60.0;
 // Larger than any release; a download that grows past it is refused.
@@ -89,13 +86,21 @@ struct OffMainThread {
 QCoro::Task<int> fetch(QUrl url, QIODevice* into, qint64 maxBytes) {
     QNetworkRequest request = Net::request(url, kDownloadTimeoutSeconds);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::SameOriginRedirectPolicy);
+                         QNetworkRequest::UserVerifiedRedirectPolicy);
+    const bool credential = request.hasRawHeader("Authorization") || !url.userInfo().isEmpty();
     std::unique_ptr<QNetworkReply, void (*)(QNetworkReply*)> reply(
         Net::session()->get(request), [](QNetworkReply* r) { r->deleteLater(); });
     qint64 received = 0;
     bool tooLarge = false;
     bool writeFailed = false;
     QNetworkReply* const r = reply.get();
+    // A refused redirect ends the reply with its 3xx status.
+    QObject::connect(r, &QNetworkReply::redirected, r, [r, url, credential](const QUrl& to) {
+        if (Updater::downloadMayFollow(url, url.resolved(to), credential))
+            Q_EMIT r->redirectAllowed();
+        else
+            r->abort();
+    });
     const QMetaObject::Connection reading = QObject::connect(r, &QNetworkReply::readyRead, r, [&] {
         const QByteArray chunk = r->readAll();
         if (r->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 200) return;
@@ -294,13 +299,34 @@ QCoro::Task<bool> Updater::check() {
 
 QString Updater::installedFolder() const {
     if (!installedOverride_.isEmpty()) return installedOverride_;
-    const QFileInfo exe(QCoreApplication::applicationFilePath());
-    const QDir bin = exe.absoluteDir();
-    if (bin.dirName() != QLatin1String("bin")) return {};
-    const QString folder = QFileInfo(bin.absolutePath()).absolutePath();
+    const QString folder = UpdatePackage::programFolderOf(QCoreApplication::applicationFilePath());
+    if (folder.isEmpty()) return {};
     const QString id = UpdatePackage::identifierOf(folder);
     if (id != identifier && id != formerIdentifier) return {};
     return folder;
+}
+
+bool Updater::downloadMayFollow(const QUrl& from, const QUrl& to, bool carriesCredential) {
+    const auto port = [](const QUrl& u) {
+        return u.port(u.scheme() == QLatin1String("https") ? 443 : 80);
+    };
+    const bool sameOrigin =
+        from.scheme() == to.scheme() && from.host() == to.host() && port(from) == port(to);
+    return sameOrigin || (to.scheme() == QLatin1String("https") && !carriesCredential);
+}
+
+QString Updater::manualUpdateText(const QString& executable) {
+    const QString path = QDir::cleanPath(executable);
+    if (path.startsWith(QLatin1String("/usr/")) && !path.startsWith(QLatin1String("/usr/local/")))
+        return QStringLiteral("Cette copie vient du gestionnaire de paquets du système : "
+                              "mets-la à jour avec lui.");
+    return QStringLiteral("Cette copie a été compilée ou installée à la main : mets-la à jour "
+                          "depuis ses sources.");
+}
+
+std::optional<QString> Updater::manualUpdate() const {
+    if (!installedFolder().isEmpty()) return std::nullopt;
+    return manualUpdateText(QCoreApplication::applicationFilePath());
 }
 
 QCoro::Task<void> Updater::install() {
@@ -314,7 +340,7 @@ QCoro::Task<void> Updater::install() {
 QCoro::Task<void> Updater::runInstall(Release release) {
     try {
         const QString installed = installedFolder();
-        if (installed.isEmpty()) throw UpdateFail(kNotFromArchive);
+        if (installed.isEmpty()) throw UpdateFail(*manualUpdate());
 
         const QString link = release.downloads.value(processorKey());
         const QUrl given(link, QUrl::StrictMode);

@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
+#include <QUrl>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -29,11 +30,12 @@ struct Release {
 // Keeps the program up to date by itself: asks the product site once a day whether a newer
 // build exists, offers it, and on the user's word downloads the archive for this processor,
 // checks its signature against the key built into the program, unpacks it beside the installed
-// program, swaps the two folders in one step and restarts the program.
+// program, swaps the two in one step (UpdatePackage::swapIn) and restarts the program.
 //
-// The installed program is the folder of the running executable's `bin` folder when that folder
-// holds an `identifier` file (see UpdatePackage.h); a program installed otherwise (by the
-// system's package manager, or run from a build tree) is never replaced.
+// The installed program is the folder of the running executable's `bin` folder (or the program
+// folder whose entry point links to it) when that folder holds an `identifier` file (see
+// UpdatePackage.h); a program installed otherwise (by the system's package manager, or run from
+// a build tree) is never replaced.
 //
 // Observable: every field changes on the main thread, and each write emits its signal.
 class Updater : public QObject {
@@ -81,6 +83,15 @@ public:
     // Where the installed program is; empty when this program was not installed from an
     // archive. Tests point it at a folder of their own.
     QString installedFolder() const;
+    // Whether a download from `from` follows its redirect to `to`: within its origin, or to
+    // another host (a CDN) over https when the request carries no credential. What arrives is
+    // judged by its signature all the same.
+    static bool downloadMayFollow(const QUrl& from, const QUrl& to, bool carriesCredential);
+    // What the user does to update this copy when it cannot update itself (no installed
+    // folder): the words for the program at `executable`, installed by the system's package
+    // manager (under /usr) or built or installed by hand. Nothing for a copy that can.
+    std::optional<QString> manualUpdate() const;
+    static QString manualUpdateText(const QString& executable);
     void setInstalledFolder(const QString& folder) { installedOverride_ = folder; }
 
     // Starts the new program once this one has ended, then ends this one. By default a

@@ -1,11 +1,13 @@
-// The real program given awkward inputs and awkward answers: each run ends at once with its
-// lines, failures as one "erreur: " line.
+// The real program run as a script runs it: a start without a mode or a display, the icon set
+// it writes, and awkward inputs and answers: each run ends at once with its lines, failures as
+// one "erreur: " line.
 #include "TestHttpServer.h"
 
 #include "audio/AudioRecorder.h"
 
 #include <QDir>
 #include <QFile>
+#include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
@@ -22,24 +24,29 @@ class TstModeInputs : public QObject {
     QTemporaryDir home;
     const QString chat = QStringLiteral("/api/v1/chat/completions");
 
-    // What a run printed, line by line; "(failed)" when it did not end well within 20 s.
-    QStringList run(const QString& program, const QStringList& args) {
+    // What a run printed, line by line, and its exit code; "(failed)" when it did not end
+    // normally within 20 s, or with another code than `expectedCode`. No display: a start
+    // without a mode says that it needs one instead of running on.
+    QStringList run(const QString& program, const QStringList& args, int expectedCode = 0) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("XDG_DATA_HOME", home.filePath("data"));
         env.insert("XDG_CONFIG_HOME", home.filePath("config"));
+        env.insert("XDG_CACHE_HOME", home.filePath("cache"));
         env.insert("OMBRY_OPENROUTER_URL", server.url().toString());
         env.insert("OPENROUTER_API_KEY", "sk-or-test");
+        for (const char* var : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+            env.remove(QLatin1String(var));
         QProcess p;
         p.setProcessEnvironment(env);
         p.setWorkingDirectory(home.path());
         p.start(program, args);
         if (!TestHttpServer::runProcess(p, 20000) || p.exitStatus() != QProcess::NormalExit ||
-            p.exitCode() != 0)
+            p.exitCode() != expectedCode)
             return {"(failed)"};
         return QString::fromUtf8(p.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
     }
-    QStringList ombry(const QStringList& args) {
-        return run(qEnvironmentVariable("OMBRY_BINARY"), args);
+    QStringList ombry(const QStringList& args, int expectedCode = 0) {
+        return run(qEnvironmentVariable("OMBRY_BINARY"), args, expectedCode);
     }
     static bool isOneError(const QStringList& lines) {
         return lines.size() == 1 && lines.first().startsWith("erreur: ");
@@ -47,6 +54,41 @@ class TstModeInputs : public QObject {
 
 private Q_SLOTS:
     void init() { server.reset(); }
+
+    // Without a display, a normal start (a switch without its argument is one) says so in one
+    // line that is no error of a mode, and exits 1.
+    void normalStartWithoutADisplay() {
+        for (const QStringList& args : {QStringList{}, QStringList{"--test"}}) {
+            const QStringList lines = ombry(args, 1);
+            QCOMPARE(lines.size(), 1);
+            QVERIFY2(!lines.first().startsWith("erreur: "), qPrintable(lines.first()));
+        }
+    }
+
+    void iconSetOfEverySize() {
+        const QString folder = home.filePath("set/nested");
+        QCOMPARE(ombry({"--icon", folder}), QStringList());
+        for (int n : {16, 24, 32, 48, 64, 128, 256, 512, 1024}) {
+            const QImage image(
+                QStringLiteral("%1/hicolor/%2x%2/apps/ombry-voice.png").arg(folder).arg(n));
+            QCOMPARE(image.size(), QSize(n, n));
+            // Not blank: opaque inside, see-through corners, a white glyph on an accent tile.
+            QCOMPARE(qAlpha(image.pixel(n / 2, n * 3 / 4)), 255);
+            QVERIFY(qAlpha(image.pixel(0, 0)) < 32);
+            int white = 0, accent = 0;
+            for (int y = 0; y < n; ++y) {
+                for (int x = 0; x < n; ++x) {
+                    const QRgb c = image.pixel(x, y);
+                    if (qAlpha(c) < 255) continue;
+                    if (qRed(c) > 230 && qGreen(c) > 230 && qBlue(c) > 230)
+                        ++white;
+                    else if (qRed(c) < 90 && qGreen(c) > 120 && qBlue(c) > 110)
+                        ++accent;
+                }
+            }
+            QVERIFY2(white > n * n / 40 && accent > n * n / 3, qPrintable(QString::number(n)));
+        }
+    }
 
     void anErrorPageIsOneLine() {
         server.on(chat,
@@ -91,6 +133,10 @@ private Q_SLOTS:
 
     void iconFolderIsTakenLiterally() {
         QVERIFY(isOneError(ombry({"--icon", ""})));
+        QFile blocker(home.filePath("file")); // a file, not a folder
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        QVERIFY(isOneError(ombry({"--icon", blocker.fileName()})));
         QVERIFY(!QFile::exists("/hicolor/16x16/apps/ombry-voice.png"));
         const QString odd = home.filePath("a%2b %1");
         QCOMPARE(ombry({"--icon", odd}), QStringList());

@@ -181,6 +181,26 @@ private Q_SLOTS:
         settle(first);
         QCOMPARE(*decodeWords(readAll(path("words.json"))), (QStringList{"Ombry", "Léa"}));
         QCOMPARE(amounts(), (QList<double>{2}));
+
+        // A record this run made (its date in memory finer than the file's second) and another
+        // run changed stays one record, as the other left it.
+        platform.clock().advance(250);
+        first.add({.appName = "A", .finalText = "troisième", .duration = 1});
+        settle(first);
+        {
+            Store third(folder);
+            QList<Dictation> changed = third.dictations();
+            changed.first().finalText = QStringLiteral("troisième, revue");
+            third.setDictations(changed);
+            settle(third);
+        }
+        first.add({.appName = "A", .finalText = "quatrième", .duration = 1});
+        settle(first);
+        texts.clear();
+        for (const Dictation& d :
+             decodeList<Dictation>(readAll(path("history.json"))).value_or(QList<Dictation>()))
+            texts << d.finalText;
+        QCOMPARE(texts, (QStringList{"quatrième", "troisième, revue", "second", "premier"}));
     }
 };
 

@@ -35,14 +35,6 @@ class TstWaylandGnome : public QObject {
         return p.waitForFinished(5000) && p.exitCode() == 0 && p.readAll().isEmpty();
     }
 
-    bool speak() {
-        QProcess player;
-        player.setProcessEnvironment(sound.environment());
-        player.start(QStringLiteral("paplay"),
-                     {QStringLiteral("-d"), QStringLiteral("mic"), speech});
-        return player.waitForFinished(20000) && player.exitCode() == 0;
-    }
-
 private Q_SLOTS:
     void initTestCase() {
         if (!GnomeSession::installed()) QSKIP("mutter et xdg-desktop-portal-gnome absents");
@@ -80,9 +72,9 @@ private Q_SLOTS:
         // The user opens the field once the program's window is up (it shows at every start)
         // and copies a text of theirs (at its first key).
         QTest::qWait(1500);
-        QVERIFY(gnome.openField(QStringLiteral("presse-papiers de l'utilisateur")));
+        QVERIFY(gnome.field.open(QStringLiteral("presse-papiers de l'utilisateur")));
         QVERIFY(gnome.typeKeys({QStringLiteral("0xffe1"), QStringLiteral("0xffe1")}));
-        QTRY_COMPARE_WITH_TIMEOUT(gnome.fieldClipboard(),
+        QTRY_COMPARE_WITH_TIMEOUT(gnome.field.clipboard(),
                                   QStringLiteral("presse-papiers de l'utilisateur"), 5000);
 
         services.transcript = QStringLiteral("euh bonjour chers collegues");
@@ -93,15 +85,15 @@ private Q_SLOTS:
         QVERIFY(toggle());
         QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
                  qPrintable(journalSince(mark)));
-        QVERIFY(speak());
+        QVERIFY(sound.play(speech));
         QTest::qWait(300);
         QVERIFY(toggle());
-        QTRY_VERIFY2_WITH_TIMEOUT(gnome.fieldText() ==
+        QTRY_VERIFY2_WITH_TIMEOUT(gnome.field.text() ==
                                       QStringLiteral("Bonjour, chers collègues ! L'été, ça ira."),
-                                  qPrintable(gnome.fieldText() + journalSince(mark)), 20000);
+                                  qPrintable(gnome.field.text() + journalSince(mark)), 20000);
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
         QTest::qWait(500);
-        QCOMPARE(gnome.fieldClipboard(), QStringLiteral("presse-papiers de l'utilisateur"));
+        QCOMPARE(gnome.field.clipboard(), QStringLiteral("presse-papiers de l'utilisateur"));
     }
 };
 

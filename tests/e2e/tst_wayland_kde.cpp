@@ -35,14 +35,6 @@ class TstWaylandKde : public QObject {
         return QString::fromUtf8(p.readAllStandardOutput());
     }
 
-    bool speak() {
-        QProcess player;
-        player.setProcessEnvironment(sound.environment());
-        player.start(QStringLiteral("paplay"),
-                     {QStringLiteral("-d"), QStringLiteral("mic"), speech});
-        return player.waitForFinished(20000) && player.exitCode() == 0;
-    }
-
 private Q_SLOTS:
     void initTestCase() {
         if (!KdeSession::installed()) QSKIP("kwin_wayland ou xdg-desktop-portal-kde absent");
@@ -83,7 +75,7 @@ private Q_SLOTS:
                  qPrintable(journalSince(0)));
         // The user's field, once the program's window is up, and a text of theirs copied.
         QTest::qWait(1500);
-        QVERIFY(kde.openTarget());
+        QVERIFY(kde.field.open());
         run(QStringLiteral("wl-copy"), {QStringLiteral("presse-papiers de l'utilisateur")});
         QCOMPARE(run(QStringLiteral("wl-paste"), {QStringLiteral("-n")}),
                  QStringLiteral("presse-papiers de l'utilisateur"));
@@ -96,10 +88,10 @@ private Q_SLOTS:
         QVERIFY(kde.keysDown({29, 56, 32})); // Ctrl, Alt, D
         QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
                  qPrintable(journalSince(mark)));
-        QVERIFY(speak());
+        QVERIFY(sound.play(speech));
         QVERIFY(kde.keysUp({32, 56, 29}));
-        QVERIFY2(kde.waitForText(QStringLiteral("Déjà, bonjour à l'équipe !"), 20000),
-                 qPrintable(kde.targetText() + journalSince(mark)));
+        QVERIFY2(kde.field.waitForText(QStringLiteral("Déjà, bonjour à l'équipe !"), 20000),
+                 qPrintable(kde.field.text() + journalSince(mark)));
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
         QVERIFY(program.hasLine(QStringLiteral("touche: dictée enfoncée (portail)"), mark));
         // The user's clipboard is back once the field has read the text.

@@ -15,7 +15,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <cstdio>
-#include <pwd.h>
 #include <unistd.h>
 
 using namespace ombry;
@@ -84,7 +83,7 @@ private Q_SLOTS:
         // The user's field, once the program's window is up, and texts of theirs in CLIPBOARD
         // and PRIMARY.
         QTest::qWait(1500);
-        QVERIFY(sway.openTarget());
+        QVERIFY(sway.field.open());
         sway.launch(QStringLiteral("wl-copy"), {QStringLiteral("--foreground"),
                                                 QStringLiteral("presse-papiers de l'utilisateur")});
         sway.launch(QStringLiteral("wl-copy"),
@@ -106,13 +105,9 @@ private Q_SLOTS:
                      QStringLiteral("4500"), QStringLiteral("-p"), QStringLiteral("Alt_R")});
         QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
                  qPrintable(journalSince(mark)));
-        QProcess player;
-        player.setProcessEnvironment(sound.environment());
-        player.start(QStringLiteral("paplay"),
-                     {QStringLiteral("-d"), QStringLiteral("mic"), speech});
-        QVERIFY(player.waitForFinished(20000));
-        QTRY_VERIFY2_WITH_TIMEOUT(sway.targetText() == QStringLiteral("Déjà, bonjour à l'équipe !"),
-                                  qPrintable(sway.targetText() + journalSince(mark)), 20000);
+        QVERIFY(sound.play(speech));
+        QTRY_VERIFY2_WITH_TIMEOUT(sway.field.text() == QStringLiteral("Déjà, bonjour à l'équipe !"),
+                                  qPrintable(sway.field.text() + journalSince(mark)), 20000);
         QVERIFY(program.hasLine(QStringLiteral("touche: dictée enfoncée (commande)"), mark));
         QVERIFY(program.hasLine(QStringLiteral("touche: dictée relâchée (commande)"), mark));
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
@@ -126,13 +121,9 @@ private Q_SLOTS:
 // in a home of that user's.
 int main(int argc, char** argv) {
     if (::getuid() == 0 && qEnvironmentVariableIsEmpty("OMBRY_TEST_USER_RUN")) {
-        if (!getpwnam("ombrytest"))
-            QProcess::execute(QStringLiteral("useradd"),
-                              {QStringLiteral("--system"), QStringLiteral("--no-create-home"),
-                               QStringLiteral("--shell"), QStringLiteral("/usr/sbin/nologin"),
-                               QStringLiteral("ombrytest")});
-        const passwd* user = getpwnam("ombrytest");
-        if (!user) return 1;
+        uid_t uid = 0;
+        gid_t gid = 0;
+        if (!SwaySession::testUser(uid, gid)) return 1;
         // A build in a folder that user cannot enter (a root home) cannot be run as that user:
         // the test is skipped, as on a machine without sway.
         const QString binary = qEnvironmentVariable("OMBRY_BINARY");
@@ -146,8 +137,7 @@ int main(int argc, char** argv) {
             return 0;
         }
         QByteArray home = "/tmp/ombry-sway-home-XXXXXX";
-        if (!mkdtemp(home.data()) || chown(home.constData(), user->pw_uid, user->pw_gid) != 0)
-            return 1;
+        if (!mkdtemp(home.data()) || chown(home.constData(), uid, gid) != 0) return 1;
         QStringList args{QStringLiteral("-u"), QStringLiteral("ombrytest"), QStringLiteral("--"),
                          QString::fromLocal8Bit(argv[0])};
         for (int i = 1; i < argc; ++i)

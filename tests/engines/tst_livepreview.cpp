@@ -1,15 +1,11 @@
 // The live preview decodes real speech (espeak-ng, resampled by sox) fed in the recorder's small
 // buffers from another thread, with a grammar so that the words are the same every run.
-#include "engines/AudioFile.h"
 #include "engines/LivePreview.h"
-#include "engines/OfflineSpeech.h"
 
 #include "FakePlatform.h"
+#include "OfflineTools.h"
+#include "SoundServer.h"
 
-#include <QDir>
-#include <QFile>
-#include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -28,13 +24,8 @@ class TstLivePreview : public QObject {
     QString grammar_;
 
     QByteArray speech(const QString& words) {
-        const QString raw = dir_.filePath("raw.wav"), wav = dir_.filePath("speech.wav");
-        if (QProcess::execute("espeak-ng", {"-v", "en", "-w", raw, words}) != 0 ||
-            QProcess::execute("sox", {raw, "-r", "16000", "-c", "1", "-b", "16", wav}) != 0)
-            return {};
-        QFile f(wav);
-        if (!f.open(QIODevice::ReadOnly)) return {};
-        return AudioFile::speechPcm(f.readAll()).value_or(QByteArray());
+        const QString wav = dir_.filePath("speech.wav");
+        return SoundServer::makeSpeech(words, "en", wav) ? SoundServer::wavData(wav) : QByteArray();
     }
 
     // Feeds from a thread of its own, 1,024 frames at a time, as the recorder's audio thread.
@@ -61,15 +52,10 @@ class TstLivePreview : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        if (QStandardPaths::findExecutable("espeak-ng").isEmpty() ||
-            QStandardPaths::findExecutable("sox").isEmpty() ||
-            !OfflineSpeech::modelFor("en", QString()))
+        if (!offlineToolsInstalled())
             QSKIP("espeak-ng, sox and the English pocketsphinx model are needed");
         grammar_ = dir_.filePath("commands.gram");
-        QFile g(grammar_);
-        QVERIFY(g.open(QIODevice::WriteOnly));
-        g.write("#JSGF V1.0;\ngrammar commands;\npublic <command> = ( open the window | close "
-                "the door | hello world );\n");
+        QVERIFY(writeGrammar(grammar_));
     }
 
     void runningTextOfSpeech() {

@@ -12,14 +12,9 @@
 
 #include "Await.h"
 #include "FakePlatform.h"
-#include "TestHttpServer.h"
+#include "OfflineTools.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -61,12 +56,6 @@ QString valueOf(const QMap<QString, Part>& parts, const QString& name) {
     return QString::fromUtf8(parts.value(name).body);
 }
 
-bool toolsForSpeech() {
-    return !QStandardPaths::findExecutable("espeak-ng").isEmpty() &&
-           !QStandardPaths::findExecutable("sox").isEmpty() &&
-           OfflineSpeech::modelFor("en", QString()).has_value();
-}
-
 } // namespace
 
 class TstLocalSpeech : public QObject {
@@ -78,10 +67,7 @@ class TstLocalSpeech : public QObject {
 
     QString file(const QString& name) const { return home_.filePath(name); }
     void write(const QString& name, const QByteArray& bytes) {
-        QDir().mkpath(QFileInfo(file(name)).path());
-        QFile f(file(name));
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(bytes);
+        QVERIFY(writeFile(file(name), bytes));
     }
     QByteArray read(const QString& name) const {
         QFile f(file(name));
@@ -106,7 +92,6 @@ class TstLocalSpeech : public QObject {
         return out;
     }
 
-    // The printed lines of `ombry-voice args`, durations shown as "(t s)".
     QStringList run(const QStringList& args, const QMap<QString, QString>& extraEnv = {}) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("XDG_DATA_HOME", file("data"));
@@ -116,19 +101,12 @@ class TstLocalSpeech : public QObject {
         env.remove("OMBRY_LOCAL_STT_URL");
         for (auto it = extraEnv.begin(); it != extraEnv.end(); ++it)
             env.insert(it.key(), it.value());
-        QProcess p;
-        p.setProcessEnvironment(env);
-        p.start(qEnvironmentVariable("OMBRY_BINARY"), args);
-        if (!TestHttpServer::runProcess(p, 60000) || p.exitCode() != 0) return {"(failed)"};
-        return QString::fromUtf8(p.readAllStandardOutput())
-            .replace(QRegularExpression(R"(\(\d+\.\d s\))"), "(t s)")
-            .split('\n', Qt::SkipEmptyParts);
+        return runProgram(args, env);
     }
 
 private Q_SLOTS:
     void initTestCase() {
-        write("commands.gram", "#JSGF V1.0;\ngrammar commands;\npublic <command> = ( open the "
-                               "window | close the door | hello world );\n");
+        QVERIFY(writeGrammar(file("commands.gram")));
         Log::resetForTests(file("journal.log"));
     }
     void init() {
@@ -196,7 +174,7 @@ private Q_SLOTS:
         QVERIFY(read("journal.log")
                     .contains("transcription locale: serveur " + dead.toUtf8() + " injoignable"));
 
-        if (!toolsForSpeech()) QSKIP("espeak-ng, sox and the English pocketsphinx model");
+        if (!offlineToolsInstalled()) QSKIP("espeak-ng, sox and the English pocketsphinx model");
         // espeak-ng's own file (22,050 Hz) is converted on the way.
         QFile speech(speak("close the door", "door"));
         QVERIFY(speech.open(QIODevice::ReadOnly));
@@ -236,7 +214,7 @@ private Q_SLOTS:
     }
 
     void testModeUsesTheServerThenPocketsphinx() {
-        if (!toolsForSpeech()) QSKIP("espeak-ng, sox and the English pocketsphinx model");
+        if (!offlineToolsInstalled()) QSKIP("espeak-ng, sox and the English pocketsphinx model");
         // A French recording as espeak-ng makes it (22,050 Hz), read by a server set in the
         // settings file.
         const QString raw = file("bonjour.wav");
@@ -269,12 +247,7 @@ private Q_SLOTS:
 
         // Server down: pocketsphinx decodes a 44.1 kHz stereo 24-bit file, through a French
         // model folder made of the English pieces.
-        const QString system = QString::fromLatin1(OfflineSpeech::kSystemEnglishFolder);
-        const QDir models(file("data/Ombry Voice/models/fr"));
-        QVERIFY(QDir().mkpath(models.path()));
-        QFile::link(system + "/en-us", models.filePath("acoustic"));
-        QFile::link(system + "/cmudict-en-us.dict", models.filePath("words.dict"));
-        QFile::link(system + "/en-us.lm.bin", models.filePath("words.lm.bin"));
+        QVERIFY(linkFrenchModel(file("data")));
         const QString stereo =
             speak("open the window", "stereo", {"-r", "44100", "-c", "2", "-b", "24"});
         QCOMPARE(run({"--test", stereo}, {{"OMBRY_LOCAL_STT_URL", deadAddress()}}).first(),

@@ -2,19 +2,14 @@
 // --fasttest and --calltest against a local server playing OpenRouter, and --test on
 // synthesised English speech, transcribed offline with a grammar, then rewritten by a local
 // model served from the same local server.
-#include "TestHttpServer.h"
+#include "OfflineTools.h"
+#include "SoundServer.h"
 
 #include "audio/AudioRecorder.h"
 #include "data/Settings.h"
 #include "engines/Cleanup.h"
-#include "engines/OfflineSpeech.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -29,7 +24,6 @@ class TstSpeechModes : public QObject {
     TestHttpServer server;
     QTemporaryDir home;
 
-    // The printed lines of a run that ends with status 0, durations shown as "(t s)".
     QStringList run(const QStringList& args, const QString& key = {}) {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("XDG_DATA_HOME", home.filePath("data"));
@@ -38,19 +32,10 @@ class TstSpeechModes : public QObject {
         env.insert("OMBRY_LOCAL_LLM_URL", server.url().toString());
         env.insert("OMBRY_POCKETSPHINX_JSGF", home.filePath("commands.gram"));
         env.insert("OPENROUTER_API_KEY", key);
-        QProcess p;
-        p.setProcessEnvironment(env);
-        p.start(qEnvironmentVariable("OMBRY_BINARY"), args);
-        if (!TestHttpServer::runProcess(p, 60000) || p.exitCode() != 0) return {"(failed)"};
-        return QString::fromUtf8(p.readAllStandardOutput())
-            .replace(QRegularExpression(R"(\(\d+\.\d s\))"), "(t s)")
-            .split('\n', Qt::SkipEmptyParts);
+        return runProgram(args, env);
     }
     void write(const QString& name, const QByteArray& bytes) {
-        QDir().mkpath(QFileInfo(home.filePath(name)).path());
-        QFile f(home.filePath(name));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
+        QVERIFY(writeFile(home.filePath(name), bytes));
     }
     // The audio of a file written again by libsndfile in another kind of file.
     static bool reencode(const QString& from, const QString& to, int format) {
@@ -104,25 +89,16 @@ private Q_SLOTS:
     }
 
     void testTranscribesOfflineThenRewrites() {
-        if (QStandardPaths::findExecutable("espeak-ng").isEmpty() ||
-            QStandardPaths::findExecutable("sox").isEmpty() ||
-            !OfflineSpeech::modelFor("en", QString()))
+        if (!offlineToolsInstalled())
             QSKIP("espeak-ng, sox and the English pocketsphinx model are needed");
-        const QString raw = home.filePath("raw.wav"), wav = home.filePath("speech.wav");
-        QCOMPARE(QProcess::execute("espeak-ng", {"-v", "en", "-w", raw, "close the door"}), 0);
-        QCOMPARE(QProcess::execute("sox", {raw, "-r", "16000", "-c", "1", "-b", "16", wav}), 0);
-        write("commands.gram", "#JSGF V1.0;\ngrammar commands;\npublic <command> = ( open the "
-                               "window | close the door | hello world );\n");
+        const QString wav = home.filePath("speech.wav");
+        QVERIFY(test::SoundServer::makeSpeech("close the door", "en", wav));
+        QVERIFY(writeGrammar(home.filePath("commands.gram")));
         QCOMPARE(run({"--test", wav}),
                  QStringList{"erreur: Local : erreur 0 langue non disponible"});
 
-        // The mode transcribes in French: a French model folder made of the English pieces.
-        const QString system = QString::fromLatin1(OfflineSpeech::kSystemEnglishFolder);
-        const QDir models(home.filePath("data/Ombry Voice/models/fr"));
-        QVERIFY(QDir().mkpath(models.path()));
-        QFile::link(system + "/en-us", models.filePath("acoustic"));
-        QFile::link(system + "/cmudict-en-us.dict", models.filePath("words.dict"));
-        QFile::link(system + "/en-us.lm.bin", models.filePath("words.lm.bin"));
+        // The mode transcribes in French.
+        QVERIFY(linkFrenchModel(home.filePath("data")));
         // With a local model server, the transcript is rewritten through it.
         server.on("/v1/models", Reply::json(QJsonObject{{"data", QJsonArray{}}}));
         server.on("/v1/chat/completions", chatCompletion("Ferme la porte."));

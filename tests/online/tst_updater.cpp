@@ -331,7 +331,14 @@ private Q_SLOTS:
 
     void installSwapsInTheNewProgram() {
         serveFeed(1);
-        serveSigned(release(marker()));
+        // The site sends the archive's download on to a CDN, over https.
+        const QByteArray archive = tarGz(release(marker()));
+        serveArchive("", sign(key.get(), archive));
+        TestHttpServer cdn(TestHttpServer::Scheme::Https);
+        cdn.on(QStringLiteral("/a.tar.gz"), Reply::text(archive));
+        Reply moved = Reply::text("", 302);
+        moved.headers.append({"Location", cdn.url().toEncoded() + "/a.tar.gz"});
+        site.on(kArchivePath, moved);
         // What a former attempt left is replaced.
         writeFile(installed + ".nouveau/identifier", "ancien essai");
         // The offer shows the installation under way, then its end.
@@ -343,8 +350,10 @@ private Q_SLOTS:
         QCOMPARE(installing, (QList<bool>{true, false}));
         QCOMPARE(journalLines().last(), QStringLiteral("mise à jour installée : 9.9"));
 
-        // Fetched from the product site under the feed's path, whatever host the feed named.
+        // Fetched from the product site under the feed's path, whatever host the feed named,
+        // and from where the site sent it on.
         QCOMPARE(site.requests(kArchivePath).size(), 1);
+        QCOMPARE(cdn.requests("/a.tar.gz").size(), 1);
         const QMap<QString, QByteArray> now = snapshot(installed);
         QCOMPARE(now.value("identifier"), "file 644 com.quennard.ombryvoice\n");
         QCOMPARE(now.value("share/notes.txt"), "file 644 version deux\n");
@@ -359,6 +368,34 @@ private Q_SLOTS:
         QCOMPARE(relaunched, QStringList{installed});
         QCOMPARE(QDir(place->filePath("tmp")).entryList(QDir::Files),
                  QStringList{"OmbryVoice-9.9.tar.gz"});
+
+        // Where the disk cannot exchange two names, the new program goes inside the installed
+        // folder and, in one rename, the entry point becomes a link to it: never is there no
+        // program to start. The program so started knows its installed folder; at the next
+        // update the former version goes.
+        const UpdatePackage::ExchangeFn noExchange = [](const char*, const char*) {
+            errno = EINVAL;
+            return -1;
+        };
+        const QString entry = installed + "/bin/ombry-voice";
+        for (const QByteArray version : {"trois", "quatre"}) {
+            writeFile(installed + ".nouveau/bin/ombry-voice", "#!/bin/sh\necho " + version + "\n",
+                      QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+            writeFile(installed + ".nouveau/identifier", "com.quennard.ombryvoice\n");
+            UpdatePackage::swapIn(installed + ".nouveau", installed, noExchange);
+            QFile started(entry);
+            QVERIFY(QFileInfo(entry).isSymLink() && started.open(QIODevice::ReadOnly));
+            QCOMPARE(started.readAll(), "#!/bin/sh\necho " + version + "\n");
+            QCOMPARE(UpdatePackage::programFolderOf(QFileInfo(entry).canonicalFilePath()),
+                     installed);
+        }
+        const QStringList left =
+            QDir(installed).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+        QCOMPARE(left.size(), 3);
+        QVERIFY(left.contains("bin") && left.contains("identifier"));
+        QCOMPARE(QDir(installed + "/bin").entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList{"ombry-voice"});
+        QVERIFY(!QFileInfo::exists(installed + ".nouveau"));
     }
 
     void refusedUpdatesLeaveTheProgramUntouched_data() {
@@ -473,6 +510,21 @@ private Q_SLOTS:
         site.on(kArchivePath + ".sig", Reply::text("absent", 404));
         QCOMPARE(checkAndInstall(), kRefused);
 
+        // Redirected: to another host only over https and without a credential (a CDN); in
+        // clear text it is refused, and that host is never asked.
+        const QUrl site1("https://ombry.example/f"), cdn("https://cdn.example.org/f");
+        QVERIFY(Updater::downloadMayFollow(site1, cdn, false));
+        QVERIFY(!Updater::downloadMayFollow(site1, cdn, true));
+        QVERIFY(!Updater::downloadMayFollow(site1, QUrl("http://cdn.example.org/f"), false));
+        QVERIFY(!Updater::downloadMayFollow(site1, QUrl("http://ombry.example/f"), false));
+        QVERIFY(Updater::downloadMayFollow(QUrl("http://h:8/f"), QUrl("http://h:8/g"), true));
+        TestHttpServer elsewhere;
+        Reply away = Reply::text("", 302);
+        away.headers.append({"Location", elsewhere.url().toEncoded() + kArchivePath.toUtf8()});
+        site.on(kArchivePath, away);
+        QCOMPARE(checkAndInstall(), kRefused);
+        QCOMPARE(elsewhere.count(), 0);
+
         // Addresses refused before anything is fetched.
         site.clearRequests();
         serveFeed(1, "http://ombry.example" + kArchivePath);
@@ -483,8 +535,10 @@ private Q_SLOTS:
         // folder) is never replaced.
         serveFeed(1);
         updater.setInstalledFolder(QString());
-        QVERIFY(
-            checkAndInstall().startsWith("Ce programme n'a pas été installé depuis une archive"));
+        QCOMPARE(checkAndInstall(), *updater.manualUpdate());
+        QVERIFY(updater.manualUpdate()->contains(QStringLiteral("à la main")));
+        QVERIFY(Updater::manualUpdateText("/usr/bin/ombry-voice")
+                    .contains(QStringLiteral("gestionnaire de paquets")));
         updater.setInstalledFolder(installed);
         QCOMPARE(site.requests(kArchivePath).size(), 0);
 

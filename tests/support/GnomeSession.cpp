@@ -1,29 +1,18 @@
 #include "GnomeSession.h"
 
-#include <QCoreApplication>
+#include "DesktopSession.h"
+
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
-#include <QThread>
 
 namespace ombry::test {
 namespace {
 
 const QString kDisplay = QStringLiteral("wayland-ombry-gnome");
-
-bool waitUntil(const std::function<bool()>& done, int timeoutMs) {
-    QDeadlineTimer deadline(timeoutMs);
-    while (!done()) {
-        if (deadline.hasExpired()) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        QThread::msleep(20);
-    }
-    return true;
-}
 
 QString supportFile(const QString& name) {
     return QStringLiteral(OMBRY_TEST_SUPPORT_DIR "/") + name;
@@ -32,7 +21,8 @@ QString supportFile(const QString& name) {
 } // namespace
 
 GnomeSession::~GnomeSession() {
-    for (QProcess* p : {&field_, &mutter_, &locale_}) {
+    field.close();
+    for (QProcess* p : {&mutter_, &locale_}) {
         if (p->state() == QProcess::NotRunning) continue;
         p->terminate();
         if (!p->waitForFinished(3000)) p->kill();
@@ -83,7 +73,7 @@ bool GnomeSession::start() {
     // on the private bus that mutter takes for the system bus.
     locale_.start(QStringLiteral("/usr/bin/python3"),
                   {supportFile(QStringLiteral("wayland/locale1_mock.py"))});
-    if (!waitUntil(
+    if (!DesktopSession::waitUntil(
             [] {
                 return QDBusConnection::sessionBus().interface()->isServiceRegistered(
                     QStringLiteral("org.freedesktop.locale1"));
@@ -101,7 +91,7 @@ bool GnomeSession::start() {
                    QStringLiteral("--virtual-monitor"), QStringLiteral("1280x800"),
                    QStringLiteral("--wayland-display"), kDisplay});
     const QString socket = QDir(qEnvironmentVariable("XDG_RUNTIME_DIR")).filePath(kDisplay);
-    const bool up = waitUntil(
+    const bool up = DesktopSession::waitUntil(
         [&] {
             return QFile::exists(socket) && !display_.isEmpty() &&
                    QDBusConnection::sessionBus().interface()->isServiceRegistered(
@@ -127,39 +117,6 @@ bool GnomeSession::start() {
     return true;
 }
 
-bool GnomeSession::openField(const QString& clipboard) {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
-    field_.setProcessEnvironment(env);
-    field_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    QObject::connect(&field_, &QProcess::readyReadStandardOutput, [this] { readField(); });
-    field_.start(QStringLiteral(OMBRY_WAYLAND_TARGET), {clipboard});
-    return waitUntil([this] { return ready_; }, 15000);
-}
-
-void GnomeSession::readField() {
-    fieldOut_ += field_.readAllStandardOutput();
-    qsizetype end;
-    while ((end = fieldOut_.indexOf('\n')) >= 0) {
-        const QList<QByteArray> words = fieldOut_.left(end).split(' ');
-        fieldOut_.remove(0, end + 1);
-        const QString value = QString::fromUtf8(QByteArray::fromPercentEncoding(words.value(2)));
-        if (words[0] == "TEXT") text_ = value;
-        if (words[0] == "CLIP") clipboard_ = value;
-        if (words[0] == "FOCUS") ready_ = true;
-    }
-}
-
-QString GnomeSession::fieldText() {
-    QCoreApplication::processEvents();
-    return text_;
-}
-
-QString GnomeSession::fieldClipboard() {
-    QCoreApplication::processEvents();
-    return clipboard_;
-}
-
 bool GnomeSession::typeKeys(const QStringList& keysyms) {
     QProcess keys;
     keys.start(QStringLiteral("/usr/bin/python3"),
@@ -168,7 +125,7 @@ bool GnomeSession::typeKeys(const QStringList& keysyms) {
 }
 
 bool GnomeSession::answerConsentDialog(int timeoutMs) {
-    return waitUntil(
+    return DesktopSession::waitUntil(
         [] {
             QProcess answer;
             answer.start(QStringLiteral("/usr/bin/python3"),

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "FieldProcess.h"
 #include "SessionBus.h"
 
 #include <QProcess>
-#include <QProcessEnvironment>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -25,11 +25,8 @@ public:
     bool start();
     QString error() const { return error_; }
 
-    // The field (tests/support/field), focused, with `clipboard` copied from it.
-    bool openField(const QString& clipboard);
-    // Its text and what it saw on the clipboard, last reported; read while the loop turns.
-    QString fieldText();
-    QString fieldClipboard();
+    // The application in front, once opened.
+    FieldProcess field;
     // Keys typed by the user into the window in front (keysyms, "0xffe1" for Shift), through
     // mutter's own remote desktop; mutter loses the first key of a session.
     bool typeKeys(const QStringList& keysyms);
@@ -38,16 +35,10 @@ public:
     bool answerConsentDialog(int timeoutMs = 15000);
 
 private:
-    void readField();
-
     SessionBus bus_;
     QTemporaryDir portals_;
     QProcess locale_; // the system's keyboard settings mutter starts with
     QProcess mutter_;
-    QProcess field_;
-    QByteArray fieldOut_;
-    QString text_, clipboard_;
-    bool ready_ = false;
     QString error_;
     QString display_; // mutter's XWayland
 };

@@ -97,10 +97,10 @@ bool KdeSession::start() {
 }
 
 void KdeSession::stop() {
-    for (QProcess* p : {&keyboard_, &target_}) {
-        if (p->state() == QProcess::NotRunning) continue;
-        p->kill();
-        p->waitForFinished(3000);
+    field.close();
+    if (keyboard_.state() != QProcess::NotRunning) {
+        keyboard_.kill();
+        keyboard_.waitForFinished(3000);
     }
     end(compositor_);
 }
@@ -108,36 +108,6 @@ void KdeSession::stop() {
 QByteArray KdeSession::compositorLog() const {
     QFile log(dir_.filePath(QStringLiteral("kwin.log")));
     return log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
-}
-
-bool KdeSession::openTarget() {
-    if (target_.state() != QProcess::NotRunning) return false;
-    QObject::disconnect(&target_, &QProcess::readyReadStandardOutput, nullptr, nullptr);
-    QObject::connect(&target_, &QProcess::readyReadStandardOutput, [this] { readTarget(); });
-    target_.start(QStringLiteral(OMBRY_WAYLAND_TARGET), {});
-    if (!target_.waitForStarted(5000)) return false;
-    (void)QTest::qWaitFor([&] { return target_.property("focused").toBool(); }, 10000);
-    return target_.state() == QProcess::Running && target_.property("focused").toBool();
-}
-
-void KdeSession::readTarget() {
-    while (target_.canReadLine()) {
-        const QByteArray line = target_.readLine().trimmed();
-        if (line.startsWith("FOCUS")) {
-            target_.setProperty("focused", true);
-        } else if (line.startsWith("TEXT ")) {
-            const QList<QByteArray> words = line.split(' ');
-            const qint64 at = words.value(1).toLongLong();
-            text_ = QString::fromUtf8(QByteArray::fromPercentEncoding(words.value(2)));
-            if (!firstChange_) firstChange_ = at;
-            target_.setProperty("changedAt", at);
-        }
-    }
-}
-
-std::optional<qint64> KdeSession::waitForText(const QString& text, int timeoutMs) {
-    if (!QTest::qWaitFor([&] { return text_ == text; }, timeoutMs)) return std::nullopt;
-    return target_.property("changedAt").toLongLong();
 }
 
 std::optional<double> KdeSession::keys(const char* verb, const QList<int>& codes) {

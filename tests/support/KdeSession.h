@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FieldProcess.h"
 #include "SessionBus.h"
 
 #include <QList>
@@ -37,13 +38,8 @@ public:
     // The compositor's log, for a test's failure message.
     QByteArray compositorLog() const;
 
-    // The target: a Qt 6 text field on Wayland, in front with the focus.
-    bool openTarget();
-    QString targetText() const { return text_; }
-    // Waits until the target's text is `text` and gives the wall-clock time (ms) of that change.
-    std::optional<qint64> waitForText(const QString& text, int timeoutMs = 10000);
-    // The wall-clock time (ms) at which the target's text first changed, if it did.
-    std::optional<qint64> firstChange() const { return firstChange_; }
+    // The application in front, once opened.
+    FieldProcess field;
 
     // Presses or releases keys (Linux evdev codes: 29 Left Ctrl, 56 Left Alt, 32 D) in order;
     // gives the wall-clock time (ms) at which the first one was sent, nullopt on failure.
@@ -52,15 +48,11 @@ public:
 
 private:
     std::optional<double> keys(const char* verb, const QList<int>& codes);
-    void readTarget();
 
     QTemporaryDir dir_;
     SessionBus bus_;
     pid_t compositor_ = 0;
-    QProcess target_;
     QProcess keyboard_;
-    QString text_;
-    std::optional<qint64> firstChange_;
     QString error_;
 };
 

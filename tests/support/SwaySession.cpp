@@ -1,6 +1,7 @@
 #include "SwaySession.h"
 
 #include "DesktopSession.h"
+#include "Processes.h"
 
 #include <QDir>
 #include <QFile>
@@ -21,42 +22,23 @@ namespace ombry::test {
 
 namespace {
 
-constexpr const char* testUser = "ombrytest";
+constexpr const char* kTestUser = "ombrytest";
 
-// The user sway runs as: this one, or the test user for root (made once).
-bool compositorUser(uid_t& uid, gid_t& gid, QString& error) {
-    if (getuid() != 0) {
-        uid = getuid();
-        gid = getgid();
-        return true;
-    }
-    if (!getpwnam(testUser)) {
+} // namespace
+
+bool SwaySession::testUser(uid_t& uid, gid_t& gid) {
+    if (!getpwnam(kTestUser)) {
         QProcess::execute(QStringLiteral("useradd"),
                           {QStringLiteral("--system"), QStringLiteral("--no-create-home"),
                            QStringLiteral("--shell"), QStringLiteral("/usr/sbin/nologin"),
-                           QString::fromLatin1(testUser)});
+                           QString::fromLatin1(kTestUser)});
     }
-    const passwd* user = getpwnam(testUser);
-    if (!user) {
-        error = QStringLiteral("utilisateur %1 impossible à créer").arg(testUser);
-        return false;
-    }
+    const passwd* user = getpwnam(kTestUser);
+    if (!user) return false;
     uid = user->pw_uid;
     gid = user->pw_gid;
     return true;
 }
-
-void end(pid_t& pid) {
-    if (pid <= 0) return;
-    kill(pid, SIGTERM);
-    for (int i = 0; i < 200 && waitpid(pid, nullptr, WNOHANG) != pid; ++i)
-        usleep(10000);
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-    pid = 0;
-}
-
-} // namespace
 
 SwaySession::~SwaySession() {
     stop();
@@ -70,9 +52,12 @@ bool SwaySession::installed() {
 
 bool SwaySession::start() {
     stop();
-    uid_t uid = 0;
-    gid_t gid = 0;
-    if (!compositorUser(uid, gid, error_)) return false;
+    uid_t uid = getuid();
+    gid_t gid = getgid();
+    if (uid == 0 && !testUser(uid, gid)) {
+        error_ = QStringLiteral("utilisateur %1 impossible à créer").arg(kTestUser);
+        return false;
+    }
     QByteArray dir = QDir::tempPath().toLocal8Bit() + "/ombry-sway-XXXXXX";
     if (!mkdtemp(dir.data()) || chown(dir.constData(), uid, gid) != 0 ||
         chmod(dir.constData(), 0700) != 0) {
@@ -148,15 +133,13 @@ bool SwaySession::start() {
 }
 
 void SwaySession::stop() {
+    field.close();
     for (QProcess* child : children_) {
         child->kill();
         child->waitForFinished(2000);
         delete child;
     }
     children_.clear();
-    target_ = nullptr;
-    targetText_.clear();
-    targetReady_ = false;
     end(sway_);
     if (!runtimeDir_.isEmpty()) QDir(runtimeDir_).removeRecursively();
     runtimeDir_.clear();
@@ -188,31 +171,6 @@ QProcess* SwaySession::launch(const QString& program, const QStringList& args) {
     process->closeWriteChannel();
     children_.append(process);
     return process;
-}
-
-bool SwaySession::openTarget() {
-    auto* process = new QProcess;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
-    process->setProcessEnvironment(environment);
-    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    // The field's lines (field/TestField.cpp): "TEXT ms text" at each change, "FOCUS ms".
-    QObject::connect(process, &QProcess::readyReadStandardOutput, process, [this, process] {
-        while (process->canReadLine()) {
-            const QList<QByteArray> words = process->readLine().trimmed().split(' ');
-            if (words[0] == "TEXT")
-                targetText_ = QString::fromUtf8(QByteArray::fromPercentEncoding(words.value(2)));
-            if (words[0] == "FOCUS") targetReady_ = true;
-        }
-    });
-    process->start(QStringLiteral(OMBRY_WAYLAND_TARGET), {});
-    children_.append(process);
-    target_ = process;
-    return DesktopSession::waitUntil([this] { return targetReady_; }, 10000);
-}
-
-qint64 SwaySession::targetPid() const {
-    return target_ ? target_->processId() : 0;
 }
 
 } // namespace ombry::test

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FieldProcess.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -27,6 +29,8 @@ public:
 
     // sway, wtype and wl-clipboard are installed.
     static bool installed();
+    // The unprivileged user "ombrytest", made when missing.
+    static bool testUser(uid_t& uid, gid_t& gid);
 
     bool start();
     void stop();
@@ -48,20 +52,14 @@ public:
     // A program left running until the end of the session (a wl-copy that serves a selection).
     QProcess* launch(const QString& program, const QStringList& args);
 
-    // The target: the test field (OMBRY_WAYLAND_TARGET, a Qt 6 text field) on Wayland, mapped and
-    // focused. Needs the event loop.
-    bool openTarget();
-    QString targetText() const { return targetText_; }
-    qint64 targetPid() const;
+    // The application in front, once opened.
+    FieldProcess field;
 
 private:
     pid_t sway_ = 0;
     QString runtimeDir_;
     QString error_;
     QList<QProcess*> children_;
-    QProcess* target_ = nullptr;
-    QString targetText_;
-    bool targetReady_ = false;
 };
 
 } // namespace ombry::test

@@ -2,12 +2,16 @@
 
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QPointer>
 #include <QProcess>
+#include <QSslKey>
+#include <QSslServer>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTimer>
 #include <QUrlQuery>
 
@@ -161,11 +165,47 @@ struct TestHttpServer::Connection {
     bool busy = false;
 };
 
-TestHttpServer::TestHttpServer(QObject* parent) : QObject(parent), server_(new QTcpServer(this)) {
+namespace {
+// The server's side of TLS for "localhost", made once a process; the certificate is added to
+// those the process trusts.
+QSslConfiguration localhostTls() {
+    static const QSslConfiguration server = [] {
+        QTemporaryDir dir;
+        QProcess openssl;
+        openssl.start(QStringLiteral("openssl"),
+                      {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+                       "-nodes", "-days", "2", "-subj", "/CN=localhost", "-addext",
+                       "subjectAltName=DNS:localhost", "-keyout", dir.filePath("key.pem"), "-out",
+                       dir.filePath("cert.pem")});
+        if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0)
+            qFatal("TestHttpServer: openssl made no certificate");
+        QFile certFile(dir.filePath("cert.pem")), keyFile(dir.filePath("key.pem"));
+        certFile.open(QIODevice::ReadOnly);
+        keyFile.open(QIODevice::ReadOnly);
+        const QSslCertificate cert(&certFile);
+        QSslConfiguration config = QSslConfiguration::defaultConfiguration();
+        QSslConfiguration trusting = config;
+        trusting.addCaCertificate(cert);
+        QSslConfiguration::setDefaultConfiguration(trusting);
+        config.setLocalCertificate(cert);
+        config.setPrivateKey(QSslKey(&keyFile, QSsl::Ec));
+        return config;
+    }();
+    return server;
+}
+} // namespace
+
+TestHttpServer::TestHttpServer(Scheme scheme, QObject* parent)
+    : QObject(parent),
+      server_(scheme == Scheme::Https ? new QSslServer(this) : new QTcpServer(this)),
+      scheme_(scheme) {
+    if (auto* tls = qobject_cast<QSslServer*>(server_)) tls->setSslConfiguration(localhostTls());
     if (!server_->listen(QHostAddress::LocalHost, 0))
         qFatal("TestHttpServer: cannot listen on 127.0.0.1: %s",
                qPrintable(server_->errorString()));
-    connect(server_, &QTcpServer::newConnection, this, &TestHttpServer::onNewConnection);
+    // Over TLS a connection is handed over once its handshake is done.
+    connect(server_, &QTcpServer::pendingConnectionAvailable, this,
+            &TestHttpServer::onNewConnection);
 }
 
 TestHttpServer::~TestHttpServer() {
@@ -178,7 +218,9 @@ TestHttpServer::~TestHttpServer() {
 }
 
 QUrl TestHttpServer::url() const {
-    return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(server_->serverPort()));
+    return QUrl((scheme_ == Scheme::Https ? QStringLiteral("https://localhost:%1")
+                                          : QStringLiteral("http://127.0.0.1:%1"))
+                    .arg(server_->serverPort()));
 }
 
 quint16 TestHttpServer::port() const {

@@ -94,10 +94,14 @@ Reply chatCompletion(const QString& content, std::optional<double> cost = std::n
 class TestHttpServer : public QObject {
     Q_OBJECT
 public:
-    explicit TestHttpServer(QObject* parent = nullptr);
+    // Https: over TLS, as https://localhost:PORT, with a certificate made for the run (by the
+    // openssl tool) that this process's default TLS configuration then trusts.
+    enum class Scheme { Http, Https };
+    explicit TestHttpServer(QObject* parent = nullptr) : TestHttpServer(Scheme::Http, parent) {}
+    explicit TestHttpServer(Scheme scheme, QObject* parent = nullptr);
     ~TestHttpServer() override;
 
-    // http://127.0.0.1:PORT, without a trailing slash.
+    // http://127.0.0.1:PORT (https://localhost:PORT), without a trailing slash.
     QUrl url() const;
     quint16 port() const;
 
@@ -138,6 +142,7 @@ private:
     Reply replyFor(const RecordedRequest& request);
 
     QTcpServer* server_;
+    Scheme scheme_;
     QHash<QTcpSocket*, Connection*> connections_;
     QHash<QString, Reply> standing_;
     QHash<QString, QList<Reply>> queued_;

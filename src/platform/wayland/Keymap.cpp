@@ -164,6 +164,25 @@ std::optional<uint32_t> Keymap::evdevKey(uint16_t programKey) const {
     return std::nullopt;
 }
 
+bool Keymap::hasKeysym(uint32_t keysym) const {
+    const xkb_keycode_t min = xkb_keymap_min_keycode(keymap_);
+    const xkb_keycode_t max = xkb_keymap_max_keycode(keymap_);
+    for (xkb_keycode_t code = min; code <= max; ++code) {
+        const xkb_layout_index_t layouts = xkb_keymap_num_layouts_for_key(keymap_, code);
+        for (xkb_layout_index_t layout = 0; layout < layouts; ++layout) {
+            const xkb_level_index_t levels = xkb_keymap_num_levels_for_key(keymap_, code, layout);
+            for (xkb_level_index_t level = 0; level < levels; ++level) {
+                const xkb_keysym_t* syms = nullptr;
+                const int count =
+                    xkb_keymap_key_get_syms_by_level(keymap_, code, layout, level, &syms);
+                if (std::find(syms, syms + std::max(count, 0), keysym) != syms + std::max(count, 0))
+                    return true;
+            }
+        }
+    }
+    return false;
+}
+
 uint32_t Keymap::modifierMask(uint64_t modifiers) const {
     uint32_t mask = 0;
     const auto add = [&](uint64_t flag, const char* name) {

@@ -33,6 +33,8 @@ public:
     // The evdev code of the key that gives this key of the program (keycode::) on the first
     // level of the first layout; nullopt when the keymap has none.
     std::optional<uint32_t> evdevKey(uint16_t programKey) const;
+    // Whether some key of some layout gives this symbol, at any level.
+    bool hasKeysym(uint32_t keysym) const;
     // The depressed-modifiers mask of modifier:: flags (Control, Shift, Option, Command).
     uint32_t modifierMask(uint64_t modifiers) const;
     // The keymap as text, NUL-terminated, as a compositor takes it.
@@ -55,5 +57,9 @@ struct TextKeymap {
     QList<uint32_t> keys;
 };
 QList<TextKeymap> keymapsForText(const QString& text, int maxKeys = 200);
+
+// The keymap of the user's keyboard, as the compositor hands it to any client of the seat;
+// nullopt without a compositor or a keyboard, or when it does not answer within timeoutMs.
+std::optional<Keymap> seatKeymap(int timeoutMs);
 
 } // namespace ombry::wayland

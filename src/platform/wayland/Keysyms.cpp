@@ -2,7 +2,11 @@
 
 #include "platform/Desktop.h"
 
+#include <algorithm>
+
+#include <QChar>
 #include <X11/keysym.h>
+#include <xkbcommon/xkbcommon.h>
 
 namespace ombry::wayland {
 
@@ -66,11 +70,84 @@ QList<uint32_t> keysymsOfText(const QString& text) {
             out << XK_Tab;
         } else if (c < 0x20 || (c >= 0x7f && c < 0xa0)) {
             continue;
-        } else if (c <= 0xff) {
-            out << c;
         } else {
-            out << (0x01000000u + c);
+            // The symbol a layout names the character by ("EuroSign", "oe"), which is the one
+            // a desktop finds on the user's keys; the Unicode form for the others.
+            const xkb_keysym_t named = xkb_utf32_to_keysym(c);
+            out << (named != XKB_KEY_NoSymbol ? named : 0x01000000u + c);
         }
+    }
+    return out;
+}
+
+namespace {
+
+// What French typography uses and many layouts lack, with what a keyboard has instead.
+QString plainerForm(uint c) {
+    switch (c) {
+    case 0x2018: // ‘ ’ ‚ ′
+    case 0x2019:
+    case 0x201A:
+    case 0x2032:
+        return QStringLiteral("'");
+    case 0x201C: // “ ” „ « » ″
+    case 0x201D:
+    case 0x201E:
+    case 0x00AB:
+    case 0x00BB:
+    case 0x2033:
+        return QStringLiteral("\"");
+    case 0x00A0: // no-break spaces, thin spaces
+    case 0x202F:
+    case 0x2009:
+    case 0x2007:
+        return QStringLiteral(" ");
+    case 0x2010: // hyphens and dashes
+    case 0x2011:
+    case 0x2012:
+    case 0x2013:
+    case 0x2014:
+    case 0x2212:
+        return QStringLiteral("-");
+    case 0x2026:
+        return QStringLiteral("...");
+    case 0x0153:
+        return QStringLiteral("oe");
+    case 0x0152:
+        return QStringLiteral("OE");
+    case 0x00E6:
+        return QStringLiteral("ae");
+    case 0x00C6:
+        return QStringLiteral("AE");
+    default:
+        break;
+    }
+    // An accented letter without its accent (É as E, as French is often typed on AZERTY).
+    const char32_t code = char32_t(c);
+    const QString decomposed = QString::fromUcs4(&code, 1).normalized(QString::NormalizationForm_D);
+    if (decomposed.size() > 1 && decomposed.at(0).unicode() < 0x80) return decomposed.left(1);
+    return {};
+}
+
+} // namespace
+
+std::optional<QList<uint32_t>> keysymsForLayout(const QString& text,
+                                                const std::function<bool(uint32_t)>& onLayout) {
+    QList<uint32_t> out;
+    const auto fits = [&](const QList<uint32_t>& syms) {
+        return std::all_of(syms.begin(), syms.end(), onLayout);
+    };
+    for (const uint c : text.toUcs4()) {
+        const char32_t code = char32_t(c);
+        const QString character = QString::fromUcs4(&code, 1);
+        const QList<uint32_t> direct = keysymsOfText(character);
+        if (fits(direct)) {
+            out += direct;
+            continue;
+        }
+        const QList<uint32_t> plainer = keysymsOfText(plainerForm(c));
+        if (plainer.isEmpty() || !fits(plainer)) return std::nullopt;
+        out += plainer;
     }
     return out;
 }

@@ -186,33 +186,41 @@ Shortcuts shortcutsOf(const QVariant& value) {
 namespace ombry::wayland {
 
 // Which portal interfaces the desktop offers: one Properties.Get of "version" for each, sent
-// together, answered or given up within one second. No bus, no portal or a portal that does
-// not answer in time give an empty offer.
+// together. No bus or no portal give an empty offer. A portal started on demand at the
+// session's start, on a busy machine, can take seconds to answer: when it has answered none of
+// the three within the first second, it gets four more before the offer counts as empty.
 PortalOffer probePortals() {
     using namespace portal;
     PortalOffer offer;
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return offer;
-    constexpr int deadlineMs = 900; // the three calls run together: one second at most
-    auto version = [&](const QString& interface) {
-        QDBusMessage get =
-            QDBusMessage::createMethodCall(kService, kPath, kProperties, QStringLiteral("Get"));
-        get << interface << QStringLiteral("version");
-        return bus.asyncCall(get, deadlineMs);
+    const auto ask = [&](int deadlineMs) {
+        auto version = [&](const QString& interface) {
+            QDBusMessage get =
+                QDBusMessage::createMethodCall(kService, kPath, kProperties, QStringLiteral("Get"));
+            get << interface << QStringLiteral("version");
+            return bus.asyncCall(get, deadlineMs);
+        };
+        QList<QDBusPendingCall> calls{version(kGlobalShortcuts), version(kRemoteDesktop),
+                                      version(kClipboard)};
+        bool answered = false;
+        QList<std::optional<uint>> values;
+        for (QDBusPendingCall& call : calls) {
+            call.waitForFinished();
+            const QDBusMessage reply = call.reply();
+            answered = answered ||
+                       reply.errorName() != QLatin1String("org.freedesktop.DBus.Error.NoReply");
+            if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+                values << std::nullopt;
+            else
+                values << reply.arguments().constFirst().value<QDBusVariant>().variant().toUInt();
+        }
+        offer.globalShortcuts = values[0].has_value();
+        offer.remoteDesktopVersion = int(values[1].value_or(0));
+        offer.clipboard = values[2].has_value();
+        return answered;
     };
-    QDBusPendingCall shortcuts = version(kGlobalShortcuts);
-    QDBusPendingCall remote = version(kRemoteDesktop);
-    QDBusPendingCall clipboard = version(kClipboard);
-    auto value = [](QDBusPendingCall& call) -> std::optional<uint> {
-        call.waitForFinished();
-        const QDBusMessage reply = call.reply();
-        if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-            return std::nullopt;
-        return reply.arguments().constFirst().value<QDBusVariant>().variant().toUInt();
-    };
-    offer.globalShortcuts = value(shortcuts).has_value();
-    offer.remoteDesktopVersion = int(value(remote).value_or(0));
-    offer.clipboard = value(clipboard).has_value();
+    if (!ask(900)) ask(4000);
     return offer;
 }
 

@@ -1,5 +1,6 @@
 // Keys sent through the XDG RemoteDesktop portal, keyboard only.
 #include "platform/Paths.h"
+#include "platform/wayland/Keymap.h"
 #include "platform/wayland/Keysyms.h"
 #include "platform/wayland/Portal.h"
 #include "platform/wayland/WaylandPlatform.h"
@@ -21,6 +22,7 @@ constexpr uint kKeyboard = 1; // device types: keyboard
 constexpr uint kPersistUntilRevoked = 2;
 constexpr qint64 kTokenMaxBytes = 4096;
 constexpr int kEventTimeoutMs = 2000;
+constexpr int kKeymapMs = 300; // the seat's keymap, asked before each text typed
 
 QString failureMessage(const Answer& a) {
     switch (a.status) {
@@ -65,7 +67,17 @@ public:
 
     bool typeText(const QString& text) override {
         if (!started_) return false;
-        for (const uint32_t keysym : keysymsOfText(text)) {
+        // The desktop looks each symbol up on the user's layout and drops, unsaid, those it
+        // finds no key for: the text goes in the keys the layout has (’ as ' where it lacks
+        // one), or not at all, and then the caller shows it to be copied.
+        QList<uint32_t> keysyms = keysymsOfText(text);
+        if (const std::optional<Keymap> layout = seatKeymap(kKeymapMs)) {
+            const std::optional<QList<uint32_t>> fitting =
+                keysymsForLayout(text, [&](uint32_t keysym) { return layout->hasKeysym(keysym); });
+            if (!fitting) return false;
+            keysyms = *fitting;
+        }
+        for (const uint32_t keysym : keysyms) {
             send(keysym, true);
             send(keysym, false);
         }

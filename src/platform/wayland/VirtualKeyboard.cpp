@@ -31,16 +31,6 @@ uint32_t timestamp() {
     return uint32_t(duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
-QByteArray readShared(int fd, uint32_t size) {
-    QByteArray out;
-    void* map = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
-    if (map != MAP_FAILED) {
-        out = QByteArray(static_cast<const char*>(map), qsizetype(size));
-        munmap(map, size);
-    }
-    return out;
-}
-
 // A file holding these bytes, for the compositor to map; -1 on failure.
 int sharedFile(const QByteArray& bytes) {
     const int fd = memfd_create("ombry-keymap", MFD_CLOEXEC);

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <poll.h>
+#include <sys/mman.h>
 #include <wayland-client.h>
 
 namespace ombry::wayland {
@@ -130,6 +131,16 @@ bool Connection::roundtrip(int timeoutMs) {
     // A late answer finds no listener data: the callback object is gone.
     wl_callback_destroy(callback);
     return done;
+}
+
+QByteArray readShared(int fd, uint32_t size) {
+    QByteArray out;
+    void* map = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+    if (map != MAP_FAILED) {
+        out = QByteArray(static_cast<const char*>(map), qsizetype(size));
+        munmap(map, size);
+    }
+    return out;
 }
 
 } // namespace ombry::wayland

@@ -57,6 +57,9 @@ private:
     QList<Global> globals_;
 };
 
+// The bytes of a file the compositor shares (a keymap): mapped, copied, unmapped.
+QByteArray readShared(int fd, uint32_t size);
+
 // Milliseconds left until a deadline of the monotonic clock (never negative).
 class Deadline {
 public:

@@ -43,6 +43,19 @@ QString number(qint64 n) {
     return french.toString(n);
 }
 
+QList<qint64> chartLines(qint64 most) {
+    if (most <= 0) most = 100; // an empty chart keeps a scale of its own
+    const qint64 step = [most] {
+        for (qint64 magnitude = 1;; magnitude *= 10)
+            for (const qint64 k : {1, 2, 5})
+                if ((most + k * magnitude - 1) / (k * magnitude) <= 5) return k * magnitude;
+    }();
+    QList<qint64> lines;
+    for (qint64 value = 0; value < most + step; value += step)
+        lines.append(value);
+    return lines;
+}
+
 QString counted(qint64 n, const QString& singular, const QString& plural) {
     return number(n) + QLatin1Char(' ') + (n == 1 ? singular : plural);
 }

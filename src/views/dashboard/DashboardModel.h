@@ -72,6 +72,11 @@ QString number(qint64 n);
 // "{n} {singular}" for 1, "{n} {plural}" otherwise; n with the thousands separator.
 QString counted(qint64 n, const QString& singular, const QString& plural);
 
+// The values of the chart's lines for a tallest bar of `most` words, from 0 up: a round step
+// (1, 2 or 5 times a power of ten) at most five times, the last line at or above the bar.
+// Each line is labelled with its exact value, so a bar ends on the line of its value.
+QList<qint64> chartLines(qint64 most);
+
 // Everything the page shows. usesCredits and balance are those of the hosted service.
 DashboardSnapshot compute(const Store& store, int typingWPM, bool usesCredits,
                           std::optional<int> balance, const QDate& today);

@@ -150,16 +150,15 @@ QRectF WordsChart::plotRect() const {
     return QRectF(left, 10, width() - left - 4, height() - 10 - fm.height() - 10);
 }
 
-int WordsChart::scaleTop() const {
+QList<qint64> WordsChart::scaleLines() const {
     int most = 0;
     for (const DayWords& d : days_)
         most = std::max(most, d.words);
-    if (most <= 0) return 100;
-    // A round top for the scale: 1, 2 or 5 times a power of ten, just above the tallest bar.
-    const double magnitude = std::pow(10.0, std::floor(std::log10(double(most))));
-    for (double step : {1.0, 2.0, 5.0, 10.0})
-        if (step * magnitude >= most) return int(step * magnitude);
-    return int(10 * magnitude);
+    return Dashboard::chartLines(most);
+}
+
+int WordsChart::scaleTop() const {
+    return int(scaleLines().last());
 }
 
 QRectF WordsChart::barRect(int i) const {
@@ -177,20 +176,20 @@ void WordsChart::paintEvent(QPaintEvent*) {
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
     const QRectF plot = plotRect();
-    const int top = scaleTop();
+    const QList<qint64> lines = scaleLines();
     const QFont small = scaledFont(font(), 0.88);
     p.setFont(small);
     const QFontMetrics fm(small);
 
-    // Four lines of the scale, labelled on the left.
-    for (int k = 0; k <= 4; ++k) {
-        const qreal y = plot.bottom() - plot.height() * k / 4;
-        p.setPen(QPen(k == 0 ? c.border.darker(120) : c.border, 1,
-                      k == 0 ? Qt::SolidLine : Qt::DashLine));
+    // The lines of the scale, labelled on the left with their values.
+    for (const qint64 value : lines) {
+        const qreal y = plot.bottom() - plot.height() * value / lines.last();
+        p.setPen(QPen(value == 0 ? c.border.darker(120) : c.border, 1,
+                      value == 0 ? Qt::SolidLine : Qt::DashLine));
         p.drawLine(QPointF(plot.left(), y), QPointF(plot.right(), y));
         p.setPen(c.secondary);
         p.drawText(QRectF(0, y - fm.height() / 2.0, plot.left() - 8, fm.height()),
-                   Qt::AlignRight | Qt::AlignVCenter, Dashboard::number(qint64(top) * k / 4));
+                   Qt::AlignRight | Qt::AlignVCenter, Dashboard::number(value));
     }
 
     const QDate now = today();

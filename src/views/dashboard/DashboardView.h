@@ -32,6 +32,7 @@ protected:
 
 private:
     QRectF plotRect() const;
+    QList<qint64> scaleLines() const;
     int scaleTop() const;
     QList<DayWords> days_;
 };

@@ -136,7 +136,7 @@ QWidget* SettingsPage::dictation() {
               QStringLiteral("Affiche ce que tu dis au fur et à mesure"));
     addSwitch(c, "adaptToneSwitch", settings_, &AppSettings::adaptTone, &AppSettings::setAdaptTone,
               QStringLiteral("Ton adapté à l'appli"),
-              QStringLiteral("Familier sur Discord, soigné dans ton courriel"));
+              QStringLiteral("Familier sur Discord, soigné dans Mail"));
     addSwitch(c, "voiceCommandsSwitch", settings_, &AppSettings::voiceCommands,
               &AppSettings::setVoiceCommands, QStringLiteral("Mode commande"),
               QStringLiteral("Sélectionne un texte, puis dicte ce qu'il faut en faire"));

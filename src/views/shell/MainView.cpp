@@ -1,5 +1,6 @@
 #include "views/shell/MainView.h"
 
+#include "data/KeyStore.h"
 #include "data/Settings.h"
 #include "dictation/DictationController.h"
 #include "meetings/MeetingRecorder.h"
@@ -71,11 +72,13 @@ MainView::MainView(Navigation& nav, AppSettings& settings, DictationController& 
     connect(&settings_, &AppSettings::keyChanged, this, &MainView::refreshStatus);
     connect(&settings_, &AppSettings::themeChanged, this, [this] {
         applyLook();
-        showPage(); // drawn symbols take the colours of the new appearance
+        remakePage(); // drawn symbols take the colours of the new appearance
     });
     for (auto signal : {&Credits::balanceChanged, &Credits::exhaustedChanged})
         connect(&Credits::shared(), signal, this, &MainView::refreshBanners);
+    // Credits pay only while no own key is in use.
     connect(&settings_, &AppSettings::ownKeyModeChanged, this, &MainView::refreshBanners);
+    connect(&KeyStore::shared(), &KeyStore::keysChanged, this, &MainView::refreshBanners);
 
     showPage();
     refreshStatus();
@@ -133,18 +136,18 @@ QWidget* MainView::sidebar() {
     v->addSpacing(12);
 
     for (Page p : allPages()) {
-        auto* row = new QPushButton(label(p));
+        auto* const row = new QPushButton(label(p));
         row->setObjectName(QStringLiteral("sidebarRow"));
         row->setProperty("page", rawValue(p));
         row->setIcon(Symbols::icon(iconName(p), colors.accent, 18));
         row->setIconSize(QSize(18, 18));
         row->setCheckable(true);
         row->setCursor(Qt::PointingHandCursor);
-        connect(row, &QPushButton::clicked, this, [this, p] {
+        connect(row, &QPushButton::clicked, this, [this, p, row] {
             if (nav_.page() != p)
                 nav_.setPage(p);
             else
-                showPage(); // keeps the row checked
+                row->setChecked(true); // a click on a checked row unchecks it
         });
         rows_ << row;
         v->addWidget(row);
@@ -279,8 +282,15 @@ void MainView::showReleaseNotes() {
 }
 
 void MainView::showPage() {
+    // The page on show keeps what the user typed or chose in it while the choice stays.
+    if (page_ && shownPage_ == nav_.page()) return;
+    remakePage();
+}
+
+void MainView::remakePage() {
     for (int i = 0; i < rows_.size(); ++i)
         rows_[i]->setChecked(i == int(nav_.page()));
+    shownPage_ = nav_.page();
     if (page_) {
         pageSlot_->removeWidget(page_);
         page_->deleteLater();
@@ -316,15 +326,18 @@ void MainView::refreshBanners() {
         creditsBuy_->setText(b->button);
     }
     const Updater& updater = Updater::shared();
-    const std::optional<ShellModel::UpdateBanner> u = ShellModel::updateBanner(
-        updater.available(), updater.installing(), updater.error(), updater.dismissed());
+    const std::optional<ShellModel::UpdateBanner> u =
+        ShellModel::updateBanner(updater.available(), updater.installing(), updater.error(),
+                                 updater.dismissed(), updater.manualUpdate());
     updateBanner_->setVisible(bool(u));
     if (u) {
         updateTitle_->setText(u->title);
-        updateError_->setText(u->error.value_or(QString()));
-        updateError_->setVisible(bool(u->error));
+        const std::optional<QString> line = u->manual ? u->manual : u->error;
+        updateError_->setText(line.value_or(QString()));
+        updateError_->setVisible(bool(line));
         updateInstall_->setText(u->install);
         updateInstall_->setEnabled(u->installEnabled);
+        updateInstall_->setVisible(!u->manual);
     }
     // Pictures of the pages show the window as it stands, not the state of this process.
     const bool keyboardMissing =

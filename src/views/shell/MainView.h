@@ -47,6 +47,7 @@ private:
     QFrame* makeUpdateBanner();
     void showReleaseNotes();
     void showPage();
+    void remakePage();
     void refreshStatus();
     void refreshBanners();
     void applyLook();
@@ -57,6 +58,7 @@ private:
     QList<QPushButton*> rows_;
     QVBoxLayout* pageSlot_ = nullptr;
     QWidget* page_ = nullptr;
+    Page shownPage_ = Page::Dashboard;
     QLabel* greetingKey_ = nullptr;
     QLabel* statusTitle_ = nullptr;
     QLabel* statusKey_ = nullptr;

@@ -7,6 +7,8 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QMenuBar>
+#include <QMoveEvent>
+#include <QResizeEvent>
 #include <QScreen>
 #include <QTimer>
 
@@ -31,6 +33,11 @@ MainWindow::MainWindow(Navigation& nav, AppSettings& settings, DictationControll
     buildMenus();
 }
 
+MainWindow::~MainWindow() {
+    // A move or resize not yet saved: the program quits with the window open.
+    if (frameSave_.pending()) saveFrame();
+}
+
 MainView* MainWindow::view() const {
     return qobject_cast<MainView*>(centralWidget());
 }
@@ -49,7 +56,7 @@ void MainWindow::buildMenus() {
         [this] { Q_EMIT settingsRequested(); });
     app->addSeparator();
     add(app, QStringLiteral("Masquer Ombry Voice"), QKeySequence(Qt::CTRL | Qt::Key_H),
-        [this] { close(); });
+        [this] { hideWindow(); });
     app->addSeparator();
     add(app, QStringLiteral("Quitter Ombry Voice"), QKeySequence(Qt::CTRL | Qt::Key_Q),
         [this] { Q_EMIT quitRequested(); });
@@ -88,7 +95,29 @@ void MainWindow::showWindow() {
     activateWindow();
 }
 
+void MainWindow::hideWindow() {
+    saveFrame();
+    hide();
+    Q_EMIT closed();
+}
+
+void MainWindow::moveEvent(QMoveEvent* event) {
+    QMainWindow::moveEvent(event);
+    frameChanged();
+}
+
+void MainWindow::resizeEvent(QResizeEvent* event) {
+    QMainWindow::resizeEvent(event);
+    frameChanged();
+}
+
+void MainWindow::frameChanged() {
+    // The frame is kept while the user moves or sizes the window, once the moves pause.
+    if (isVisible()) frameSave_.schedule(kFrameSaveDelayMs, [this] { saveFrame(); });
+}
+
 void MainWindow::saveFrame() {
+    frameSave_.cancel();
     settings_.defaults().setValue(QLatin1String(kFrameKey),
                                   QString::fromLatin1(saveGeometry().toBase64()));
 }

@@ -125,11 +125,15 @@ QWidget* OnboardingView::permissionsStep() {
     micState_->setAlignment(Qt::AlignRight);
     micRetry_ = new QPushButton(QStringLiteral("Autoriser"));
     micRetry_->setObjectName(QStringLiteral("micRetry"));
-    connect(micRetry_, &QPushButton::clicked, this, &OnboardingView::readRights);
+    connect(micRetry_, &QPushButton::clicked, this, [this] {
+        micAsked_ = true;
+        readRights();
+    });
     mh->addWidget(micState_);
     mh->addWidget(micRetry_);
     v->addWidget(rightRow(QStringLiteral("mic"), QStringLiteral("Micro"),
-                          QStringLiteral("Pour t'entendre quand tu dictes"), micRight));
+                          QStringLiteral("Pour t'entendre quand tu dictes"), micRight,
+                          &micDetail_));
     meter_ = new QProgressBar;
     meter_->setObjectName(QStringLiteral("micLevel"));
     meter_->setRange(0, 100);
@@ -245,10 +249,15 @@ QWidget* OnboardingView::creditsStep() {
 }
 
 void OnboardingView::readRights() {
-    const bool mic = Platform::current().audio().microphoneAvailable();
+    AudioSystem& audio = Platform::current().audio();
+    const bool mic = audio.microphoneAvailable();
     micState_->setText(mic ? QStringLiteral("Autorisé") : QString());
     micState_->setVisible(mic);
     micRetry_->setVisible(!mic);
+    // Once the user asked, a microphone still missing says what to check.
+    const std::optional<QString> advice =
+        micAsked_ ? ShellModel::microphoneAdvice(audio.serverAvailable(), mic) : std::nullopt;
+    micDetail_->setText(advice.value_or(QStringLiteral("Pour t'entendre quand tu dictes")));
     KeyboardHook& keyboard = Platform::current().keyboard();
     const bool keys = controller_.trusted() || keyboard.running();
     keysState_->setObjectName(keys ? QStringLiteral("ok") : QStringLiteral("bad"));

@@ -49,6 +49,8 @@ private:
     QPushButton* next_ = nullptr;
     QLabel* micState_ = nullptr;
     QPushButton* micRetry_ = nullptr;
+    QLabel* micDetail_ = nullptr;
+    bool micAsked_ = false; // "Autoriser" was clicked
     QLabel* keysState_ = nullptr;
     QLabel* keysDetail_ = nullptr;
     QProgressBar* meter_ = nullptr;

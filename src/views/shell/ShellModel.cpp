@@ -52,14 +52,25 @@ QString holdKey(const QString& keyLabel) {
     return QStringLiteral("Maintiens %1").arg(keyLabel);
 }
 
+std::optional<QString> microphoneAdvice(bool soundServer, bool microphone) {
+    if (microphone) return std::nullopt;
+    if (!soundServer)
+        return QStringLiteral("Le serveur de son ne répond pas : vérifie que PulseAudio ou "
+                              "PipeWire tourne, puis réessaie.");
+    return QStringLiteral("Aucun micro n'est pris comme entrée : branche-le, puis choisis-le "
+                          "dans les Paramètres du système, rubrique Son.");
+}
+
 std::optional<UpdateBanner> updateBanner(const std::optional<Release>& available, bool installing,
-                                         const std::optional<QString>& error, bool dismissed) {
+                                         const std::optional<QString>& error, bool dismissed,
+                                         const std::optional<QString>& manual) {
     if (!available || dismissed) return std::nullopt;
     UpdateBanner b;
     b.title = QStringLiteral("Ombry Voice %1 est disponible").arg(available->version);
     b.install = installing ? QStringLiteral("Installation…") : QStringLiteral("Mettre à jour");
     b.installEnabled = !installing;
     b.error = error;
+    b.manual = manual;
     b.notes = available->notes;
     b.page = available->page;
     return b;

@@ -21,6 +21,10 @@ QString fullUserName();
 QString greeting(const QString& fullName); // "Salut {firstName}"
 QString holdKey(const QString& keyLabel);  // "Maintiens {keyLabel}"
 
+// What to check when the first step cannot hear a microphone: the sound server, else the
+// input chosen in the system's sound settings. Nothing when a microphone is there.
+std::optional<QString> microphoneAdvice(bool soundServer, bool microphone);
+
 // The low-credits banner, when it shows.
 struct CreditsBanner {
     QString title;
@@ -40,12 +44,16 @@ struct UpdateBanner {
     QString install;              // the install button: "Mettre à jour", "Installation…"
     bool installEnabled = true;   // not while an installation runs
     std::optional<QString> error; // the last failed installation's message
+    // How to update this copy, which cannot install by itself: shown without install button.
+    std::optional<QString> manual;
     QStringList notes;
     QString page; // the release's page, empty when it has none
 };
-// Shows while a release is offered and the user has not closed the offer.
+// Shows while a release is offered and the user has not closed the offer. manual: the words of
+// Updater::manualUpdate().
 std::optional<UpdateBanner> updateBanner(const std::optional<Release>& available, bool installing,
-                                         const std::optional<QString>& error, bool dismissed);
+                                         const std::optional<QString>& error, bool dismissed,
+                                         const std::optional<QString>& manual = std::nullopt);
 
 // The three steps of the first launch.
 class Onboarding {

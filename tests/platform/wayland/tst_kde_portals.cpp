@@ -63,7 +63,7 @@ private slots:
     }
 
     void typedTextReachesQtField() {
-        QVERIFY(kde_.openTarget());
+        QVERIFY(kde_.field.open());
         QTemporaryDir dir;
         std::unique_ptr<KeyPoster> poster =
             wayland::makeRemoteDesktopPoster(dir.filePath(QStringLiteral("token")));
@@ -74,15 +74,15 @@ private slots:
 
         const qint64 sent = QDateTime::currentMSecsSinceEpoch();
         QVERIFY(poster->typeText(QStringLiteral("déjà vu")));
-        const std::optional<qint64> whole = kde_.waitForText(QStringLiteral("déjà vu"));
-        QVERIFY2(whole, qPrintable(kde_.targetText()));
+        const std::optional<qint64> whole = kde_.field.waitForText(QStringLiteral("déjà vu"));
+        QVERIFY2(whole, qPrintable(kde_.field.text()));
         qInfo("typeText -> first character: %lld ms, whole text: %lld ms",
-              *kde_.firstChange() - sent, *whole - sent);
+              *kde_.field.firstChange() - sent, *whole - sent);
 
         const qint64 posted = QDateTime::currentMSecsSinceEpoch();
         QVERIFY(poster->post(keycode::R, 0));
-        const std::optional<qint64> key = kde_.waitForText(QStringLiteral("déjà vur"));
-        QVERIFY2(key, qPrintable(kde_.targetText()));
+        const std::optional<qint64> key = kde_.field.waitForText(QStringLiteral("déjà vur"));
+        QVERIFY2(key, qPrintable(kde_.field.text()));
         qInfo("post -> key in the field: %lld ms", *key - posted);
     }
 };

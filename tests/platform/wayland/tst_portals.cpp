@@ -146,7 +146,7 @@ private slots:
 
         QList<int> expected{XK_Shift_L, 1, XK_Shift_L, 0}; // mutter loses a session's first key
         for (const int k :
-             {0xe9, 0x20, 0xe0, 0x20, 0xe7, 0x20, 0x01000153, 0x20, 0x0101f600, 0x20, XK_Return})
+             {0xe9, 0x20, 0xe0, 0x20, 0xe7, 0x20, XK_oe, 0x20, 0x0101f600, 0x20, XK_Return})
             expected << k << 1 << k << 0;
         expected << XK_Control_L << 1 << XK_Shift_L << 1 << XK_v << 1 << XK_v << 0 << XK_Shift_L
                  << 0 << XK_Control_L << 0;

@@ -3,6 +3,7 @@
 
 #include "platform/Desktop.h"
 #include "platform/wayland/Keymap.h"
+#include "platform/wayland/Keysyms.h"
 #include "platform/wayland/Pipes.h"
 
 #include <linux/input-event-codes.h>
@@ -103,6 +104,26 @@ private Q_SLOTS:
         // Control characters other than line ends and tabs are left out.
         QCOMPARE(typed(keymapsForText(QStringLiteral("a\tb\x01"))), QStringLiteral("a\tb"));
         QVERIFY(keymapsForText(QString()).isEmpty());
+    }
+
+    // Typed through the desktop by symbol, a character the user's layout lacks would vanish:
+    // it goes in its plainer form, or the text is not typed at all.
+    void textsFitTheUsersLayout() {
+        const auto typedOn = [](const char* layout, const QString& text) -> QString {
+            const std::optional<Keymap> map = Keymap::fromText(layoutText(layout, ""));
+            const auto syms = keysymsForLayout(text, [&](uint32_t s) { return map->hasKeysym(s); });
+            if (!syms) return QStringLiteral("(rien)");
+            QString out;
+            for (const uint32_t s : *syms)
+                out += QChar(char16_t(xkb_keysym_to_utf32(s)));
+            return out;
+        };
+        const QString french = QStringLiteral("L’été à 20 €, « œuvre »\u00a0: À bientôt…");
+        QCOMPARE(typedOn("fr", french), QStringLiteral("L’été à 20 €, « oeuvre » : A bientot..."));
+        QCOMPARE(typedOn("us", QStringLiteral("L’été, ça ira")), QStringLiteral("L'ete, ca ira"));
+        QCOMPARE(typedOn("fr", QStringLiteral("le mot 中文")), QStringLiteral("(rien)"));
+        // € is named EuroSign on the layouts, not by its code point.
+        QCOMPARE(keysymsOfText(QStringLiteral("€")), QList<uint32_t>{0x20ac});
     }
 
     // Reading the formats of a selection: a writer that never closes costs the deadline once.

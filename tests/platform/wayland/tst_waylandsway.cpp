@@ -74,15 +74,17 @@ private Q_SLOTS:
     void initTestCase() {
         if (!test::SwaySession::installed()) QSKIP("sway, wtype ou wl-clipboard absent");
         QVERIFY2(sway_.start(), qPrintable(sway_.error()));
-        // The desktop file that names the target for people.
+        // The desktop file that names the target for people (GIO lists only an entry whose
+        // program is there).
         qputenv("XDG_DATA_HOME", data_.path().toLocal8Bit());
         const QString applications = data_.path() + "/applications";
         QDir().mkpath(applications);
         QFile desktop(applications + "/ombry_wayland_target.desktop");
         QVERIFY(desktop.open(QIODevice::WriteOnly));
-        desktop.write("[Desktop Entry]\nType=Application\nName=Cible de test\nExec=cible\n");
+        desktop.write("[Desktop Entry]\nType=Application\nName=Cible de test\nExec=" +
+                      QFile::encodeName(test::FieldProcess::program()) + "\n");
         desktop.close();
-        QVERIFY(sway_.openTarget());
+        QVERIFY(sway_.field.open());
         keys_ = makeVirtualKeyboard();
         clipboard_ = makeDataControlClipboard();
     }
@@ -101,7 +103,7 @@ private Q_SLOTS:
         QVERIFY(front);
         QCOMPARE(front->appId, QStringLiteral("ombry_wayland_target"));
         QCOMPARE(front->name, QStringLiteral("Cible de test"));
-        QCOMPARE(front->pid, int64_t(sway_.targetPid()));
+        QCOMPARE(front->pid, int64_t(sway_.field.pid()));
         QVERIFY(front->id != 0);
     }
 
@@ -117,7 +119,7 @@ private Q_SLOTS:
         clock.start();
         QVERIFY(keys_->post(keycode::V, modifier::Control));
         const qint64 posted = clock.nsecsElapsed();
-        QVERIFY(DesktopSession::waitUntil([&] { return sway_.targetText() == "Bonjour é"; }));
+        QVERIFY(DesktopSession::waitUntil([&] { return sway_.field.text() == "Bonjour é"; }));
         qInfo("post(Ctrl+V) : %.1f ms, texte dans le champ après %.1f ms", posted / 1e6,
               clock.nsecsElapsed() / 1e6);
         QVERIFY(DesktopSession::waitUntil([&] { return !fetched.isEmpty(); }));
@@ -125,12 +127,12 @@ private Q_SLOTS:
 
         QVERIFY(keys_->typeText(QStringLiteral(", ça « va » ?")));
         QVERIFY(DesktopSession::waitUntil(
-            [&] { return sway_.targetText() == "Bonjour é, ça « va » ?"; }));
+            [&] { return sway_.field.text() == "Bonjour é, ça « va » ?"; }));
         clock.restart();
         QVERIFY(keys_->post(keycode::V, modifier::Control));
         qInfo("post(Ctrl+V) suivant : %.1f ms", clock.nsecsElapsed() / 1e6);
         QVERIFY(DesktopSession::waitUntil(
-            [&] { return sway_.targetText() == "Bonjour é, ça « va » ?Bonjour é"; }));
+            [&] { return sway_.field.text() == "Bonjour é, ça « va » ?Bonjour é"; }));
     }
 
     void setTextIsReadWithoutFocus() {

@@ -122,13 +122,21 @@ class TstX11Keyboard : public QObject {
     DesktopSession& desktop() { return *DesktopSession::current(); }
     int kc(const char* name) { return desktop().keycode(name); }
 
+protected:
+    std::unique_ptr<KeyboardHook> hook = x11::makeKeyboardHook();
+    Heard heard;
+    bool listen() { return hook->start(heard.handler()); }
+
 private Q_SLOTS:
     void initTestCase() { OMBRY_REQUIRE_DESKTOP(); }
+    void cleanup() {
+        hook->stop();
+        hook = x11::makeKeyboardHook();
+        heard = Heard{};
+    }
 
     void realKeyboardModifiersCarryTheirDeviceBits() {
-        auto hook = x11::makeKeyboardHook();
-        Heard heard;
-        QVERIFY2(hook->start(heard.handler()), qPrintable(hook->reason()));
+        QVERIFY2(listen(), qPrintable(hook->reason()));
         QVERIFY(hook->running());
 
         const struct {
@@ -170,9 +178,7 @@ private Q_SLOTS:
     }
 
     void copyRunsAndHeldKeys() {
-        auto hook = x11::makeKeyboardHook();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         QVERIFY(desktop().keyboardPress(kc("Control_L")));
         QVERIFY(desktop().keyboardChord({kc("c")}));
         QVERIFY(desktop().keyboardChord({kc("c")}));
@@ -202,10 +208,8 @@ private Q_SLOTS:
     }
 
     void postedKeysAreTold() {
-        auto hook = x11::makeKeyboardHook();
         auto poster = x11::makeKeyPoster();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
 
         // xdotool posts through XTEST: a program's key.
         QVERIFY(desktop().xdotool({QStringLiteral("key"), QStringLiteral("x")}));
@@ -240,14 +244,11 @@ private Q_SLOTS:
         QVERIFY(e);
         QCOMPARE(e->sourcePid, 0);
         QVERIFY(!e->postedBySelf);
-        hook->stop();
     }
 
     void swallowedKeysStayAwayFromTheApplication() {
         QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
-        auto hook = x11::makeKeyboardHook();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         hook->setSwallowed({{keycode::V, modifier::Control | modifier::Option}, {B, 0}});
 
         QVERIFY(desktop().keyboardType(QStringLiteral("a")));
@@ -276,7 +277,6 @@ private Q_SLOTS:
         const auto typed = desktop().closeTarget();
         QVERIFY(typed);
         QCOMPARE(*typed, QStringLiteral("acb"));
-        hook->stop();
     }
 
     void aPasteWhileTheShortcutIsHeld() {
@@ -284,11 +284,9 @@ private Q_SLOTS:
         // must reach the field as Ctrl+V, and the hook must neither take it for another
         // Ctrl+Alt+V nor see Alt go up.
         QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
-        auto hook = x11::makeKeyboardHook();
         auto poster = x11::makeKeyPoster();
         auto clipboard = x11::makeClipboard();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         const uint64_t shortcut = modifier::Control | modifier::Option;
         hook->setSwallowed({{keycode::V, shortcut}});
         QVERIFY(desktop().keyboardPress(kc("Control_L")));
@@ -320,16 +318,13 @@ private Q_SLOTS:
         const auto typed = desktop().closeTarget();
         QVERIFY(typed);
         QCOMPARE(*typed, text);
-        hook->stop();
     }
 
     void aSwallowedShortcutAgainAndAgain() {
         // While a grab of the hook holds the keyboard, the releases reach it only as core
         // events: a shortcut pressed again is no repeat, and modifiers let go before the key
         // are up for the hook too.
-        auto hook = x11::makeKeyboardHook();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         const uint64_t shortcut = modifier::Control | modifier::Option;
         hook->setSwallowed({{keycode::V, shortcut}});
         for (int i = 0; i < 2; ++i) {
@@ -355,13 +350,11 @@ private Q_SLOTS:
         QVERIFY(desktop().keyboardChord({kc("Control_L"), kc("c")}));
         QVERIFY(DesktopSession::waitUntil(
             [&] { return heard.count(keycode::C, Type::KeyDown) == 2; }, 2000));
-        hook->stop();
     }
 
     void theHandlerMayChangeTheHook() {
         // Swallowing again and stopping from inside the handler, as the hotkey monitor does on
         // a change of state: the events keep their order, and none comes after the stop.
-        auto hook = x11::makeKeyboardHook();
         QList<uint16_t> codes;
         int calls = 0;
         QVERIFY(hook->start([&](const KeyEvent& e) {
@@ -383,10 +376,8 @@ private Q_SLOTS:
         // Letters go by their symbol, keys without a letter by their place; the hook and the
         // poster both follow a layout changed while they run.
         QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
-        auto hook = x11::makeKeyboardHook();
         auto poster = x11::makeKeyPoster();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         QVERIFY(poster->post(Q, 0));
         QVERIFY(desktop().keyboardChord({24})); // the key right of Tab: Q in QWERTY
         auto e = heard.next(Q, Type::KeyDown);
@@ -394,8 +385,7 @@ private Q_SLOTS:
         e = heard.next(Q, Type::KeyDown);
         QVERIFY(e && !e->postedBySelf);
 
-        const auto layout = desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("fr")});
-        QVERIFY2(layout.exitCode == 0, layout.err.constData());
+        const auto restore = layout("fr");
         QTest::qWait(200);
         QVERIFY(desktop().keyboardChord({24})); // A in AZERTY
         e = heard.next(A, Type::KeyDown);
@@ -412,10 +402,8 @@ private Q_SLOTS:
         QVERIFY(heard.next(A, Type::KeyDown));
 
         const auto typed = desktop().closeTarget();
-        desktop().run(QStringLiteral("setxkbmap"), {QStringLiteral("us")});
         QVERIFY(typed);
         QCOMPARE(*typed, QStringLiteral("qqa&qa"));
-        hook->stop();
     }
 
     void escapeTakenWhateverIsHeld() {
@@ -424,9 +412,7 @@ private Q_SLOTS:
         const auto restore = layout("fr");
         Witness app;
         QVERIFY(app.ready());
-        auto hook = x11::makeKeyboardHook();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         hook->setSwallowed({KeyCombo::withAnyModifiers(keycode::Escape)});
         const int escape = kc("Escape");
         const struct {
@@ -452,7 +438,6 @@ private Q_SLOTS:
         QCOMPARE(app.presses(escape), 0);
         QCOMPARE(heard.count(keycode::Escape, Type::KeyDown), 5);
         QVERIFY(DesktopSession::waitUntil([&] { return hook->lastModifierFlags() == 0; }, 2000));
-        hook->stop();
     }
 
     void menuKeyTakenAsTheDictationKey() {
@@ -461,9 +446,7 @@ private Q_SLOTS:
         // or release, and a key typed meanwhile is heard (Escape cancels).
         Witness app;
         QVERIFY(app.ready());
-        auto hook = x11::makeKeyboardHook();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         hook->setSwallowed({KeyCombo::withAnyModifiers(keycode::Fn)});
         const int menu = kc("Menu");
         QVERIFY(desktop().keyboardPress(menu));
@@ -497,7 +480,6 @@ private Q_SLOTS:
         hook->setSwallowed({});
         QVERIFY(desktop().keyboardChord({menu}));
         QVERIFY(DesktopSession::waitUntil([&] { return app.presses(menu) == 1; }));
-        hook->stop();
     }
 
     void ctrlAltShortcutsWithAltGr() {
@@ -506,9 +488,7 @@ private Q_SLOTS:
         const auto restore = layout("fr");
         Witness app;
         QVERIFY(app.ready());
-        auto hook = x11::makeKeyboardHook();
-        Heard heard;
-        QVERIFY(hook->start(heard.handler()));
+        QVERIFY(listen());
         const uint64_t shortcut = modifier::Control | modifier::Option;
         hook->setSwallowed({{keycode::V, shortcut}, {keycode::R, shortcut}});
         const int v = kc("v"), r = kc("r");
@@ -524,11 +504,9 @@ private Q_SLOTS:
         QVERIFY(app.waitFor(kc("x")));
         QCOMPARE(app.presses(v), 0);
         QCOMPARE(app.presses(r), 0);
-        hook->stop();
     }
 
     void rightAltNamedAsTheLayoutHasIt() {
-        auto hook = x11::makeKeyboardHook();
         QCOMPARE(hook->rightAltIsAltGr(), std::nullopt); // not running: unknown
         QVERIFY(hook->start([](const KeyEvent&) {}));
         // The US layout of Xvfb maps Right Alt to Alt_R, the French one to ISO_Level3_Shift;
@@ -544,7 +522,6 @@ private Q_SLOTS:
     }
 
     void startFailsWithAReason() {
-        auto hook = x11::makeKeyboardHook();
         const QByteArray display = qgetenv("DISPLAY");
 
         qputenv("WAYLAND_DISPLAY", "wayland-0");
@@ -564,7 +541,6 @@ private Q_SLOTS:
         qputenv("DISPLAY", display);
         QVERIFY(hook->start([](const KeyEvent&) {}));
         QVERIFY(hook->reason().isEmpty());
-        hook->stop();
     }
 };
 

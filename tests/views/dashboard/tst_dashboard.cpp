@@ -100,6 +100,13 @@ private Q_SLOTS:
         QCOMPARE(Dashboard::savedText(59.6), QStringLiteral("1 h 00 min"));
         QCOMPARE(Dashboard::savedText(0), QStringLiteral("0 h 00 min"));
 
+        // The chart's lines: round steps, the top at or above the tallest bar.
+        QCOMPARE(Dashboard::chartLines(3), (QList<qint64>{0, 1, 2, 3}));
+        QCOMPARE(Dashboard::chartLines(7), (QList<qint64>{0, 2, 4, 6, 8}));
+        QCOMPARE(Dashboard::chartLines(50), (QList<qint64>{0, 10, 20, 30, 40, 50}));
+        QCOMPARE(Dashboard::chartLines(1234), (QList<qint64>{0, 500, 1000, 1500}));
+        QCOMPARE(Dashboard::chartLines(0), (QList<qint64>{0, 20, 40, 60, 80, 100}));
+
         QCOMPARE(Dashboard::fixesCount({withFixes(2), withFixes(0), withFixes(5)}), 8);
         QCOMPARE(Dashboard::fixesCount({}), 0);
 

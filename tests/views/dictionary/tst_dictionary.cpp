@@ -1,6 +1,7 @@
 // The dictionary: the rules of its edits on a store in a temporary folder, then the page used
 // as a user would (typing, Enter, clicking, double-clicking a word), checking what it shows,
 // what the store holds and what reaches the files.
+#include "../PageTesting.h"
 #include "FakePlatform.h"
 #include "data/Store.h"
 #include "platform/SerialQueue.h"
@@ -11,7 +12,6 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -28,16 +28,6 @@ QList<QWidget*> rowsNamed(QWidget& root, const QString& name) {
     for (QWidget* w : root.findChildren<QWidget*>(name))
         if (w->isVisibleTo(&root)) out << w;
     return out;
-}
-
-// Typing as a keyboard does, accented letters included (QTest::keyClicks takes only ASCII).
-void type(QWidget* field, const QString& text) {
-    for (QChar ch : text) {
-        QKeyEvent press(QEvent::KeyPress, 0, Qt::NoModifier, QString(ch));
-        QApplication::sendEvent(field, &press);
-        QKeyEvent release(QEvent::KeyRelease, 0, Qt::NoModifier, QString(ch));
-        QApplication::sendEvent(field, &release);
-    }
 }
 
 QWidget* chip(QWidget& root, const QString& word) {
@@ -209,7 +199,7 @@ private Q_SLOTS:
         auto* written = page.findChild<QLineEdit*>(QStringLiteral("correctionWritten"));
         auto* addCorrection = page.findChild<QPushButton*>(QStringLiteral("addCorrection"));
         for (int i = 0; i < 2; ++i) {
-            type(heard, QStringLiteral("post gré"));
+            test::typeText(heard, QStringLiteral("post gré"));
             QTest::keyClicks(written, QStringLiteral("PostgreSQL"));
             QTest::mouseClick(addCorrection, Qt::LeftButton);
         }

@@ -83,7 +83,7 @@ private Q_SLOTS:
         if (!test::SwaySession::installed()) QSKIP("sway, wtype ou wl-clipboard absent");
         if (QStandardPaths::findExecutable(QStringLiteral("grim")).isEmpty()) QSKIP("grim absent");
         QVERIFY2(sway_.start(), qPrintable(sway_.error()));
-        QVERIFY(sway_.openTarget());
+        QVERIFY(sway_.field.open());
         QVERIFY(fieldInFront());
     }
 
@@ -104,7 +104,7 @@ private Q_SLOTS:
         clipboard->setText(QStringLiteral("sous la bande"), true, [](const ClipboardFetch&) {});
         QVERIFY(keys->post(keycode::V, modifier::Control));
         QVERIFY(DesktopSession::waitUntil(
-            [&] { return sway_.targetText().endsWith(QStringLiteral("sous la bande")); }));
+            [&] { return sway_.field.text().endsWith(QStringLiteral("sous la bande")); }));
         QVERIFY(fieldInFront());
 
         surface->hide();

@@ -4,6 +4,7 @@
 #include "Await.h"
 #include "FakePlatform.h"
 #include "TestHttpServer.h"
+#include "data/KeyStore.h"
 #include "data/Settings.h"
 #include "data/UserDefaults.h"
 #include "desktop/LoginItem.h"
@@ -26,6 +27,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -117,6 +119,9 @@ private Q_SLOTS:
         QVERIFY(!running->installEnabled);
         QCOMPARE(updateBanner(r, false, QStringLiteral("panne"), false)->error,
                  std::optional<QString>(QStringLiteral("panne")));
+        // A copy that cannot update itself is told how, without install button.
+        QCOMPARE(updateBanner(r, false, std::nullopt, false, QStringLiteral("comment"))->manual,
+                 std::optional<QString>(QStringLiteral("comment")));
     }
 
     void onboardingClickedThrough() {
@@ -132,6 +137,18 @@ private Q_SLOTS:
         QVERIFY(showsText(onboarding, QStringLiteral("1 sur 3")));
         QVERIFY(!visibleButton(onboarding, QStringLiteral("Retour")));
         QVERIFY(showsText(onboarding, QStringLiteral("Autorisé")));
+        // No microphone: "Autoriser" says what to check, the sound server first.
+        platform_.audio().available = false;
+        platform_.clock().advance(1000);
+        QTRY_VERIFY(visibleButton(onboarding, QStringLiteral("Autoriser")));
+        QTest::mouseClick(visibleButton(onboarding, QStringLiteral("Autoriser")), Qt::LeftButton);
+        QVERIFY(showsText(onboarding, *ShellModel::microphoneAdvice(false, false)));
+        platform_.audio().available = true;
+        platform_.audio().defaultName = QStringLiteral("speakers.monitor");
+        QTest::mouseClick(visibleButton(onboarding, QStringLiteral("Autoriser")), Qt::LeftButton);
+        QVERIFY(showsText(onboarding, *ShellModel::microphoneAdvice(true, false)));
+        platform_.audio().defaultName = QStringLiteral("test-mic");
+        QTRY_VERIFY(showsText(onboarding, QStringLiteral("Autorisé")));
 
         // Step 1 listens to the microphone: what it hears moves the meter.
         auto* meter = onboarding->findChild<QProgressBar*>(QStringLiteral("micLevel"));
@@ -199,6 +216,13 @@ private Q_SLOTS:
         QVERIFY(view.sidebarRow(Page::History)->isChecked());
         QVERIFY(!view.sidebarRow(Page::Dashboard)->isChecked());
         QVERIFY(showsText(view.page(), QStringLiteral("Historique")));
+        // The page on show stays as it is (its search, its filters) when chosen again.
+        const QPointer<QWidget> history = view.page();
+        QTest::mouseClick(view.sidebarRow(Page::History), Qt::LeftButton);
+        nav.setPage(Page::History);
+        QCoreApplication::processEvents();
+        QCOMPARE(view.page(), history.data());
+        QVERIFY(view.sidebarRow(Page::History)->isChecked());
         // The page follows Navigation whoever sets it (the tray menu, the controller).
         nav.setPage(Page::Settings);
         QVERIFY(view.page()->objectName() == QLatin1String("settingsPage"));
@@ -235,6 +259,13 @@ private Q_SLOTS:
             QVERIFY(!view.creditsBanner()->isVisible()); // balance not known yet
             Credits::shared().update(3);
             QTRY_VERIFY(view.creditsBanner()->isVisible());
+            // An own key saved in the advanced mode: credits no longer pay, the banner goes.
+            settings.setOwnKeyMode(true);
+            QVERIFY(KeyStore::shared().save(QStringLiteral("sk-or-essai"), APIService::OpenRouter));
+            QVERIFY(!view.creditsBanner()->isVisible());
+            QVERIFY(KeyStore::shared().save(QString(), APIService::OpenRouter));
+            QVERIFY(view.creditsBanner()->isVisible());
+            settings.setOwnKeyMode(false);
             QVERIFY(showsText(view.creditsBanner(), QStringLiteral("Plus que 3 crédits Ombry")));
             QVERIFY(
                 showsText(view.creditsBanner(), QStringLiteral("Environ 15 minutes de dictée.")));
@@ -328,7 +359,12 @@ private Q_SLOTS:
         QTest::mouseClick(close, Qt::LeftButton);
         QVERIFY(updater.dismissed());
         QVERIFY(!view.updateBanner()->isVisible());
+        // This copy (a build tree) cannot update itself: the offer says how, with no button.
         updater.setInstalledFolder(QString());
+        updater.setDismissed(false);
+        QVERIFY(showsText(view.updateBanner(), *updater.manualUpdate()));
+        QVERIFY(!visibleButton(view.updateBanner(), QStringLiteral("Mettre à jour")));
+        updater.setDismissed(false);
         qunsetenv("OMBRY_SITE_URL");
     }
 
@@ -352,6 +388,21 @@ private Q_SLOTS:
         for (QAction* a : appMenu->actions())
             if (a->text() == QStringLiteral("Réglages…")) a->trigger();
         QCOMPARE(settingsAsked.size(), 1);
+        // The frame is kept once the moves and resizes pause (the window manager's come late),
+        // the window still open.
+        const auto keptWidth = [&] {
+            platform_.clock().advance(MainWindow::kFrameSaveDelayMs);
+            return MainWindow(nav, settings, controller).width();
+        };
+        QTRY_COMPARE(keptWidth(), 1234);
+        // "Masquer" hides the window with its pages as they are.
+        const QPointer<QWidget> page = window.view()->page();
+        for (QAction* a : appMenu->actions())
+            if (a->text() == QStringLiteral("Masquer Ombry Voice")) a->trigger();
+        QVERIFY(!window.isVisible());
+        QCoreApplication::processEvents();
+        QVERIFY(page && window.view() && window.view()->page() == page);
+        window.showWindow();
         QVERIFY(QTest::qWaitForWindowActive(&window));
         QTest::keyClick(&window, Qt::Key_W, Qt::ControlModifier);
         QTRY_VERIFY(!window.isVisible());
@@ -361,9 +412,14 @@ private Q_SLOTS:
         window.showWindow();
         QVERIFY(window.view());
         QVERIFY(window.view()->sidebarRow(Page::Dictionary)->isChecked());
-        // A window made later (next start) takes the kept size.
-        MainWindow later(nav, settings, controller);
-        QCOMPARE(later.size().width(), 1234);
+        // Resized just before the program quits: the frame is kept all the same.
+        {
+            MainWindow other(nav, settings, controller);
+            other.showWindow();
+            other.resize(1111, 777);
+            QTRY_COMPARE(other.width(), 1111);
+        }
+        QCOMPARE(MainWindow(nav, settings, controller).width(), 1111);
     }
 
     void loginItemAtFirstStartOnly() {
