@@ -109,15 +109,28 @@ QByteArray AudioRecorder::normalize(const QByteArray& pcm, int64_t peak) {
 }
 
 QByteArray AudioRecorder::wav(const QByteArray& pcm) {
-    // 32-bit sizes hold more than 37 hours of PCM; anything larger is a programming error.
-    if (uint64_t(pcm.size()) > uint64_t(std::numeric_limits<uint32_t>::max()) - 36)
-        qFatal("AudioRecorder::wav: %lld bytes do not fit a WAV header", qlonglong(pcm.size()));
-    const auto size = uint32_t(pcm.size());
-    QByteArray out(44, '\0');
+    return wavHeader(pcm.size()) + pcm;
+}
+
+QByteArray AudioRecorder::wavHeader(int64_t pcmBytes) {
+    // 32-bit sizes hold 37 hours of PCM. Beyond, the file is RF64: the sizes are set to
+    // 0xFFFFFFFF and given on 64 bits in a "ds64" chunk before "fmt ".
+    const bool large = uint64_t(pcmBytes) > uint64_t(std::numeric_limits<uint32_t>::max()) - 80;
+    const int ds64 = large ? 36 : 0;
+    QByteArray out(44 + ds64, '\0');
     char* h = out.data();
-    std::memcpy(h, "RIFF", 4);
-    putU32(h + 4, size + 36);
+    std::memcpy(h, large ? "RF64" : "RIFF", 4);
+    putU32(h + 4, large ? 0xFFFFFFFFu : uint32_t(pcmBytes + 36));
     std::memcpy(h + 8, "WAVE", 4);
+    if (large) {
+        std::memcpy(h + 12, "ds64", 4);
+        putU32(h + 16, 28);
+        qToLittleEndian<quint64>(quint64(pcmBytes + 72), h + 20); // the RIFF size
+        qToLittleEndian<quint64>(quint64(pcmBytes), h + 28);      // the data size
+        qToLittleEndian<quint64>(quint64(pcmBytes / 2), h + 36);  // samples
+        putU32(h + 44, 0);                                        // no table
+        h += ds64;
+    }
     std::memcpy(h + 12, "fmt ", 4);
     putU32(h + 16, 16);
     putU16(h + 20, 1); // integer PCM
@@ -127,8 +140,7 @@ QByteArray AudioRecorder::wav(const QByteArray& pcm) {
     putU16(h + 32, 2);  // block align
     putU16(h + 34, 16); // bits per sample
     std::memcpy(h + 36, "data", 4);
-    putU32(h + 40, size);
-    out.append(pcm);
+    putU32(h + 40, large ? 0xFFFFFFFFu : uint32_t(pcmBytes));
     return out;
 }
 

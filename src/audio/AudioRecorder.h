@@ -41,6 +41,9 @@ public:
     static QByteArray normalize(const QByteArray& pcm, int64_t peak);
     // A complete WAV file: the 44-byte header over the PCM bytes.
     static QByteArray wav(const QByteArray& pcm);
+    // The header of a WAV file over that many bytes of PCM: 44 bytes, or, for more than a
+    // 32-bit size holds (37 hours), the 80 bytes of an RF64 file.
+    static QByteArray wavHeader(int64_t pcmBytes);
     // The largest sample magnitude (-32768 gives 32768); 0 for an empty buffer.
     static int64_t peak(const QByteArray& pcm);
 

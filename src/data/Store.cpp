@@ -200,7 +200,9 @@ void Store::schedule(const QString& name, std::function<SaveFn> encode) {
     auto item =
         std::make_shared<WorkItem>([folder = folder_, name, job, state = fileStates_.value(name)] {
             const auto encode = job->take();
-            if (!encode || !state || state->blocked) return;
+            if (!encode || !state) return;
+            state->failed = true; // until the file is written
+            if (state->blocked) return;
             const QString path = folder + QLatin1Char('/') + name;
             const Paths::FileLock lock(folder + QLatin1Char('/') + kLockFile);
             // Unchanged since this process wrote it alone: nothing to read again.
@@ -218,6 +220,7 @@ void Store::schedule(const QString& name, std::function<SaveFn> encode) {
             }
             const SaveOutput out = encode(*state, disk, known, path);
             if (!Paths::writeFileAtomically(path, out.written)) return;
+            state->failed = false;
             state->base = out.ours;
             state->stamp = Paths::stamp(path);
             state->othersInFile = out.merged;
@@ -250,12 +253,16 @@ template <class T> void Store::save(const QList<T>& list, const QString& name) {
              });
 }
 
-void Store::flush() {
-    if (pending_.isEmpty()) return;
+bool Store::flush() {
     QList<std::shared_ptr<WorkItem>> items;
-    for (const Pending& p : std::as_const(pending_))
-        if (!p.item->isCancelled()) items.append(p.item);
+    QList<std::shared_ptr<FileState>> states;
+    for (auto it = pending_.cbegin(); it != pending_.cend(); ++it) {
+        if (it->item->isCancelled()) continue;
+        items.append(it->item);
+        states.append(fileStates_.value(it.key()));
+    }
     pending_.clear();
+    if (items.isEmpty()) return true;
     ioQueue_->sync([&items] {
         for (const auto& item : items) {
             item->perform();
@@ -263,6 +270,8 @@ void Store::flush() {
             item->cancel();
         }
     });
+    return std::none_of(states.begin(), states.end(),
+                        [](const auto& state) { return state && state->failed; });
 }
 
 QStringList Store::pendingFiles() const {
@@ -447,6 +456,10 @@ std::optional<Dictation> Store::lastFailed() const {
     return std::nullopt;
 }
 
+QString Store::meetingAudioPath(const QUuid& id) const {
+    return audioFolder_ + QLatin1Char('/') + uuidText(id) + QStringLiteral(".wav");
+}
+
 // ---------------------------------------------------------------------------------------------
 // Clearing
 
@@ -460,15 +473,25 @@ void Store::pruneAudio() {
             files.append(*d.audioFile);
         }
     }
-    if (ids.isEmpty()) return;
+    // A meeting's audio goes at the same age; the meeting stays, its file is all it has.
+    for (const Meeting& m : std::as_const(meetings_))
+        if (m.date < cutoff) files.append(uuidText(m.id) + QStringLiteral(".wav"));
     ioQueue_->async([folder = audioFolder_, files] {
         for (const QString& f : files)
             QFile::remove(folder + QLatin1Char('/') + f);
     });
+    if (ids.isEmpty()) return;
     QList<Dictation> kept = dictations_;
     for (Dictation& d : kept)
         if (ids.contains(d.id)) d.audioFile.reset();
     setDictations(std::move(kept));
+}
+
+void Store::removeMeeting(const QUuid& id) {
+    QList<Meeting> meetings = meetings_;
+    meetings.removeIf([&](const Meeting& m) { return m.id == id; });
+    setMeetings(std::move(meetings));
+    ioQueue_->async([path = meetingAudioPath(id)] { QFile::remove(path); });
 }
 
 void Store::clearHistory() {

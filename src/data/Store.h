@@ -106,6 +106,8 @@ public:
     std::optional<QString> audioURL(const Dictation& d) const;
     // The newest dictation that failed (not one in progress) and still has its recording.
     std::optional<Dictation> lastFailed() const;
+    // Where a meeting's audio is kept: "{id}.wav" in the audio folder.
+    QString meetingAudioPath(const QUuid& id) const;
 
     int words(const QDate& day) const;
     int words(const QDateTime& on) const;  // the local day of that moment
@@ -116,10 +118,13 @@ public:
     QList<AppShare> appShares() const;
 
     void rebuildStats();
-    // Drops the recordings of dictations older than 30 days (the records stay).
+    // Removes the meeting and its audio.
+    void removeMeeting(const QUuid& id);
+    // Drops the recordings of dictations and meetings older than 30 days (the records stay).
     void pruneAudio();
     // Writes every pending save now, on the queue, and waits for it. Not from the queue.
-    void flush();
+    // Returns whether each of those files reached the disk.
+    bool flush();
     void clearHistory();
     void eraseEverything();
 
@@ -150,6 +155,7 @@ private:
         std::optional<Paths::FileStamp> stamp; // the file as this process last read or wrote it
         bool othersInFile = false; // that file held entries of other runs besides `base`
         bool blocked = false;      // there but unreadable: never written during this run
+        bool failed = false;       // the last save of the file did not reach the disk
     };
     struct SaveOutput {
         QByteArray ours;    // the encoding of this process's list

@@ -1,5 +1,6 @@
 #include "data/UserDefaults.h"
 
+#include "data/Problems.h"
 #include "platform/Paths.h"
 
 #include <QDir>
@@ -13,16 +14,29 @@ namespace ombry {
 
 namespace {
 
+// A settings file holds a few hundred bytes; one beyond this is not the program's.
+constexpr qint64 kMaxFileBytes = qint64(1) << 20;
+
 struct Loaded {
     QJsonObject values;
     bool damaged = false;
+    bool unreadable = false; // not a regular file, too large or refused: left as it is
 };
 
 Loaded load(const QString& path) {
-    QFile file(path);
-    if (!file.exists()) return {};
-    if (!file.open(QIODevice::ReadOnly)) return {{}, true};
-    const QByteArray bytes = file.readAll();
+    // Regular files of a bounded size only: a pipe or a device is never waited on or read
+    // without end.
+    const Paths::ReadResult read = Paths::readRegularFile(path, kMaxFileBytes);
+    if (read.status == Paths::ReadResult::Status::Missing) return {};
+    if (!read.ok()) {
+        DataProblems::report(QStringLiteral("%1 ne peut pas être lu (%2) : réglages par défaut, "
+                                            "le fichier est laissé tel quel")
+                                 .arg(path, read.error.isEmpty()
+                                                ? QStringLiteral("trop grand ou spécial")
+                                                : read.error));
+        return {{}, false, true};
+    }
+    const QByteArray& bytes = read.bytes;
     if (!bytes.isValidUtf8()) return {{}, true};
     QJsonParseError error;
     const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
@@ -43,7 +57,7 @@ UserDefaults& UserDefaults::standard() {
 
 std::optional<QJsonObject> UserDefaults::readFile(const QString& path) {
     Loaded l = load(path);
-    if (l.damaged) return std::nullopt;
+    if (l.damaged || l.unreadable) return std::nullopt;
     return l.values;
 }
 
@@ -52,6 +66,7 @@ void UserDefaults::reload() {
     std::lock_guard lock(mutex_);
     values_ = std::move(l.values);
     damaged_ = l.damaged;
+    unreadable_ = l.unreadable;
 }
 
 QJsonValue UserDefaults::value(const QString& key) const {
@@ -92,6 +107,7 @@ void UserDefaults::merge(const QJsonObject& entries) {
 }
 
 void UserDefaults::writeLocked() {
+    if (unreadable_) return; // never written over during this run
     QDir().mkpath(QFileInfo(file_).absolutePath());
     if (damaged_) {
         // The user's former file could not be read; keep its bytes before replacing it.

@@ -51,7 +51,8 @@ private:
     QString file_;
     mutable std::mutex mutex_;
     QJsonObject values_;
-    bool damaged_ = false; // the file on disk could not be read as an object
+    bool damaged_ = false;    // the file on disk could not be read as an object
+    bool unreadable_ = false; // a pipe, a device, too large or refused: never written over
 };
 
 } // namespace ombry

@@ -31,7 +31,7 @@ bool isEnabled() {
 QString entryText(const QString& executable) {
     // Exec takes a quoted path when it holds blanks or other reserved characters.
     QString exec = executable;
-    static const QString reserved = QStringLiteral(" \t\"'\\><~|&;$*?#()`");
+    static const QString reserved = QStringLiteral(" \t\n\r\"'\\><~|&;$*?#()`");
     bool quote = false;
     for (QChar c : exec)
         if (reserved.contains(c)) quote = true;
@@ -42,6 +42,13 @@ QString entryText(const QString& executable) {
             .replace(QLatin1String("$"), QLatin1String("\\$"));
         exec = QLatin1Char('"') + exec + QLatin1Char('"');
     }
+    // The value is a string of the entry, whose own escapes come on top of the quoting: a
+    // backslash of the quoting is two in the file (a literal one four), and a line end or a
+    // tab is written as an escape, so that the path never breaks the line.
+    exec.replace(QLatin1String("\\"), QLatin1String("\\\\"))
+        .replace(QLatin1String("\n"), QLatin1String("\\n"))
+        .replace(QLatin1String("\r"), QLatin1String("\\r"))
+        .replace(QLatin1String("\t"), QLatin1String("\\t"));
     exec.replace(QLatin1String("%"), QLatin1String("%%"));
     return QStringLiteral("[Desktop Entry]\n"
                           "Type=Application\n"

@@ -166,13 +166,25 @@ void settleWhenDue(const std::shared_ptr<PendingPaste>& p) {
                        [p] { settleWhenDue(p); });
 }
 
+// A snapshot of the clipboard or of PRIMARY from its owner; what the owner did not give in
+// time is left out, and the journal says which.
+QCoro::Task<ClipboardSnapshot> readSnapshot(bool primary) {
+    ClipboardRead read = co_await clipboard().readSnapshot(primary);
+    if (!read.late.isEmpty())
+        Log::write(QStringLiteral("presse-papiers: le propriétaire n'a pas donné à temps %1, "
+                                  "laissé de côté")
+                       .arg(read.late.join(QStringLiteral(", "))));
+    co_return std::move(read.formats);
+}
+
 // The PRIMARY selection before a paste takes it: while a former Shift+Insert paste waits for
 // its restore, the selection it saved.
-ClipboardSnapshot selectionSnapshot() {
+QCoro::Task<ClipboardSnapshot> selectionSnapshot() {
     if (const auto pending = lastPending().lock();
         pending && !pending->done && pending->previousSelection && selectionUnchanged(*pending))
-        return *pending->previousSelection;
-    return clipboard().selectionSnapshot();
+        co_return *pending->previousSelection;
+    const ClipboardSnapshot read = co_await readSnapshot(true);
+    co_return read;
 }
 
 } // namespace
@@ -194,12 +206,13 @@ CopyKeys copyKeysFor(const AppWindow& window) {
     return CopyKeys::ControlC;
 }
 
-ClipboardSnapshot snapshot() {
+QCoro::Task<ClipboardSnapshot> snapshot() {
     // While our pasted text waits for its restore, the user's clipboard is the one saved.
     if (const auto pending = lastPending().lock();
         pending && !pending->done && pending->restore && clipboardUnchanged(*pending))
-        return pending->previous;
-    return clipboard().snapshot();
+        co_return pending->previous;
+    const ClipboardSnapshot read = co_await readSnapshot(false);
+    co_return read;
 }
 
 bool command(uint16_t key) {
@@ -215,7 +228,10 @@ QCoro::Task<void> modifierWait() {
 QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnapshot> saved,
                         PasteSettled onSettled) {
     auto pending = std::make_shared<PendingPaste>();
-    pending->previous = saved ? std::move(*saved) : snapshot();
+    if (saved)
+        pending->previous = std::move(*saved);
+    else
+        pending->previous = co_await snapshot();
     pending->restore = restore;
     pending->onSettled = std::move(onSettled);
     co_await modifierWait();
@@ -234,7 +250,7 @@ QCoro::Task<void> paste(QString text, bool restore, std::optional<ClipboardSnaps
     }
     const PasteKeys keys = pending->target ? pasteKeysFor(*pending->target) : PasteKeys::ControlV;
     const bool primary = keys == PasteKeys::ShiftInsert;
-    if (restore && primary) pending->previousSelection = selectionSnapshot();
+    if (restore && primary) pending->previousSelection = co_await selectionSnapshot();
     const bool watch = restore || pending->onSettled;
     // The clipboard is taken only now, right before the keys, so that a read of it before
     // the paste cannot pass for the target's.

@@ -35,8 +35,9 @@ enum class CopyKeys {
 PasteKeys pasteKeysFor(const AppWindow& window);
 CopyKeys copyKeysFor(const AppWindow& window);
 
-// Deep copy of the clipboard.
-ClipboardSnapshot snapshot();
+// Deep copy of the clipboard, the main loop turning while its owner answers (about a second
+// at most; formats not given by then are left out, and the journal says so).
+QCoro::Task<ClipboardSnapshot> snapshot();
 
 // Called once a paste is settled, when the user's clipboard comes back (or, without restore,
 // when it would have): whether the application of the target window read the text by then.

@@ -318,10 +318,11 @@ void DictationController::arm() {
         refusal_ = QStringLiteral("Clé Deepgram absente");
         return;
     }
-    // No sound server is the missing permission; a server without a microphone is found by
-    // the recorder's start, and shown as an unavailable microphone.
+    // No sound server running: no microphone to record from (nothing the user can allow in
+    // the settings). A server without a microphone is found by the recorder's start, and
+    // shown the same way.
     if (!Platform::current().audio().serverAvailable()) {
-        refusal_ = QStringLiteral("Micro non autorisé");
+        refusal_ = QStringLiteral("Micro indisponible");
         return;
     }
     // The text goes back to the window in front at the key press, wherever the user is when

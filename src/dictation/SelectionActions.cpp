@@ -67,7 +67,7 @@ QCoro::Task<void> DictationController::correctSelection(bool alreadyCopied, bool
     Clipboard& clipboard = Platform::current().clipboard();
 
     // After a double Ctrl+C this already holds the selection, which the user asked to copy.
-    const ClipboardSnapshot saved = Paster::snapshot();
+    const ClipboardSnapshot saved = co_await Paster::snapshot();
     std::optional<QString> original;
     if (alreadyCopied) {
         co_await sleepMs(kCopySettleMs); // the application finishes its own copy
@@ -162,7 +162,8 @@ void DictationController::speakSelection() {
         if (!self) co_return;
         if (trimmed(selected).isEmpty()) {
             Clipboard& clipboard = Platform::current().clipboard();
-            const ClipboardSnapshot saved = Paster::snapshot();
+            const ClipboardSnapshot saved = co_await Paster::snapshot();
+            if (!self) co_return;
             selected = co_await Paster::copySelection();
             clipboard.restore(saved);
             if (!self) co_return;

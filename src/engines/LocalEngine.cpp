@@ -31,7 +31,8 @@ QCoro::Task<std::optional<QString>> probe() {
         co_return models.isEmpty()
             ? QString()
             : models.first().toObject().value(QLatin1String("id")).toString();
-    } catch (const TransportError&) {
+    } catch (const TransportError& e) {
+        if (e.tooLarge()) throw LocalServers::tooLargeAnswer(kService);
         co_return std::nullopt;
     }
 }
@@ -67,6 +68,7 @@ QCoro::Task<QString> chat(QString system, QString text, std::optional<QJsonObjec
             QUrl(LocalServers::model() + QStringLiteral("/v1/chat/completions")), body, {},
             kChatTimeout);
     } catch (const TransportError& e) {
+        if (e.tooLarge()) throw LocalServers::tooLargeAnswer(kService);
         // The server went away between the probe and the request: the model is not there.
         if (!e.timedOut()) throw unavailable();
         throw;
@@ -90,7 +92,12 @@ QCoro::Task<QString> chat(QString system, QString text, std::optional<QJsonObjec
 } // namespace
 
 QCoro::Task<bool> available() {
-    co_return (co_await probe()).has_value();
+    try {
+        const std::optional<QString> model = co_await probe();
+        co_return model.has_value();
+    } catch (const EngineError&) {
+        co_return false;
+    }
 }
 
 QCoro::Task<QString> run(QString system, QString text) {

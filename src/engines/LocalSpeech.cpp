@@ -59,6 +59,12 @@ QCoro::Task<bool> answers(QString address) {
     }
 }
 
+EngineError tooLargeAnswer(const char* service) {
+    return EngineError::http(QLatin1String(service), 0,
+                             QStringLiteral("réponse du serveur trop grande (plus de %1 Mo)")
+                                 .arg(Http::kDefaultMaxReplyBytes >> 20));
+}
+
 } // namespace LocalServers
 
 namespace LocalSpeech {
@@ -126,13 +132,25 @@ QCoro::Task<QString> transcribeWithServer(QString server, QByteArray wav, QStrin
     const Http::Headers headers{
         {QByteArray("Content-Type"), "multipart/form-data; boundary=" + boundary},
         {QByteArray("Accept"), QByteArray("application/json")}};
-    const Http::Reply reply = co_await Http::post(url, body, headers, kServerTimeout);
+    Http::Limits limits;
+    limits.deadlineSeconds = serverDeadline(wav.size());
+    Http::Reply reply;
+    try {
+        reply = co_await Http::post(url, body, headers, kServerTimeout, limits);
+    } catch (const TransportError& e) {
+        if (e.tooLarge()) throw LocalServers::tooLargeAnswer(kService);
+        throw;
+    }
     if (reply.status != 200) throw failure(reply.status, refusalWords(reply));
 
     const QJsonValue text =
         QJsonDocument::fromJson(reply.body).object().value(QLatin1String("text"));
     if (!text.isString()) throw DecodeError(QStringLiteral("Local : réponse illisible"));
     co_return text.toString().trimmed();
+}
+
+double serverDeadline(qint64 wavBytes) {
+    return 60.0 + 5.0 * double(wavBytes) / 32000.0;
 }
 
 QCoro::Task<QString> transcribeOffline(QByteArray wav, QString language, QString grammar) {

@@ -5,6 +5,8 @@
 // servers, LocalAI...); without one, or when it does not answer, pocketsphinx decodes the
 // recording in this process. The journal says which of the two transcribed.
 
+#include "net/Errors.h"
+
 #include <QByteArray>
 #include <QCoroTask>
 #include <QString>
@@ -27,6 +29,10 @@ QString model();
 // Whether a server answers at `address` within a few seconds: any HTTP answer counts, since
 // these servers differ in what they serve at their root. For the settings' "Tester" button.
 QCoro::Task<bool> answers(QString address);
+
+// The failure of a local server whose answer was larger than any answer of its kind, in the
+// words of `service`: "{service} : erreur 0 réponse du serveur trop grande (plus de 8 Mo)".
+EngineError tooLargeAnswer(const char* service);
 
 } // namespace LocalServers
 
@@ -54,6 +60,11 @@ QCoro::Task<QString> transcribe(QByteArray wav, QString language, QStringList co
 // has no text.
 QCoro::Task<QString> transcribeWithServer(QString server, QByteArray wav, QString language,
                                           QStringList contextualWords);
+
+// The longest the whole exchange with the speech server may take for a WAV of `wavBytes`: a
+// minute, and five times the recording's length (a large model on a modest processor is about
+// as fast as speech); a server that never falls silent is given up then.
+double serverDeadline(qint64 wavBytes);
 
 // pocketsphinx on a worker thread; the result comes back on the awaiting thread. The model of
 // `language` comes from models/<code>/ in the data folder, or from the system for English.

@@ -22,17 +22,33 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QPointer>
 #include <algorithm>
+#include <cstring>
+#include <unistd.h>
 
 namespace ombry {
 namespace {
 
 QString fileOf(const QString& folder, const QUuid& id, const char* suffix) {
     return QDir(folder).filePath(uuidText(id) + QLatin1String(suffix));
+}
+
+// The journal line of pending audio that cannot be read, which is left where it is (the user's
+// only copy, or not ours to touch) and tried again at the next start; none when it can be.
+std::optional<QString> setAside(const QString& path, const Paths::OpenResult& audio) {
+    using Status = Paths::ReadResult::Status;
+    if (audio.status != Status::Unreadable && audio.status != Status::NotRegular)
+        return std::nullopt;
+    const QString why = audio.status == Status::NotRegular
+                            ? QStringLiteral("pas un fichier ordinaire")
+                            : audio.error;
+    return QStringLiteral("réunion: audio en attente illisible (%1: %2), laissé en place")
+        .arg(QFileInfo(path).fileName(), why);
 }
 
 } // namespace
@@ -59,6 +75,7 @@ MeetingRecorder::~MeetingRecorder() {
         audioQueue_->sync([&] { pcm = recorder_->stopRaw(); });
         if (current_ && pcm.size() > written_) appendAudio(pcm.mid(written_));
     }
+    quitting_ = true;
     audioQueue_.reset();
     ioQueue_.reset(); // writes what is queued
 }
@@ -68,7 +85,7 @@ QString MeetingRecorder::pendingFolder() const {
 }
 
 QString MeetingRecorder::audioPath(const Meeting& meeting) {
-    return QDir(Store::shared().audioFolder()).filePath(uuidText(meeting.id) + ".wav");
+    return Store::shared().meetingAudioPath(meeting.id);
 }
 
 void MeetingRecorder::setState(State s) {
@@ -116,7 +133,9 @@ void MeetingRecorder::begin() {
     meeting.id = newRecordId();
     meeting.startedAt = startedAt_;
     current_ = meeting;
-    pcm_.clear();
+    const QString folder = pendingFolder();
+    files_ = {uuidText(meeting.id), fileOf(folder, meeting.id, ".json"),
+              fileOf(folder, meeting.id, ".pcm")};
     written_ = 0;
     setState({State::Kind::Recording, {}});
     playSound(Sound::Tink);
@@ -159,25 +178,22 @@ void MeetingRecorder::afterStop(QByteArray pcm) {
     Log::write(QStringLiteral("réunion: fin, %1 s").arg(int64_t(duration)));
     if (!current_) return;
     if (duration <= kShortestSeconds) {
-        dropPending(current_->id);
+        dropPending();
         current_.reset();
         setState({});
         return;
     }
+    // From here on the pieces and the kept audio are read from the pending file, which can
+    // hold more than memory or a WAV header does.
     if (pcm.size() > written_) appendAudio(pcm.mid(written_));
     written_ = pcm.size();
-    pcm_ = std::move(pcm);
+    pcm.clear();
     current_->recording = false;
-    current_->bytes = pcm_.size();
-    current_->cutUpTo(pcm_.size(), true);
+    current_->bytes = written_;
+    current_->cutUpTo(written_, true);
     writePending();
     setState({State::Kind::Processing, QStringLiteral("Transcription…")});
     pump();
-}
-
-QByteArray MeetingRecorder::slice(int64_t from, int64_t to) const {
-    if (current_ && current_->recording) return recorder_->pcm(from, to);
-    return pcm_.mid(from, to - from);
 }
 
 // Starts the next piece when none is under way, or, once the recording has ended and every
@@ -192,23 +208,60 @@ void MeetingRecorder::pump() {
                 {State::Kind::Processing, QStringLiteral("Transcription %1/%2…")
                                               .arg(i + 1)
                                               .arg(PendingMeeting::pieceCount(current_->bytes))});
-        transcribePiece(i, slice(current_->pieceStart(i), current_->cuts[i]));
+        const int64_t from = current_->pieceStart(i), to = current_->cuts[i];
+        if (current_->recording)
+            transcribePiece(i, recorder_->pcm(from, to));
+        else
+            readPiece(i, from, to);
     } else if (!current_->recording) {
         busy_ = true;
         finish();
     }
 }
 
+// Reads a piece of a recording that has ended from the pending audio, on the files' queue.
+void MeetingRecorder::readPiece(int index, int64_t from, int64_t to) {
+    QPointer<MeetingRecorder> self(this);
+    ioQueue_->async([this, self, path = files_.pcm, index, from, to] {
+        QByteArray pcm;
+        const Paths::OpenResult file = Paths::openRegularFile(path);
+        bool ok = file.ok() && file.size >= to;
+        if (ok) {
+            pcm.resize(to - from);
+            ok = ::pread(file.fd, pcm.data(), size_t(pcm.size()), from) == pcm.size();
+        }
+        if (file.fd >= 0) ::close(file.fd);
+        QMetaObject::invokeMethod(
+            this,
+            [self, index, ok, pcm = std::move(pcm)] {
+                if (!self || !self->current_) return;
+                if (ok) {
+                    self->transcribePiece(index, pcm);
+                    return;
+                }
+                Log::write(QStringLiteral("réunion: audio en attente illisible, gardé pour le "
+                                          "prochain démarrage"));
+                self->putAside();
+            },
+            Qt::QueuedConnection);
+    });
+}
+
 QCoro::Task<void> MeetingRecorder::transcribePiece(int index, QByteArray pcm) {
     QPointer<MeetingRecorder> self(this);
     const QUuid id = current_->id;
-    const QByteArray wav = AudioRecorder::wav(AudioRecorder::trimSilence(pcm));
+    // Silence is not sent: no sample louder than the background (as silence is trimmed).
+    const bool silent = AudioRecorder::peak(pcm) <= AudioRecorder::kLoudSample;
+    const QByteArray wav =
+        silent ? QByteArray() : AudioRecorder::wav(AudioRecorder::trimSilence(pcm));
     pcm.clear();
     const AppSettings& settings = AppSettings::shared();
     const QStringList words = Store::shared().words();
     PendingMeeting::Part part;
     try {
-        if (hasRemote())
+        if (silent)
+            part.text.clear();
+        else if (hasRemote())
             part.text =
                 co_await GeminiSpeech::transcribe(wav, promptName(settings.language()), words);
         else
@@ -222,7 +275,7 @@ QCoro::Task<void> MeetingRecorder::transcribePiece(int index, QByteArray pcm) {
     // The recorder may have gone (the program quits): the pending files keep the meeting.
     if (!self || !self->current_ || self->current_->id != id) co_return;
     self->current_->parts << part;
-    self->writePending();
+    if (!silent) self->writePending(); // a silent piece is cheaply heard again after a quit
     self->busy_ = false;
     self->pump();
 }
@@ -233,9 +286,8 @@ QCoro::Task<void> MeetingRecorder::finish() {
     const QString transcript = pending.transcript();
     if (transcript.isEmpty() && !pending.anyFailed()) {
         // Nothing was said: no meeting.
-        dropPending(pending.id);
+        dropPending();
         current_.reset();
-        pcm_.clear();
         busy_ = false;
         setState({});
         nextPending();
@@ -259,32 +311,56 @@ QCoro::Task<void> MeetingRecorder::finish() {
         }
     }
     // The audio is written first, then the list; the pending files go only after both.
-    const QString audio = audioPath(meeting);
-    ioQueue_->async([this, self, audio, pcm = pcm_, meeting] {
-        const bool written = Paths::writeFileAtomically(audio, AudioRecorder::wav(pcm));
+    ioQueue_->async([this, self, audio = audioPath(meeting), source = files_.pcm,
+                     bytes = pending.bytes, meeting] {
+        Paths::makePrivateFolder(QFileInfo(audio).absolutePath());
+        const bool written = Paths::copyFileAtomically(
+            source, audio, AudioRecorder::wavHeader(bytes), 0, bytes, &quitting_);
         QMetaObject::invokeMethod(
             this,
             [self, meeting, written] {
-                if (!self) return;
-                if (!written) Log::write(QStringLiteral("réunion: audio non enregistré"));
-                Store& store = Store::shared();
-                QList<Meeting> meetings = store.meetings();
-                meetings.prepend(meeting);
-                store.setMeetings(meetings);
-                store.flush();
-                self->dropPending(meeting.id);
-                Log::write(QStringLiteral("réunion: enregistrée (%1 caractères, %2 tâches)")
-                               .arg(Graphemes::count(meeting.transcript))
-                               .arg(meeting.tasks.size()));
-                self->current_.reset();
-                self->pcm_.clear();
-                self->busy_ = false;
-                self->setState({});
-                emit self->meetingStored(meeting);
-                self->nextPending();
+                if (self) self->file(meeting, written);
             },
             Qt::QueuedConnection);
     });
+}
+
+void MeetingRecorder::file(const Meeting& meeting, bool audioWritten) {
+    if (!audioWritten) {
+        Log::write(QStringLiteral("réunion: audio non enregistré, la réunion reste en attente"));
+        putAside();
+        return;
+    }
+    Store& store = Store::shared();
+    QList<Meeting> meetings = store.meetings();
+    const auto at = std::find_if(meetings.begin(), meetings.end(),
+                                 [&](const Meeting& m) { return m.id == meeting.id; });
+    if (at != meetings.end())
+        *at = meeting; // filed before, its audio lost since
+    else
+        meetings.prepend(meeting);
+    store.setMeetings(meetings);
+    if (!store.flush()) {
+        Log::write(QStringLiteral("réunion: liste non enregistrée, la réunion reste en attente"));
+        putAside();
+        return;
+    }
+    dropPending();
+    Log::write(QStringLiteral("réunion: enregistrée (%1 caractères, %2 tâches)")
+                   .arg(Graphemes::count(meeting.transcript))
+                   .arg(meeting.tasks.size()));
+    current_.reset();
+    busy_ = false;
+    setState({});
+    emit meetingStored(meeting);
+    nextPending();
+}
+
+void MeetingRecorder::putAside() {
+    current_.reset();
+    busy_ = false;
+    setState({});
+    nextPending();
 }
 
 QString MeetingRecorder::summaryPrompt(const QString& language) {
@@ -342,85 +418,164 @@ MeetingRecorder::summarize(QString transcript) {
 
 void MeetingRecorder::writePending() {
     if (!current_) return;
-    ioQueue_->async([folder = pendingFolder(), meeting = *current_] {
-        QDir().mkpath(folder);
-        Paths::writeFileAtomically(fileOf(folder, meeting.id, ".json"), meeting.toJson());
+    ioQueue_->async([folder = pendingFolder(), path = files_.json, meeting = *current_] {
+        Paths::makePrivateFolder(folder);
+        Paths::writeFileAtomically(path, meeting.toJson());
     });
 }
 
 void MeetingRecorder::appendAudio(const QByteArray& pcm) {
     if (!current_ || pcm.isEmpty()) return;
-    ioQueue_->async([folder = pendingFolder(), id = current_->id, pcm] {
-        QDir().mkpath(folder);
-        QFile file(fileOf(folder, id, ".pcm"));
-        if (file.open(QIODevice::WriteOnly | QIODevice::Append)) file.write(pcm);
+    ioQueue_->async([folder = pendingFolder(), path = files_.pcm, pcm] {
+        Paths::makePrivateFolder(folder);
+        QFile file(path);
+        const auto owner = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Append, owner)) return;
+        file.setPermissions(owner); // made by an earlier version with the default mode
+        file.write(pcm);
     });
 }
 
-void MeetingRecorder::dropPending(const QUuid& id) {
-    ioQueue_->async([folder = pendingFolder(), id] {
-        QFile::remove(fileOf(folder, id, ".json"));
-        QFile::remove(fileOf(folder, id, ".pcm"));
+void MeetingRecorder::dropPending() {
+    ioQueue_->async([files = files_] {
+        QFile::remove(files.json);
+        QFile::remove(files.pcm);
     });
 }
 
 void MeetingRecorder::resumePending() {
-    const QDir dir(pendingFolder());
-    QList<PendingMeeting> found;
-    for (const QString& name : dir.entryList({QStringLiteral("*.json")}, QDir::Files)) {
-        QFile file(dir.filePath(name));
-        if (!file.open(QIODevice::ReadOnly)) continue;
-        if (auto meeting = PendingMeeting::fromJson(file.readAll())) found << *meeting;
-    }
-    std::sort(found.begin(), found.end(), [](const PendingMeeting& a, const PendingMeeting& b) {
-        return a.startedAt < b.startedAt;
-    });
-    const QList<Meeting>& stored = Store::shared().meetings();
-    for (const PendingMeeting& meeting : found) {
-        const bool filed = std::any_of(stored.begin(), stored.end(),
-                                       [&](const Meeting& m) { return m.id == meeting.id; });
-        if (filed)
-            dropPending(meeting.id); // filed just before the program ended
-        else if (!resumeQueue_.contains(meeting.id) && (!current_ || current_->id != meeting.id))
-            resumeQueue_ << meeting.id;
-    }
-    nextPending();
-}
-
-void MeetingRecorder::nextPending() {
-    if (state_.kind != State::Kind::Idle || current_ || starting_ || resumeQueue_.isEmpty()) return;
-    const QUuid id = resumeQueue_.takeFirst();
-    setState({State::Kind::Processing, QStringLiteral("Transcription…")});
     QPointer<MeetingRecorder> self(this);
-    // The audio of a long meeting is large: read on the pending files' queue.
-    ioQueue_->async([this, self, folder = pendingFolder(), id] {
-        QByteArray json, pcm;
-        QFile jsonFile(fileOf(folder, id, ".json"));
-        if (jsonFile.open(QIODevice::ReadOnly)) json = jsonFile.readAll();
-        QFile pcmFile(fileOf(folder, id, ".pcm"));
-        if (pcmFile.open(QIODevice::ReadOnly)) pcm = pcmFile.readAll();
+    // Audio that cannot be read is told at once, not after a long meeting before it.
+    ioQueue_->async([this, self, folder = pendingFolder()] {
+        QList<PendingMeeting::Files> found = PendingMeeting::find(folder);
+        QStringList lines;
+        found.removeIf([&](const PendingMeeting::Files& files) {
+            const Paths::OpenResult audio = Paths::openRegularFile(files.pcm);
+            if (audio.fd >= 0) ::close(audio.fd);
+            const std::optional<QString> line = setAside(files.pcm, audio);
+            if (line) lines << *line;
+            return line.has_value();
+        });
         QMetaObject::invokeMethod(
             this,
-            [self, json, pcm] {
+            [self, found, lines] {
                 if (!self) return;
-                self->resume(json, pcm);
+                for (const QString& line : lines)
+                    Log::write(line);
+                self->queuePending(found);
             },
             Qt::QueuedConnection);
     });
 }
 
-void MeetingRecorder::resume(const QByteArray& json, QByteArray pcm) {
-    std::optional<PendingMeeting> meeting = PendingMeeting::fromJson(json);
-    pcm.truncate(pcm.size() & ~qsizetype(1));
-    if (!meeting || double(pcm.size() / 2) / AudioRecorder::kSampleRate <= kShortestSeconds) {
-        if (meeting) dropPending(meeting->id);
+void MeetingRecorder::queuePending(const QList<PendingMeeting::Files>& found) {
+    for (const PendingMeeting::Files& files : found) {
+        const auto same = [&](const QString& stem) {
+            return stem.compare(files.stem, Qt::CaseInsensitive) == 0;
+        };
+        const bool known =
+            (current_ && same(files_.stem)) ||
+            std::any_of(resumeQueue_.begin(), resumeQueue_.end(),
+                        [&](const PendingMeeting::Files& f) { return same(f.stem); });
+        if (!known) resumeQueue_ << files;
+    }
+    nextPending();
+}
+
+void MeetingRecorder::retry(const QUuid& id) {
+    const QList<Meeting>& stored = Store::shared().meetings();
+    const auto meeting =
+        std::find_if(stored.begin(), stored.end(), [&](const Meeting& m) { return m.id == id; });
+    if (state_.kind != State::Kind::Idle || current_ || starting_ || meeting == stored.end())
+        return;
+    PendingMeeting pending;
+    pending.id = id;
+    pending.startedAt = meeting->date;
+    pending.recording = false;
+    pending.again = true;
+    const QString folder = pendingFolder();
+    const PendingMeeting::Files files{uuidText(id), fileOf(folder, id, ".json"),
+                                      fileOf(folder, id, ".pcm")};
+    setState({State::Kind::Processing, QStringLiteral("Transcription…")});
+    QPointer<MeetingRecorder> self(this);
+    // The kept audio becomes a pending meeting, so that a quit in the middle loses nothing.
+    ioQueue_->async([this, self, wav = audioPath(*meeting), files, pending] {
+        const Paths::OpenResult audio = Paths::openRegularFile(wav);
+        char magic[4] = {};
+        const bool read = audio.ok() && ::pread(audio.fd, magic, 4, 0) == 4;
+        if (audio.fd >= 0) ::close(audio.fd);
+        const int64_t head = std::memcmp(magic, "RF64", 4) == 0 ? 80 : 44;
+        Paths::makePrivateFolder(QFileInfo(files.pcm).absolutePath());
+        const bool ok = read && audio.size > head &&
+                        Paths::copyFileAtomically(wav, files.pcm, {}, head,
+                                                  (audio.size - head) & ~int64_t(1), &quitting_) &&
+                        Paths::writeFileAtomically(files.json, pending.toJson());
+        QMetaObject::invokeMethod(
+            this,
+            [self, files, ok] {
+                if (!self) return;
+                if (!ok) Log::write(QStringLiteral("réunion: audio gardé illisible"));
+                if (ok) self->resumeQueue_.prepend(files);
+                self->setState({});
+                self->nextPending();
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+struct MeetingRecorder::Found {
+    PendingMeeting::Files files;
+    QByteArray json;
+    Paths::OpenResult audio; // without its descriptor
+    QDateTime modified;
+};
+
+void MeetingRecorder::nextPending() {
+    if (state_.kind != State::Kind::Idle || current_ || starting_ || resumeQueue_.isEmpty()) return;
+    setState({State::Kind::Processing, QStringLiteral("Transcription…")});
+    QPointer<MeetingRecorder> self(this);
+    // Only the sizes and the small state are read here; the audio is read piece by piece. A
+    // pipe or a device is never opened so that it could block.
+    ioQueue_->async([this, self, files = resumeQueue_.takeFirst()] {
+        Found found{files, Paths::readRegularFile(files.json, 1 << 24).bytes,
+                    Paths::openRegularFile(files.pcm), QFileInfo(files.pcm).lastModified()};
+        if (found.audio.fd >= 0) ::close(found.audio.fd);
+        found.audio.fd = -1;
+        QMetaObject::invokeMethod(
+            this,
+            [self, found] {
+                if (self) self->resume(found);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void MeetingRecorder::resume(const Found& found) {
+    files_ = found.files;
+    if (const std::optional<QString> line = setAside(found.files.pcm, found.audio)) {
+        Log::write(*line);
+        setState({});
+        nextPending();
+        return;
+    }
+    const int64_t size = found.audio.size & ~int64_t(1);
+    std::optional<PendingMeeting> meeting = PendingMeeting::fromJson(found.json);
+    // The state lost or cut short: the audio alone makes the meeting.
+    if (!meeting && found.audio.ok())
+        meeting = PendingMeeting::fromAudio(found.files.stem, size, found.modified);
+    const QList<Meeting>& stored = Store::shared().meetings();
+    const bool filed = meeting && !meeting->again &&
+                       std::any_of(stored.begin(), stored.end(),
+                                   [&](const Meeting& m) { return m.id == meeting->id; }) &&
+                       QFileInfo::exists(Store::shared().meetingAudioPath(meeting->id));
+    if (!meeting || filed || double(size / 2) / AudioRecorder::kSampleRate <= kShortestSeconds) {
+        dropPending(); // filed just before the program ended, or nothing worth keeping
         setState({});
         nextPending();
         return;
     }
     Log::write(QStringLiteral("réunion: reprise"));
     // What was cut or transcribed beyond the audio that reached the disk is done again.
-    const int64_t size = pcm.size();
     while (!meeting->cuts.isEmpty() && meeting->cuts.last() > size)
         meeting->cuts.removeLast();
     while (meeting->parts.size() > meeting->cuts.size())
@@ -431,7 +586,6 @@ void MeetingRecorder::resume(const QByteArray& json, QByteArray pcm) {
     current_ = meeting;
     startedAt_ = meeting->startedAt;
     emit startedAtChanged();
-    pcm_ = std::move(pcm);
     written_ = size;
     writePending();
     pump();

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
+#include <atomic>
 #include <memory>
 #include <optional>
 
@@ -57,6 +58,9 @@ public:
     void stop();
     // Finishes the meetings that were recording or processing when the program last ended.
     void resumePending();
+    // Transcribes and summarises a stored meeting again from its kept audio (its pieces all
+    // failed, say); the meeting is replaced when done. Only while idle.
+    void retry(const QUuid& id);
 
     // Writes the audio so far and starts the pieces that are complete; the timer calls it
     // every few seconds while recording.
@@ -82,34 +86,41 @@ Q_SIGNALS:
     void meetingStored(const ombry::Meeting& meeting);
 
 private:
+    struct Found; // what the disk holds of a pending meeting
+
     void setState(State s);
     void begin();
-    void resume(const QByteArray& json, QByteArray pcm);
+    void resume(const Found& found);
     void afterStop(QByteArray pcm);
     void writePending();
     void appendAudio(const QByteArray& pcm);
     void pump();
+    void readPiece(int index, int64_t from, int64_t to);
     QCoro::Task<void> transcribePiece(int index, QByteArray pcm);
     QCoro::Task<void> finish();
+    void file(const Meeting& meeting, bool audioWritten);
     QCoro::Task<std::optional<Summary>> summarize(QString transcript);
+    void queuePending(const QList<PendingMeeting::Files>& found);
     void nextPending();
-    void dropPending(const QUuid& id);
-    QByteArray slice(int64_t from, int64_t to) const;
+    // Leaves the meeting in hand to a later start: its pending files stay.
+    void putAside();
+    void dropPending();
 
     std::unique_ptr<AudioRecorder> recorder_;
     std::unique_ptr<SerialQueue> audioQueue_; // starting and stopping the recorder
     std::unique_ptr<SerialQueue> ioQueue_;    // the pending files
+    std::atomic<bool> quitting_ = false;      // stops a long copy of audio at quit
     QTimer checkpointTimer_;
     State state_;
     QDateTime startedAt_;
 
     std::optional<PendingMeeting> current_;
-    QByteArray pcm_;        // the whole recording once it has ended
-    int64_t written_ = 0;   // PCM bytes in the pending audio file
-    bool stopping_ = false; // stop() asked, the recorder not stopped yet
-    bool busy_ = false;     // a piece or the summary is under way
-    bool starting_ = false; // start() asked, the recorder not started yet
-    QList<QUuid> resumeQueue_;
+    PendingMeeting::Files files_; // the pending files of current_
+    int64_t written_ = 0;         // PCM bytes in the pending audio file
+    bool stopping_ = false;       // stop() asked, the recorder not stopped yet
+    bool busy_ = false;           // a piece or the summary is under way
+    bool starting_ = false;       // start() asked, the recorder not started yet
+    QList<PendingMeeting::Files> resumeQueue_;
 };
 
 } // namespace ombry

@@ -1,5 +1,7 @@
 #include "meetings/PendingMeeting.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -47,6 +49,7 @@ QByteArray PendingMeeting::toJson() const {
     const QJsonObject o{{"id", id.toString(QUuid::WithoutBraces)},
                         {"startedAt", startedAt.toUTC().toString(Qt::ISODateWithMs)},
                         {"recording", recording},
+                        {"again", again},
                         {"bytes", double(bytes)},
                         {"cuts", cutList},
                         {"parts", partList}};
@@ -62,6 +65,7 @@ std::optional<PendingMeeting> PendingMeeting::fromJson(const QByteArray& data) {
     m.startedAt = QDateTime::fromString(o.value("startedAt").toString(), Qt::ISODateWithMs);
     if (m.id.isNull() || !m.startedAt.isValid()) return std::nullopt;
     m.recording = o.value("recording").toBool(true);
+    m.again = o.value("again").toBool();
     m.bytes = int64_t(o.value("bytes").toDouble());
     for (const QJsonValue& v : o.value("cuts").toArray())
         m.cuts << int64_t(v.toDouble());
@@ -70,6 +74,38 @@ std::optional<PendingMeeting> PendingMeeting::fromJson(const QByteArray& data) {
         m.parts << Part{p.value("text").toString(), p.value("failed").toBool()};
     }
     return m;
+}
+
+PendingMeeting PendingMeeting::fromAudio(const QString& stem, int64_t bytes,
+                                         const QDateTime& modified) {
+    PendingMeeting m;
+    m.id = QUuid::fromString(stem);
+    if (m.id.isNull()) m.id = QUuid::createUuid();
+    m.startedAt = modified.addMSecs(-bytes * 1000 / 32000).toUTC();
+    return m;
+}
+
+QList<PendingMeeting::Files> PendingMeeting::find(const QString& folder) {
+    const QDir dir(folder);
+    QList<Files> found;
+    const QFileInfoList entries =
+        dir.entryInfoList(QDir::Files | QDir::System | QDir::Hidden, QDir::Time | QDir::Reversed);
+    for (const QFileInfo& entry : entries) {
+        const QString suffix = entry.suffix().toLower();
+        if (suffix != QLatin1String("json") && suffix != QLatin1String("pcm")) continue;
+        const QString stem = entry.completeBaseName();
+        auto at = std::find_if(found.begin(), found.end(), [&](const Files& f) {
+            return f.stem.compare(stem, Qt::CaseInsensitive) == 0;
+        });
+        if (at == found.end()) at = found.insert(found.end(), Files{stem, {}, {}});
+        (suffix == QLatin1String("json") ? at->json : at->pcm) = entry.filePath();
+    }
+    // A missing file is written, or looked for, beside the other.
+    for (Files& f : found) {
+        if (f.json.isEmpty()) f.json = dir.filePath(f.stem + QStringLiteral(".json"));
+        if (f.pcm.isEmpty()) f.pcm = dir.filePath(f.stem + QStringLiteral(".pcm"));
+    }
+    return found;
 }
 
 } // namespace ombry

@@ -27,6 +27,7 @@ struct PendingMeeting {
     QUuid id;
     QDateTime startedAt;
     bool recording = true; // the recording was still going on at the last write
+    bool again = false;    // a stored meeting transcribed again from its kept audio
     int64_t bytes = 0;     // PCM bytes of the recording once it has ended
     QList<int64_t> cuts;   // end offset of each piece, in order
     QList<Part> parts;     // the pieces transcribed so far, in order
@@ -43,6 +44,18 @@ struct PendingMeeting {
 
     QByteArray toJson() const;
     static std::optional<PendingMeeting> fromJson(const QByteArray& data);
+    // A meeting known by its audio alone (its state was lost): the id is the file's name when
+    // that is one, and it began `bytes` of audio before the file's last change.
+    static PendingMeeting fromAudio(const QString& stem, int64_t bytes, const QDateTime& modified);
+
+    // The two files of a pending meeting, as named in the folder; either may be missing.
+    struct Files {
+        QString stem; // the name without its suffix
+        QString json;
+        QString pcm;
+    };
+    // The pending meetings of a folder, oldest first, whatever the case of their names.
+    static QList<Files> find(const QString& folder);
     bool operator==(const PendingMeeting&) const = default;
 };
 

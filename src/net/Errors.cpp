@@ -46,9 +46,9 @@ EngineError EngineError::noCredits() {
     return EngineError(Kind::NoCredits, {}, 0, {}, QStringLiteral("Plus de crédits Ombry"));
 }
 
-TransportError::TransportError(QString qtErrorText, bool timedOut)
+TransportError::TransportError(QString qtErrorText, bool timedOut, bool tooLarge)
     : Error(QStringLiteral("réseau : ") +
             (timedOut ? QStringLiteral("délai d'attente dépassé") : std::move(qtErrorText))),
-      timedOut_(timedOut) {}
+      timedOut_(timedOut), tooLarge_(tooLarge) {}
 
 } // namespace ombry

@@ -53,11 +53,14 @@ private:
 // the time-out ran out ("réseau : délai d'attente dépassé").
 class TransportError : public Error {
 public:
-    TransportError(QString qtErrorText, bool timedOut);
+    TransportError(QString qtErrorText, bool timedOut, bool tooLarge = false);
     bool timedOut() const { return timedOut_; }
+    // The answer came but was larger than the request allowed: the server is there.
+    bool tooLarge() const { return tooLarge_; }
 
 private:
     bool timedOut_;
+    bool tooLarge_;
 };
 
 // An answer came but does not decode into what the caller expects.

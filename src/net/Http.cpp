@@ -205,7 +205,7 @@ QCoro::Task<Reply> send(QByteArray method, QUrl url, QByteArray body, Headers he
     if (stop->tooLarge)
         throw TransportError(QStringLiteral("réponse trop grande (plus de %1 Mo)")
                                  .arg(double(limits.maxReplyBytes) / (1 << 20), 0, 'f', 1),
-                             false);
+                             false, true);
     if (stop->deadline) throw TransportError(QString(), true);
     const QNetworkReply::NetworkError error = reply->error();
     if (error == QNetworkReply::InsecureRedirectError ||

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCoroTask>
 #include <QList>
 #include <QPair>
 #include <QString>
+#include <QStringList>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -139,6 +141,13 @@ struct AppWindow {
 // What a clipboard held: every format (MIME type) with its bytes, in the owner's order.
 using ClipboardSnapshot = QList<QPair<QString, QByteArray>>;
 
+// A snapshot read from another application with one deadline for all its formats: those it
+// did not give in time are named in `late` and left out.
+struct ClipboardRead {
+    ClipboardSnapshot formats;
+    QStringList late;
+};
+
 // One read, by another application, of a text that Clipboard::setText() put on the clipboard.
 struct ClipboardFetch {
     // Whether the reader is the application of the window: the same client of the display
@@ -153,6 +162,12 @@ class Clipboard {
 public:
     virtual ~Clipboard() = default;
     virtual ClipboardSnapshot snapshot() = 0;
+    // The snapshot (or, with `primary`, selectionSnapshot()) without holding up the main
+    // thread: an owner that is slow to give its formats, or frozen, costs about a second at
+    // most, the main loop turning meanwhile.
+    virtual QCoro::Task<ClipboardRead> readSnapshot(bool primary) {
+        co_return ClipboardRead{primary ? selectionSnapshot() : snapshot(), {}};
+    }
     // Puts the snapshot back (an empty snapshot clears the clipboard).
     virtual void restore(const ClipboardSnapshot& snapshot) = 0;
     virtual void clear() = 0;

@@ -193,11 +193,11 @@ std::optional<FileStamp> stamp(const QString& path) {
                      qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
 }
 
-ReadResult readRegularFile(const QString& path, qint64 maxBytes) {
-    ReadResult r;
+OpenResult openRegularFile(const QString& path) {
+    OpenResult r;
     // Non-blocking, so that opening a pipe does not wait for a writer.
-    const int fd = openNative(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) {
+    r.fd = openNative(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (r.fd < 0) {
         r.status = errno == ENOENT ? ReadResult::Status::Missing : ReadResult::Status::Unreadable;
         r.error = QString::fromLocal8Bit(std::strerror(errno));
         // A name that exists (a dangling or looping link counts) but cannot be opened.
@@ -208,18 +208,70 @@ ReadResult readRegularFile(const QString& path, qint64 maxBytes) {
         return r;
     }
     struct stat st {};
-    if (::fstat(fd, &st) != 0) {
+    if (::fstat(r.fd, &st) != 0) {
         r.status = ReadResult::Status::Unreadable;
         r.error = QString::fromLocal8Bit(std::strerror(errno));
     } else if (!S_ISREG(st.st_mode)) {
         r.status = ReadResult::Status::NotRegular;
-    } else if (st.st_size > maxBytes) {
+    } else {
+        r.status = ReadResult::Status::Ok;
+        r.size = st.st_size;
+        return r;
+    }
+    ::close(r.fd);
+    r.fd = -1;
+    return r;
+}
+
+bool copyFileAtomically(const QString& source, const QString& path, const QByteArray& head,
+                        qint64 from, qint64 bytes, const std::atomic<bool>* cancel, unsigned mode) {
+    const OpenResult in = openRegularFile(source);
+    if (!in.ok()) return false;
+    QByteArray temp;
+    const int fd = makeTemporary(path, mode, &temp);
+    bool ok = fd >= 0 && in.size >= from + bytes && writeAll(fd, head);
+    QByteArray block(1 << 20, Qt::Uninitialized);
+    qint64 at = 0;
+    while (ok && at < bytes) {
+        if (cancel && cancel->load()) {
+            ok = false;
+            break;
+        }
+        const auto want = size_t(std::min<qint64>(block.size(), bytes - at));
+        const ssize_t n = ::pread(in.fd, block.data(), want, from + at);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            ok = false;
+            break;
+        }
+        const QByteArray piece = QByteArray::fromRawData(block.constData(), n);
+        // Zeros are skipped: the hole reads as zeros once the size is set below.
+        if (std::any_of(piece.begin(), piece.end(), [](char c) { return c != 0; }))
+            ok = ::lseek(fd, head.size() + at, SEEK_SET) >= 0 && writeAll(fd, piece);
+        at += n;
+    }
+    ::close(in.fd);
+    if (fd < 0) return false;
+    ok = ok && ::ftruncate(fd, head.size() + bytes) == 0 && ::fsync(fd) == 0;
+    ok = ::close(fd) == 0 && ok;
+    if (ok) ok = ::rename(temp.constData(), toNative(path).constData()) == 0;
+    if (!ok) ::unlink(temp.constData());
+    return ok;
+}
+
+ReadResult readRegularFile(const QString& path, qint64 maxBytes) {
+    ReadResult r;
+    OpenResult file = openRegularFile(path);
+    r.status = file.status;
+    r.error = file.error;
+    if (!file.ok()) return r;
+    const int fd = file.fd;
+    if (file.size > maxBytes) {
         r.status = ReadResult::Status::TooLarge;
     } else {
         // The size may change while reading: never more than the cap plus one byte is read.
-        QByteArray bytes(qsizetype(st.st_size), Qt::Uninitialized);
+        QByteArray bytes(qsizetype(file.size), Qt::Uninitialized);
         qint64 have = 0;
-        r.status = ReadResult::Status::Ok;
         for (;;) {
             if (have == bytes.size()) {
                 if (have > maxBytes) {

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <atomic>
 #include <optional>
 
 namespace ombry::Paths {
@@ -63,6 +64,25 @@ struct FileStamp {
 };
 // The stamp of the file at path (links followed); nothing when it cannot be had (missing).
 std::optional<FileStamp> stamp(const QString& path);
+
+// A regular file opened for reading, without ever blocking: a pipe or a device is refused as not
+// regular, as by readRegularFile. Ok holds the descriptor, which the caller closes, and the size.
+struct OpenResult {
+    ReadResult::Status status = ReadResult::Status::Missing;
+    QString error; // the system's reason, for Unreadable
+    int fd = -1;
+    qint64 size = 0;
+    bool ok() const { return status == ReadResult::Status::Ok; }
+};
+OpenResult openRegularFile(const QString& path);
+
+// Writes `head` and then `bytes` bytes of the regular file `source` from offset `from` to
+// `path`, whole or not at all as writeFileAtomically does. Blocks of zeros are left as holes, so
+// that a long silence takes no room. Gives up, writing nothing, once *cancel is true or when the
+// source is shorter. Returns false on any failure.
+bool copyFileAtomically(const QString& source, const QString& path, const QByteArray& head,
+                        qint64 from, qint64 bytes, const std::atomic<bool>* cancel = nullptr,
+                        unsigned mode = kPrivateFileMode);
 
 // Reads a whole regular file of at most maxBytes. Never blocks on a pipe or a device (they are
 // refused as not regular) and never reads more than the cap.

@@ -7,9 +7,12 @@
 #include <QFile>
 #include <QLocalSocket>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <sys/stat.h>
+#include <unistd.h>
 
 Q_DECLARE_METATYPE(ombry::KeyRoad)
 
@@ -41,6 +44,84 @@ private Q_SLOTS:
         stranger.flush();
         QTest::qWait(100);
         QCOMPARE(told, 2);
+    }
+
+    // Other local clients cannot hold the socket: one that says nothing is dropped after its
+    // deadline, one that sends a line without end at once, and beyond a few at a time the
+    // next is closed unread; the program is told of keys again once they are gone.
+    void strangersCannotHoldTheSocket() {
+        QTemporaryDir dir;
+        SingleInstance first(dir.path());
+        QList<SingleInstance::Message> keys;
+        first.onKey = [&keys](SingleInstance::Message m) { keys << m; };
+        QVERIFY(first.claim());
+        auto closed = [](const QLocalSocket& s) {
+            return s.state() != QLocalSocket::ConnectedState;
+        };
+        QLocalSocket endless;
+        endless.connectToServer(first.socketPath());
+        QVERIFY(endless.waitForConnected(1000));
+        endless.write(QByteArray(1 << 20, 'x'));
+        QTRY_VERIFY_WITH_TIMEOUT(closed(endless), 1000);
+        std::vector<std::unique_ptr<QLocalSocket>> idle;
+        for (int i = 0; i < 40; ++i) {
+            idle.push_back(std::make_unique<QLocalSocket>());
+            idle.back()->connectToServer(first.socketPath());
+            QVERIFY(idle.back()->waitForConnected(1000));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(
+            std::count_if(idle.begin(), idle.end(), [&](auto& s) { return closed(*s); }) >= 20,
+            500);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            std::all_of(idle.begin(), idle.end(), [&](auto& s) { return closed(*s); }), 5000);
+        QVERIFY(SingleInstance::send(SingleInstance::Message::Press, dir.path()));
+        QTRY_COMPARE(keys, QList<SingleInstance::Message>{SingleInstance::Message::Press});
+    }
+
+    // Without a runtime folder of the user's own, another user's folders and lock in the
+    // shared temporary folder are not trusted: this program starts, and is told of keys; a
+    // runtime folder too deep for a socket's address is passed over the same way.
+    void folderOfNoOtherUser() {
+        if (geteuid() != 0) QSKIP("another user's files need root to be made");
+        QTemporaryDir tmp;
+        const QByteArray savedTmp = qgetenv("TMPDIR"), savedRuntime = qgetenv("XDG_RUNTIME_DIR");
+        const auto restore = qScopeGuard([&] {
+            qputenv("TMPDIR", savedTmp);
+            qputenv("XDG_RUNTIME_DIR", savedRuntime);
+        });
+        qputenv("TMPDIR", tmp.path().toUtf8());
+        qunsetenv("XDG_RUNTIME_DIR");
+        // Qt's fallback runtime folder and ours, made first by nobody, and a lock of a live
+        // process in the temporary folder itself.
+        for (const QString& name :
+             {QStringLiteral("runtime-root"), QStringLiteral("ombry-voice-0")}) {
+            QVERIFY(QDir(tmp.path()).mkdir(name));
+            QVERIFY(chmod(QFile::encodeName(tmp.filePath(name)).constData(), 0700) == 0);
+            QVERIFY(chown(QFile::encodeName(tmp.filePath(name)).constData(), 65534, 65534) == 0);
+        }
+        QFile lock(tmp.filePath(QStringLiteral("ombry-voice.lock")));
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.write(QByteArray::number(QCoreApplication::applicationPid()) + "\ntst_desktopapp\n" +
+                   QSysInfo::machineHostName().toUtf8() + "\n");
+        lock.close();
+        QVERIFY(chown(QFile::encodeName(lock.fileName()).constData(), 65534, 65534) == 0);
+
+        auto claimsAndHears = [] {
+            SingleInstance instance(SingleInstance::defaultFolder());
+            QList<SingleInstance::Message> keys;
+            instance.onKey = [&keys](SingleInstance::Message m) { keys << m; };
+            if (!instance.claim()) return false;
+            return SingleInstance::send(SingleInstance::Message::Press) &&
+                   QTest::qWaitFor([&] { return !keys.isEmpty(); }, 2000);
+        };
+        QVERIFY(claimsAndHears());
+        QVERIFY(!SingleInstance::defaultFolder().startsWith(tmp.path()));
+
+        const QString deep = tmp.filePath(QString(120, QLatin1Char('r')));
+        QVERIFY(QDir().mkpath(deep));
+        QVERIFY(chmod(QFile::encodeName(deep).constData(), 0700) == 0);
+        qputenv("XDG_RUNTIME_DIR", deep.toUtf8());
+        QVERIFY(claimsAndHears());
     }
 
     void programThatDiedLeavesNothingInTheWay() {

@@ -13,6 +13,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -20,6 +21,8 @@
 #include <QtEndian>
 #include <atomic>
 #include <cmath>
+#include <csignal>
+#include <future>
 #include <mutex>
 
 using namespace ombry;
@@ -394,6 +397,26 @@ private Q_SLOTS:
         Tap after(audio(), QStringLiteral("speakers.monitor"));
         QTest::qWait(600);
         QVERIFY(AudioRecorder::peak(after.pcm()) < 50);
+    }
+
+    // A sound server that does not answer (stopped) is a microphone that does not record,
+    // said within seconds rather than a wait without end.
+    void frozenServerFailsTheCapture() {
+        QVERIFY(audio().serverAvailable());
+        std::future<QString> started;
+        const auto thaw = qScopeGuard([&] { ::kill(pid_t(server.pid()), SIGCONT); });
+        QVERIFY(::kill(pid_t(server.pid()), SIGSTOP) == 0);
+        started = std::async(std::launch::async, [this] {
+            try {
+                audio().capture({}, {}, {});
+                return QString();
+            } catch (const std::runtime_error& e) {
+                return QString::fromUtf8(e.what());
+            }
+        });
+        QVERIFY(started.wait_for(std::chrono::seconds(6)) == std::future_status::ready);
+        QCOMPARE(started.get(),
+                 QStringLiteral("micro indisponible (le serveur de son ne répond pas)"));
     }
 
     void serverRestart() {

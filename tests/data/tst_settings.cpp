@@ -1,4 +1,5 @@
 #include "data/KeyStore.h"
+#include "data/Problems.h"
 #include "data/Settings.h"
 #include "data/UserDefaults.h"
 
@@ -6,10 +7,13 @@
 #include "TestFiles.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+#include <sys/stat.h>
 
 using namespace ombry;
 using test::readAll;
@@ -167,6 +171,32 @@ private Q_SLOTS:
             QCOMPARE(readAll(file + ".damaged"), bytes);
             QCOMPARE(UserDefaults(file).value("typingWPM"), QJsonValue(60));
         }
+    }
+
+    // A settings file that is too large, a device or a pipe is neither waited on nor read: the
+    // defaults stand, the journal says so, and the file is left as it is (no copy of it).
+    void specialOrLargeDefaultsFileIsLeftAlone() {
+        QStringList problems;
+        DataProblems::setReporter([&problems](const QString& line) { problems << line; });
+        const auto quiet = qScopeGuard([] { DataProblems::setReporter({}); });
+        const std::function<bool()> makers[] = {
+            [&] { return QFile(file).open(QIODevice::WriteOnly) && QFile(file).resize(2 << 20); },
+            [&] { return QFile::link(QStringLiteral("/dev/zero"), file); },
+            [&] { return mkfifo(QFile::encodeName(file).constData(), 0600) == 0; },
+        };
+        for (const auto& make : makers) {
+            QFile::remove(file);
+            QFile::remove(file + ".damaged");
+            QVERIFY(make());
+            const QFileInfo before(file);
+            UserDefaults d(file);
+            QVERIFY(d.all().isEmpty());
+            AppSettings(d, keys.get()).setTypingWPM(55);
+            QVERIFY(!QFile::exists(file + ".damaged"));
+            QCOMPARE(QFileInfo(file).lastModified(), before.lastModified());
+            QVERIFY(problems.takeFirst().contains(QStringLiteral("réglages par défaut")));
+        }
+        QFile::remove(file);
     }
 
     void costPer1000() {

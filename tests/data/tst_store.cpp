@@ -5,6 +5,7 @@
 #include "TestFiles.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -201,8 +202,20 @@ private Q_SLOTS:
             writeAll(store.audioFolder() + "/" + *list.last().audioFile, "RIFF");
         }
         store.setDictations(list);
+        // A meeting's audio (115 MB an hour) goes at the same age, the meeting stays.
+        QList<Meeting> meetings;
+        for (const Dictation& d : list) {
+            meetings.append(Meeting{QUuid::createUuid(), d.date, 60, "Point", "", "", {}});
+            writeAll(store.audioFolder() + "/" + uuidText(meetings.last().id) + ".wav", "RIFF");
+        }
+        store.setMeetings(meetings);
         store.pruneAudio();
         store.ioQueue().sync([] {});
+        const auto audioOf = [&](int i) {
+            return QFileInfo::exists(store.audioFolder() + "/" + uuidText(meetings[i].id) + ".wav");
+        };
+        QVERIFY(audioOf(0) && !audioOf(1));
+        QCOMPARE(store.meetings(), meetings);
         QCOMPARE(store.dictations().at(0), list.at(0)); // exactly 30 days is kept
         QVERIFY(store.audioURL(list.at(0)));
         QVERIFY(!store.dictations().at(1).audioFile);

@@ -68,6 +68,10 @@ private Q_SLOTS:
         std::thread([&] { notifier->post(QStringLiteral("fil"), QStringLiteral("b")); }).join();
         QTRY_COMPARE(service.calls.size(), 2);
         QCOMPARE(service.calls[1][3], QStringLiteral("fil"));
+        // The body is markup for the server: what would start a tag or an entity is escaped.
+        notifier->post(QStringLiteral("t"), QStringLiteral("x < 2 & y > 3"));
+        QTRY_COMPARE(service.calls.size(), 3);
+        QCOMPARE(service.calls[2][4], QStringLiteral("x &lt; 2 &amp; y &gt; 3"));
         QDBusConnection::disconnectFromBus(QStringLiteral("fake"));
     }
 };

@@ -231,8 +231,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("attention");
         QTest::newRow("deepgram without key") << "deepgram"
                                               << "Clé Deepgram absente" << 1;
-        QTest::newRow("microphone refused") << "mic"
-                                            << "Micro non autorisé" << 1;
+        QTest::newRow("no sound server") << "mic"
+                                         << "Micro indisponible" << 0;
         QTest::newRow("capture refused") << "capture"
                                          << "Micro indisponible" << 0;
         // The server answers but has no input: its default source is the monitor of an output.

@@ -8,6 +8,7 @@
 #include "DesktopSession.h"
 #include "Services.h"
 #include "SoundServer.h"
+#include "XClients.h"
 
 #include "data/Records.h"
 
@@ -16,6 +17,7 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTemporaryDir>
@@ -559,6 +561,78 @@ private Q_SLOTS:
         QVERIFY(!program.hasLine(QStringLiteral("collé:"), mark));
         QCOMPARE(desktop().closeTarget().value_or("?"), QString());
         QCOMPARE(history().size(), stored);
+    }
+
+    // A clipboard owner that lists twenty formats and gives none (a frozen application): the
+    // snapshot waits about a second for all of them, not five seconds each, and the journal
+    // names the formats left out; the text arrives.
+    void frozenClipboardOwner() {
+        QVERIFY2(desktop().openTarget(), qPrintable(desktop().error()));
+        FrozenClipboardOwner frozen(20);
+        QVERIFY(frozen.valid());
+        const QString written = QStringLiteral("Le colis arrive demain.");
+        services.transcript = QStringLiteral("euh le colis arrive demain");
+        services.textModel = [written](const QString&, const QString&) { return written; };
+        const int mark = program.mark();
+        holdAndSpeak(mark);
+        if (QTest::currentTestFailed()) return;
+        QVERIFY2(program.waitForLine(QStringLiteral("collé:"), mark, 20000),
+                 qPrintable(journalSince(mark)));
+        QVERIFY2(program.hasLine(QStringLiteral("presse-papiers: le propriétaire n'a pas donné à "
+                                                "temps text/plain, application/x-gel-1"),
+                                 mark),
+                 qPrintable(journalSince(mark)));
+        QCOMPARE(desktop().closeTarget().value_or("?"), written);
+        ++stored;
+        lastStored = written;
+    }
+
+    // Other local clients on the program's socket: a thousand idle connections and one that
+    // sends 64 MB without a line end. The program holds few descriptors for them and none of
+    // what was sent, drops them within seconds, and the next dictation comes through.
+    void socketStrangersCostNothing() {
+        const QString socket = QDir(program.environment().value(QStringLiteral("XDG_RUNTIME_DIR")))
+                                   .filePath(QStringLiteral("ombry-voice.sock"));
+        const QString proc = QStringLiteral("/proc/%1/").arg(program.pid());
+        auto descriptors = [&] { return QDir(proc + QStringLiteral("fd")).count(); };
+        auto residentKb = [&] {
+            QFile status(proc + QStringLiteral("status"));
+            status.open(QIODevice::ReadOnly);
+            for (const QByteArray& line : status.readAll().split('\n'))
+                if (line.startsWith("VmRSS:"))
+                    return line.simplified().split(' ').value(1).toLongLong();
+            return qint64(0);
+        };
+        const qsizetype before = descriptors();
+        const qint64 residentBefore = residentKb();
+        std::vector<std::unique_ptr<QLocalSocket>> idle;
+        for (int i = 0; i < 1100; ++i) {
+            idle.push_back(std::make_unique<QLocalSocket>());
+            idle.back()->connectToServer(socket);
+            QVERIFY(idle.back()->waitForConnected(2000));
+        }
+        QTest::qWait(300);
+        QVERIFY2(
+            descriptors() < before + 40,
+            qPrintable(QStringLiteral("%1 descripteurs, %2 avant").arg(descriptors()).arg(before)));
+        QLocalSocket flood;
+        flood.connectToServer(socket);
+        QVERIFY(flood.waitForConnected(2000));
+        flood.write(QByteArray(64 << 20, 'x'));
+        auto closed = [](const QLocalSocket& s) {
+            return s.state() != QLocalSocket::ConnectedState;
+        };
+        QVERIFY(DesktopSession::waitUntil(
+            [&] {
+                return closed(flood) &&
+                       std::all_of(idle.begin(), idle.end(), [&](auto& s) { return closed(*s); });
+            },
+            10000));
+        QVERIFY2(
+            residentKb() < residentBefore + 16 * 1024,
+            qPrintable(QStringLiteral("%1 Ko, %2 avant").arg(residentKb()).arg(residentBefore)));
+        dictateInto(QStringLiteral("euh la porte est ouverte"),
+                    QStringLiteral("La porte est ouverte."), false);
     }
 
     // The Menu key as dictation key, held while the sentence is spoken: the text reaches the

@@ -8,10 +8,13 @@
 #include "SoundServer.h"
 #include "TestHttpServer.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QUuid>
+#include <sys/stat.h>
 
 using namespace ombry::test;
 
@@ -97,6 +100,48 @@ private Q_SLOTS:
                  qPrintable(journalSince(mark)));
         QVERIFY(!program.hasLine(QStringLiteral("hotkey:"), mark));
         QVERIFY(program.running());
+    }
+
+    // Meetings left pending whose audio cannot be taken whole: a sparse file of 40 GB (more
+    // than memory and than a WAV header holds), a link to /dev/zero and a pipe. The program
+    // starts, goes on with the first, leaves the others in place with a journal line, and
+    // quits at once at SIGTERM.
+    void pendingMeetingsNeverStopTheStart() {
+        QCOMPARE(program.stop(), 0);
+        const QDir pending(program.dataFolder() + QStringLiteral("/PendingMeetings"));
+        QVERIFY(pending.mkpath(QStringLiteral(".")));
+        QStringList audio;
+        for (const char* startedAt :
+             {"2026-03-01T09:00:00.000Z", "2026-03-02T09:00:00.000Z", "2026-03-03T09:00:00.000Z"}) {
+            const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+            QFile json(pending.filePath(id + QStringLiteral(".json")));
+            QVERIFY(json.open(QIODevice::WriteOnly));
+            json.write(QStringLiteral(R"({"id":"%1","startedAt":"%2","recording":false})")
+                           .arg(id, QLatin1String(startedAt))
+                           .toUtf8());
+            audio << pending.filePath(id + QStringLiteral(".pcm"));
+        }
+        QVERIFY(QFile::link(QStringLiteral("/dev/zero"), audio[0]));
+        QCOMPARE(::mkfifo(QFile::encodeName(audio[1]).constData(), 0600), 0);
+        QFile sparse(audio[2]);
+        QVERIFY(sparse.open(QIODevice::WriteOnly) && sparse.resize(int64_t(40) << 30));
+        QVERIFY(sparse.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                                   QFileDevice::FileModificationTime)); // taken last
+        sparse.close();
+
+        const int mark = program.mark();
+        QVERIFY2(program.start(), qPrintable(program.error()));
+        QVERIFY2(program.waitFor(
+                     [&](const QString&) {
+                         return program.journalFrom(mark).count(
+                                    QStringLiteral("réunion: audio en attente illisible")) == 2;
+                     },
+                     mark, 20000),
+                 qPrintable(journalSince(mark)));
+        QVERIFY2(program.waitForLine(QStringLiteral("réunion: reprise"), mark),
+                 qPrintable(journalSince(mark)));
+        QCOMPARE(program.stop(), 0);
+        QVERIFY(QFileInfo(audio[0]).isSymLink() && QFileInfo(audio[1]).exists());
     }
 };
 

@@ -57,6 +57,13 @@ private Q_SLOTS:
         QCOMPARE(failure(), "IA locale : erreur 503 surchargé");
         server.on("/v1/chat/completions", Reply::json(QJsonObject{{"choices", "none"}}));
         QCOMPARE(failure(), "IA locale : réponse illisible");
+        // An answer too large for its kind is said so, whether it lists the models or chats.
+        const QString tooLarge =
+            "IA locale : erreur 0 réponse du serveur trop grande (plus de 8 Mo)";
+        server.on("/v1/chat/completions", Reply::text(QByteArray(10 << 20, ' ')));
+        QCOMPARE(failure(), tooLarge);
+        server.on("/v1/models", Reply::text(QByteArray(10 << 20, ' ')));
+        QCOMPARE(failure(), tooLarge);
     }
 };
 

@@ -161,7 +161,15 @@ private Q_SLOTS:
         QCOMPARE(failure(wav, "fr"), "Local : erreur 503 occupé");
         server_.on(path_, Reply::text("Bonjour"));
         QCOMPARE(failure(wav, "fr"), "Local : réponse illisible");
-        QCOMPARE(server_.count(), 4);
+        // An answer beyond any transcript's size is the server's fault, not its absence.
+        server_.on(path_, Reply::text(QByteArray(10 << 20, ' ')));
+        QCOMPARE(failure(wav, "fr"),
+                 "Local : erreur 0 réponse du serveur trop grande (plus de 8 Mo)");
+        QCOMPARE(server_.count(), 5);
+        // A server that never falls silent (a byte a second) is given up after a few minutes
+        // for a dictation, not twenty; a long recording gets its time.
+        QVERIFY(LocalSpeech::serverDeadline(wav.size() + 30 * 32000) <= 240);
+        QVERIFY(LocalSpeech::serverDeadline(20 * 60 * 32000) >= 20 * 60);
     }
 
     void pocketsphinxWhenTheServerIsDown() {

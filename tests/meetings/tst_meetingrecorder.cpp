@@ -2,7 +2,8 @@
 // faster than real time, against a local server playing the speech and summary models: pieces
 // go out while the meeting goes on, the meeting is filed with its title, summary, tasks and
 // audio, a failed summary or piece still files it, and a quit in the middle of the processing
-// is finished at the next start.
+// is finished at the next start, whatever the pending files look like then (state cut short,
+// audio alone, names in lower case, audio that cannot be opened, a full disk, over 4 GB).
 #include "Await.h"
 #include "FakePlatform.h"
 #include "SoundServer.h"
@@ -20,10 +21,16 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
+#include <QScopeGuard>
 #include <QSet>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QtEndian>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 using namespace ombry;
 using namespace ombry::test;
@@ -46,6 +53,11 @@ std::optional<double> audioSeconds(const RecordedRequest& r) {
                kSecond;
     }
     return std::nullopt;
+}
+
+unsigned modeOf(const QString& path) {
+    struct stat st {};
+    return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 0777 : 0;
 }
 
 } // namespace
@@ -89,7 +101,21 @@ class TstMeetingRecorder : public QObject {
         QTRY_VERIFY(r.state().kind != Kind::Recording);
     }
     QStringList pendingFiles(const MeetingRecorder& r) const {
-        return QDir(r.pendingFolder()).entryList(QDir::Files);
+        return QDir(r.pendingFolder()).entryList(QDir::Files | QDir::System);
+    }
+    QString journal() const {
+        QFile file(dir.filePath(QStringLiteral("journal.log")));
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    }
+    // Pending files as a crash or an earlier version leaves them: the state (none when empty)
+    // and the audio, under the given name.
+    void leavePending(const QString& stem, const QByteArray& json, const QByteArray& pcm) {
+        const QDir folder(MeetingRecorder().pendingFolder());
+        QVERIFY(folder.mkpath(QStringLiteral(".")));
+        for (const auto& [suffix, bytes] : {std::pair{".json", json}, std::pair{".pcm", pcm}}) {
+            QFile file(folder.filePath(stem + QLatin1String(suffix)));
+            if (!bytes.isEmpty()) QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes));
+        }
     }
 
 private Q_SLOTS:
@@ -154,6 +180,12 @@ private Q_SLOTS:
         feed(r, pcm.left(210 * kSecond));
         QTRY_COMPARE(pieces.size(), 1);
         QCOMPARE(r.state().kind, Kind::Recording);
+        // The audio so far is the user's alone, as their other files.
+        QCOMPARE(modeOf(r.pendingFolder()), 0700u);
+        QTRY_COMPARE(pendingFiles(r).size(), 2);
+        for (const QString& name : pendingFiles(r))
+            QCOMPARE(modeOf(QDir(r.pendingFolder()).filePath(name)), 0600u);
+
         QVERIFY(pieces[0] > 170 && pieces[0] <= 180.0);
         feed(r, pcm.mid(210 * kSecond));
         r.stop();
@@ -269,6 +301,131 @@ private Q_SLOTS:
         again.resumePending();
         QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 20000);
         QCOMPARE(stored[0][0].value<Meeting>().duration, 40.0);
+    }
+
+    // Pending files as a crash, an older version or the user left them: what can be read is
+    // filed, the audio alone being enough, whatever the case of the names; audio that cannot be
+    // opened stays where it is, said in the journal, for the next start.
+    void pendingFilesAreResumedFromWhatIsThere_data() {
+        QTest::addColumn<QString>("state"); // whole, cut short, none
+        QTest::addColumn<bool>("openable");
+        QTest::addColumn<bool>("lowerCase");
+        QTest::newRow("state cut short") << "cut" << true << false;
+        QTest::newRow("audio alone") << "none" << true << false;
+        QTest::newRow("names in lower case") << "whole" << true << true;
+        QTest::newRow("audio that cannot be opened") << "whole" << false << false;
+    }
+    void pendingFilesAreResumedFromWhatIsThere() {
+        QFETCH(QString, state);
+        QFETCH(bool, openable);
+        QFETCH(bool, lowerCase);
+        PendingMeeting p;
+        p.id = QUuid::createUuid();
+        p.startedAt = QDateTime::currentDateTimeUtc().addSecs(-3600);
+        p.cuts = {PendingMeeting::kChunkBytes};
+        p.parts = {{QStringLiteral("déjà entendu"), false}};
+        const QByteArray json = p.toJson();
+        const QString stem = lowerCase ? uuidText(p.id).toLower() : uuidText(p.id);
+        leavePending(stem,
+                     state == "none"  ? QByteArray()
+                     : state == "cut" ? json.left(30)
+                                      : json,
+                     openable ? meeting(200) : QByteArray());
+        const QString audio = QDir(MeetingRecorder().pendingFolder()).filePath(stem + ".pcm");
+        if (!openable) QVERIFY(QFile::link(audio, audio)); // a loop: even root cannot open it
+
+        MeetingRecorder r;
+        QSignalSpy stored(&r, &MeetingRecorder::meetingStored);
+        r.resumePending();
+        if (!openable) {
+            QTRY_VERIFY(journal().contains(QStringLiteral("réunion: audio en attente illisible")));
+            QTRY_COMPARE(r.state().kind, Kind::Idle);
+            QTest::qWait(200);
+            QCOMPARE(stored.size(), 0);
+            QCOMPARE(pendingFiles(r).size(), 2); // both kept
+            return;
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 20000);
+        const Meeting m = stored[0][0].value<Meeting>();
+        QCOMPARE(m.id, p.id);
+        QCOMPARE(m.duration, 200.0);
+        QCOMPARE(m.transcript.startsWith(QStringLiteral("déjà entendu")), state == "whole");
+        QCOMPARE(pieces.size(), state == "whole" ? 1 : 2);
+        QTRY_VERIFY(pendingFiles(r).isEmpty());
+    }
+
+    // A disk that fills up while a meeting is filed, on a small file system made for the test:
+    // the pending files, the only copy, stay until the meeting and its audio are on disk, and
+    // a later start files the meeting.
+    void aFullDiskKeepsTheMeetingPending() {
+        if (::geteuid() != 0) QSKIP("a small file system needs root to be mounted");
+        const QString folder = Store::shared().folder();
+        if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=2m", "tmpfs", folder}) != 0)
+            QSKIP("no tmpfs here");
+        const auto unmount = qScopeGuard([&] { QProcess::execute("umount", {"-l", folder}); });
+        const QString filler = QDir(folder).filePath(QStringLiteral("filler"));
+        // Room for the list but not for the audio; then no room at all.
+        for (const int64_t room : {300000, 0}) {
+            init();
+            const QUuid id = QUuid::createUuid();
+            PendingMeeting p;
+            p.id = id;
+            p.startedAt = QDateTime::currentDateTimeUtc();
+            leavePending(uuidText(id), p.toJson(), meeting(20));
+            struct statvfs fs {};
+            QVERIFY(::statvfs(QFile::encodeName(folder).constData(), &fs) == 0);
+            QFile fill(filler);
+            QVERIFY(fill.open(QIODevice::WriteOnly));
+            for (int64_t left = int64_t(fs.f_bavail * fs.f_frsize) - room; left > 0; left -= 4096)
+                if (fill.write(QByteArray(4096, 'x')) < 0) break;
+            fill.close();
+            const qsizetype before = Store::shared().meetings().size();
+            {
+                MeetingRecorder r;
+                r.resumePending();
+                QTRY_VERIFY_WITH_TIMEOUT(
+                    journal().contains(QStringLiteral("réunion: audio non enregistré")), 20000);
+                QTRY_COMPARE(r.state().kind, Kind::Idle);
+            }
+            QCOMPARE(pendingFiles(MeetingRecorder()).size(), 2);
+            QVERIFY(QFile::remove(filler));
+            Log::resetForTests(dir.filePath(QStringLiteral("journal.log")));
+            QFile::remove(dir.filePath(QStringLiteral("journal.log")));
+
+            MeetingRecorder again;
+            QSignalSpy stored(&again, &MeetingRecorder::meetingStored);
+            again.resumePending();
+            QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 20000);
+            QCOMPARE(Store::shared().meetings().size(), before + 1);
+            QCOMPARE(QFileInfo(MeetingRecorder::audioPath(stored[0][0].value<Meeting>())).size(),
+                     20 * kSecond + 44);
+            QTRY_VERIFY(pendingFiles(again).isEmpty());
+            QFile::remove(MeetingRecorder::audioPath(stored[0][0].value<Meeting>()));
+        }
+    }
+
+    // A meeting longer than a WAV header can tell (over 37 hours; silence after a few words, as
+    // a sparse file) is read piece by piece, never whole into memory, and kept whole as RF64.
+    void aMeetingBeyondFourGigabytesIsKeptWhole() {
+        const int64_t bytes = (int64_t(1) << 32) + 6 * PendingMeeting::kChunkBytes;
+        const QUuid id = QUuid::createUuid();
+        leavePending(uuidText(id), {}, speech);
+        QVERIFY(QFile::resize(
+            QDir(MeetingRecorder().pendingFolder()).filePath(uuidText(id) + ".pcm"), bytes));
+        MeetingRecorder r;
+        QSignalSpy stored(&r, &MeetingRecorder::meetingStored);
+        r.resumePending();
+        QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 240000);
+        QCOMPARE(pieces.size(), 1); // the silent pieces are not sent
+        QFile audio(MeetingRecorder::audioPath(stored[0][0].value<Meeting>()));
+        const auto remove = qScopeGuard([&] { audio.remove(); });
+        QCOMPARE(audio.size(), bytes + 80);
+        QVERIFY(audio.open(QIODevice::ReadOnly));
+        const QByteArray head = audio.read(80 + speech.size());
+        QCOMPARE(head.left(4), QByteArray("RF64"));
+        QCOMPARE(qFromLittleEndian<quint64>(head.constData() + 28), quint64(bytes));
+        QCOMPARE(head.mid(72, 4), QByteArray("data"));
+        QCOMPARE(head.mid(80), speech);
     }
 
     void summaryAnswersAreReadLeniently() {

@@ -34,6 +34,7 @@ public:
     bool start();
     void stop();
     bool running() const { return pid_ > 0; }
+    qint64 pid() const { return pid_; }
     QString error() const { return error_; }
 
     QString runtimeDir() const;

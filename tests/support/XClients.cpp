@@ -7,6 +7,7 @@
 #include <X11/Xutil.h>
 #include <X11/extensions/Xfixes.h>
 #include <X11/keysym.h>
+#include <vector>
 
 namespace ombry::test {
 
@@ -76,6 +77,51 @@ void EagerClipboardManager::pump() {
         } else if (event.type == SelectionNotify) {
             if (auto bytes = takeProperty(display, event.xselection)) copies_ << *bytes;
         }
+    }
+}
+
+FrozenClipboardOwner::FrozenClipboardOwner(int formats) {
+    Display* display = XOpenDisplay(nullptr);
+    if (!display) return;
+    display_ = display;
+    window_ = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0);
+    formats_ << XInternAtom(display, "UTF8_STRING", False);
+    for (int i = 1; i < formats; ++i)
+        formats_ << XInternAtom(display, qPrintable(QStringLiteral("application/x-gel-%1").arg(i)),
+                                False);
+    XSetSelectionOwner(display, XInternAtom(display, "CLIPBOARD", False), Window(window_),
+                       CurrentTime);
+    XSync(display, False);
+    timer_.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&timer_, &QTimer::timeout, [this] { pump(); });
+    timer_.start(2);
+}
+
+FrozenClipboardOwner::~FrozenClipboardOwner() {
+    timer_.stop();
+    if (display_) XCloseDisplay(dpy(display_));
+}
+
+void FrozenClipboardOwner::pump() {
+    Display* display = dpy(display_);
+    while (XPending(display) > 0) {
+        XEvent event;
+        XNextEvent(display, &event);
+        if (event.type != SelectionRequest) continue;
+        const XSelectionRequestEvent& request = event.xselectionrequest;
+        if (request.target != XInternAtom(display, "TARGETS", False)) continue; // frozen
+        std::vector<Atom> atoms(formats_.begin(), formats_.end());
+        XChangeProperty(display, request.requestor, request.property, XA_ATOM, 32, PropModeReplace,
+                        reinterpret_cast<unsigned char*>(atoms.data()), int(atoms.size()));
+        XEvent answer{};
+        answer.xselection.type = SelectionNotify;
+        answer.xselection.requestor = request.requestor;
+        answer.xselection.selection = request.selection;
+        answer.xselection.target = request.target;
+        answer.xselection.property = request.property;
+        answer.xselection.time = request.time;
+        XSendEvent(display, request.requestor, False, 0, &answer);
+        XFlush(display);
     }
 }
 

@@ -37,6 +37,26 @@ private:
     QTimer timer_;
 };
 
+// An application that owns the CLIPBOARD, lists `formats` formats when asked and then freezes:
+// it never gives any of them.
+class FrozenClipboardOwner {
+public:
+    explicit FrozenClipboardOwner(int formats);
+    ~FrozenClipboardOwner();
+    FrozenClipboardOwner(const FrozenClipboardOwner&) = delete;
+    FrozenClipboardOwner& operator=(const FrozenClipboardOwner&) = delete;
+
+    bool valid() const { return display_ != nullptr; }
+
+private:
+    void pump();
+
+    void* display_ = nullptr;
+    unsigned long window_ = 0;
+    QList<unsigned long> formats_;
+    QTimer timer_;
+};
+
 // An application with a top-level window that reads the clipboard with a hidden window of its
 // own, as toolkits do. Shown and activated, it pastes on Ctrl+V (CLIPBOARD) and Shift+Insert
 // (PRIMARY) like a slow application: `delayMs` after the key.

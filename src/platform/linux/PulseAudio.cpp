@@ -91,18 +91,19 @@ public:
             release();
             throw failure(QStringLiteral("micro indisponible"), why);
         }
-        for (;;) {
+        // A frozen server never answers: that too is a microphone that does not record.
+        const bool answered = connection_->waitFor([this] {
             const pa_stream_state_t state = pa_stream_get_state(stream_);
-            if (state == PA_STREAM_READY) break;
-            if (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED) {
-                const QString why = connection_->error();
-                release();
-                throw failure(source.isEmpty()
-                                  ? QStringLiteral("micro indisponible")
-                                  : QStringLiteral("micro %1 indisponible").arg(source),
-                              why);
-            }
-            pa_threaded_mainloop_wait(connection_->loop());
+            return state == PA_STREAM_READY || state == PA_STREAM_FAILED ||
+                   state == PA_STREAM_TERMINATED;
+        });
+        if (pa_stream_get_state(stream_) != PA_STREAM_READY) {
+            const QString why =
+                answered ? connection_->error() : QStringLiteral("le serveur de son ne répond pas");
+            release();
+            throw failure(source.isEmpty() ? QStringLiteral("micro indisponible")
+                                           : QStringLiteral("micro %1 indisponible").arg(source),
+                          why);
         }
         // The stream is converted to 16 kHz mono by the server: what the source itself
         // delivers is asked of it, for the journal.

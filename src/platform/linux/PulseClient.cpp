@@ -70,24 +70,42 @@ PulseConnection::Lock::~Lock() {
     if (held_) pa_threaded_mainloop_unlock(loop_);
 }
 
+bool PulseConnection::waitFor(const std::function<bool()>& done) {
+    if (done()) return true;
+    struct Alarm {
+        pa_threaded_mainloop* loop;
+        bool rang = false;
+    } alarm{loop_};
+    pa_mainloop_api* api = pa_threaded_mainloop_get_api(loop_);
+    timeval when{};
+    pa_timeval_add(pa_gettimeofday(&when), pa_usec_t(kAnswerMs) * PA_USEC_PER_MSEC);
+    pa_time_event* timer = api->time_new(
+        api, &when,
+        [](pa_mainloop_api*, pa_time_event*, const timeval*, void* data) {
+            auto* a = static_cast<Alarm*>(data);
+            a->rang = true;
+            pa_threaded_mainloop_signal(a->loop, 0);
+        },
+        &alarm);
+    while (!done() && !alarm.rang)
+        pa_threaded_mainloop_wait(loop_);
+    api->time_free(timer);
+    return done();
+}
+
 bool PulseConnection::waitReady() {
-    for (;;) {
-        switch (pa_context_get_state(context_)) {
-        case PA_CONTEXT_READY:
-            return true;
-        case PA_CONTEXT_FAILED:
-        case PA_CONTEXT_TERMINATED:
-            return false;
-        default:
-            pa_threaded_mainloop_wait(loop_);
-        }
-    }
+    const auto settled = [this] {
+        const pa_context_state_t state = pa_context_get_state(context_);
+        return state == PA_CONTEXT_READY || state == PA_CONTEXT_FAILED ||
+               state == PA_CONTEXT_TERMINATED;
+    };
+    return waitFor(settled) && pa_context_get_state(context_) == PA_CONTEXT_READY;
 }
 
 bool PulseConnection::finish(pa_operation* op) {
     if (!op) return false;
-    while (pa_operation_get_state(op) == PA_OPERATION_RUNNING && !dead())
-        pa_threaded_mainloop_wait(loop_);
+    waitFor([&] { return pa_operation_get_state(op) != PA_OPERATION_RUNNING || dead(); });
+    if (pa_operation_get_state(op) == PA_OPERATION_RUNNING) pa_operation_cancel(op);
     const bool done = pa_operation_get_state(op) == PA_OPERATION_DONE;
     pa_operation_unref(op);
     return done;

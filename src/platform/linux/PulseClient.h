@@ -42,11 +42,18 @@ public:
         bool held_;
     };
 
-    // With the lock held: waits until the context is ready (true) or has failed (false).
+    // A server that does not answer (frozen) is given up after this long at each wait.
+    static constexpr int kAnswerMs = 2000;
+
+    // With the lock held: waits until the context is ready (true) or has failed or the server
+    // has not answered in time (false).
     bool waitReady();
     // With the lock held: waits until the operation is over, then releases it. False when the
-    // connection failed meanwhile.
+    // connection failed meanwhile or the server did not answer in time.
     bool finish(pa_operation* op);
+    // With the lock held: waits on the loop until `done` holds (true) or kAnswerMs have passed
+    // (false). The loop's callbacks must signal it (pa_threaded_mainloop_signal).
+    bool waitFor(const std::function<bool()>& done);
     // Whether the context failed or ended; such a connection is replaced at the next use.
     bool dead() const;
     // The server's last error, for messages.

@@ -98,6 +98,14 @@ public:
     ~DataControlClipboard() override { reset(); }
 
     ClipboardSnapshot snapshot() override { return snapshotOf(Clipboard_); }
+    // The owner's pipes are read with one deadline for all (answerMs); the formats it had not
+    // given by then are named.
+    QCoro::Task<ClipboardRead> readSnapshot(bool primary) override {
+        late_.clear();
+        ClipboardRead read{primary ? selectionSnapshot() : snapshot(), {}};
+        read.late = std::exchange(late_, {});
+        co_return read;
+    }
     void restore(const ClipboardSnapshot& snapshot) override { serve(Clipboard_, snapshot, {}); }
     void clear() override { serve(Clipboard_, {}, {}); }
 
@@ -317,9 +325,7 @@ private:
             else if (!reads[i].bytes.isEmpty()) // a format that gives no data is passed over
                 out.append({asked[i], reads[i].bytes});
         }
-        if (!late.isEmpty())
-            qWarning("presse-papiers : le propriétaire n'a pas donné à temps %s, laissé de côté",
-                     qPrintable(late.join(QStringLiteral(", "))));
+        late_ += late;
         return out;
     }
 
@@ -395,6 +401,7 @@ private:
     static constexpr zwlr_data_control_source_v1_listener sourceListener = {onSend, onCancelled};
 
     Connection connection_;
+    QStringList late_; // formats left out by the reads since the last snapshot
     zwlr_data_control_manager_v1* manager_ = nullptr;
     uint32_t managerVersion_ = 0;
     wl_seat* seat_ = nullptr;

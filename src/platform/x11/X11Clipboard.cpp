@@ -1,9 +1,15 @@
 #include "platform/x11/X11Clipboard.h"
 
+#include "platform/x11/SelectionReader.h"
+
 #include <QAbstractNativeEventFilter>
 #include <QClipboard>
+#include <QCoroFuture>
+#include <QFuture>
 #include <QGuiApplication>
+#include <QPromise>
 #include <QSet>
+#include <QThreadPool>
 #include <QTimer>
 #include <xcb/xcb.h>
 
@@ -95,6 +101,18 @@ const QSet<QString>& protocolTargets() {
     return targets;
 }
 
+// The longest a snapshot waits for the owner of a selection, all its formats together.
+constexpr int kSnapshotMs = 1000;
+
+const char* selectionName(int mode) {
+    return mode == QClipboard::Selection ? "PRIMARY" : "CLIPBOARD";
+}
+
+// Whether the selections are those of an X server (not the private ones of a screenless run).
+bool onX11() {
+    return QGuiApplication::platformName() == QLatin1String("xcb");
+}
+
 } // namespace
 
 X11Clipboard::X11Clipboard() = default;
@@ -115,14 +133,17 @@ QClipboard* X11Clipboard::board() {
     return clipboard;
 }
 
-ClipboardSnapshot X11Clipboard::snapshotOf(int mode) {
-    ClipboardSnapshot out;
+std::optional<ClipboardSnapshot> X11Clipboard::ownSnapshot(int mode) {
     QClipboard* clipboard = board();
-    if (!clipboard) return out;
+    if (!clipboard) return ClipboardSnapshot{};
+    const bool owned =
+        mode == QClipboard::Selection ? clipboard->ownsSelection() : clipboard->ownsClipboard();
+    if (onX11() && !owned) return std::nullopt;
+    ClipboardSnapshot out;
     WatchedText::LocalRead local;
     const QMimeData* data = clipboard->mimeData(QClipboard::Mode(mode));
     if (!data) return out;
-    // Deep copies: the owner's data objects go away with the next change of content.
+    // Deep copies: the data objects go away with the next change of content.
     for (const QString& format : data->formats()) {
         if (protocolTargets().contains(format)) continue;
         const QByteArray bytes = data->data(format);
@@ -130,6 +151,27 @@ ClipboardSnapshot X11Clipboard::snapshotOf(int mode) {
         out.append({format, bytes});
     }
     return out;
+}
+
+ClipboardSnapshot X11Clipboard::snapshotOf(int mode) {
+    if (std::optional<ClipboardSnapshot> own = ownSnapshot(mode)) return *own;
+    return readSelection(selectionName(mode), kSnapshotMs).formats;
+}
+
+QCoro::Task<ClipboardRead> X11Clipboard::readSnapshot(bool primary) {
+    const int mode = primary ? QClipboard::Selection : QClipboard::Clipboard;
+    if (primary && (!board() || !board()->supportsSelection())) co_return ClipboardRead{};
+    if (std::optional<ClipboardSnapshot> own = ownSnapshot(mode)) co_return ClipboardRead{*own, {}};
+    // Another client owns it: its answers are awaited on a worker thread, the main loop turning.
+    auto promise = std::make_shared<QPromise<ClipboardRead>>();
+    QFuture<ClipboardRead> future = promise->future();
+    promise->start();
+    QThreadPool::globalInstance()->start([promise, name = selectionName(mode)] {
+        promise->addResult(readSelection(name, kSnapshotMs));
+        promise->finish();
+    });
+    const ClipboardRead read = co_await future;
+    co_return read;
 }
 
 void X11Clipboard::restoreOf(int mode, const ClipboardSnapshot& snapshot) {

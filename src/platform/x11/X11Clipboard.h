@@ -52,6 +52,7 @@ public:
     ~X11Clipboard() override;
 
     ClipboardSnapshot snapshot() override;
+    QCoro::Task<ClipboardRead> readSnapshot(bool primary) override;
     void restore(const ClipboardSnapshot& snapshot) override;
     void clear() override;
     void setText(const QString& text, bool alsoPrimary,
@@ -68,6 +69,9 @@ private:
     QClipboard* board();
     std::optional<QString> textOf(int mode);
     ClipboardSnapshot snapshotOf(int mode);
+    // What this program itself holds, when it owns the selection (nothing to ask of the X
+    // server); nullopt when another client owns it.
+    std::optional<ClipboardSnapshot> ownSnapshot(int mode);
     void restoreOf(int mode, const ClipboardSnapshot& snapshot);
 
     QPointer<QClipboard> watched_;

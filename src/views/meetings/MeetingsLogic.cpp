@@ -1,7 +1,5 @@
 #include "views/meetings/MeetingsLogic.h"
 
-#include "data/Store.h"
-
 #include <QLocale>
 
 namespace ombry::MeetingsRules {
@@ -42,12 +40,6 @@ QString durationText(double seconds) {
 QString dateText(const QDateTime& date) {
     static const QLocale french(QLocale::French, QLocale::France);
     return french.toString(date.toLocalTime(), QStringLiteral("d MMMM yyyy 'à' HH:mm"));
-}
-
-void remove(Store& store, const QUuid& id) {
-    QList<Meeting> meetings = store.meetings();
-    meetings.removeIf([&](const Meeting& m) { return m.id == id; });
-    store.setMeetings(meetings);
 }
 
 } // namespace ombry::MeetingsRules

@@ -8,8 +8,6 @@
 
 namespace ombry {
 
-class Store;
-
 namespace MeetingsRules {
 
 // "%d:%02d": whole minutes, then seconds on two digits.
@@ -30,8 +28,6 @@ QString copyText(const Meeting& meeting);
 QString durationText(double seconds);
 // The date in French, in local time: "14 mars 2026 à 10:26".
 QString dateText(const QDateTime& date);
-// Removes the meeting from the store (its file is saved by the store).
-void remove(Store& store, const QUuid& id);
 
 } // namespace MeetingsRules
 

@@ -6,11 +6,14 @@
 #include "platform/Platform.h"
 #include "views/common/Components.h"
 #include "views/common/PageLook.h"
+#include "views/history/HistoryView.h"
 #include "views/meetings/MeetingsLogic.h"
 
 #include <QEvent>
+#include <QFileInfo>
 #include <QFrame>
 #include <QHBoxLayout>
+#include <QHash>
 #include <QIcon>
 #include <QLabel>
 #include <QProgressBar>
@@ -26,7 +29,8 @@ const QString kTicked = QStringLiteral("✔");
 
 } // namespace
 
-MeetingCard::MeetingCard(Store& store, const Meeting& meeting, QWidget* parent)
+MeetingCard::MeetingCard(Store& store, MeetingRecorder& recorder, HistoryPlayer& player,
+                         const Meeting& meeting, QWidget* parent)
     : QWidget(parent), store_(store), meeting_(meeting) {
     setObjectName(QStringLiteral("meetingCard"));
     auto* outer = new QVBoxLayout(this);
@@ -95,6 +99,21 @@ MeetingCard::MeetingCard(Store& store, const Meeting& meeting, QWidget* parent)
     showTranscript->setObjectName(QStringLiteral("showTranscript"));
     auto* transcriptRow = new QHBoxLayout;
     transcriptRow->addWidget(showTranscript);
+    // Nothing could be transcribed: the audio is all the meeting has, to play or to try again.
+    const QString audio = store.meetingAudioPath(meeting.id);
+    if (meeting.transcript.isEmpty() && QFileInfo::exists(audio)) {
+        layout->addWidget(PageLook::note(QStringLiteral("La transcription a échoué.")));
+        showTranscript->hide();
+        QPushButton* play = PageLook::button(QStringLiteral("Écouter"));
+        PageLook::mark(play, "playMeeting");
+        QPushButton* retry = PageLook::button(QStringLiteral("Réessayer"));
+        PageLook::mark(retry, "retryMeeting");
+        transcriptRow->addWidget(play);
+        transcriptRow->addWidget(retry);
+        connect(play, &QPushButton::clicked, this, [&player, audio] { player.play(audio); });
+        connect(retry, &QPushButton::clicked, this,
+                [this, &recorder] { recorder.retry(meeting_.id); });
+    }
     transcriptRow->addStretch();
     layout->addLayout(transcriptRow);
     auto* transcript = new QLabel(meeting.transcript);
@@ -109,13 +128,13 @@ MeetingCard::MeetingCard(Store& store, const Meeting& meeting, QWidget* parent)
     connect(copy, &QPushButton::clicked, this, [this] {
         Platform::current().clipboard().setText(MeetingsRules::copyText(meeting_), false);
     });
-    connect(trash, &QPushButton::clicked, this,
-            [this] { MeetingsRules::remove(store_, meeting_.id); });
+    connect(trash, &QPushButton::clicked, this, [this] { store_.removeMeeting(meeting_.id); });
 }
 
 MeetingsPage::MeetingsPage(Store& store, MeetingRecorder& recorder, QWidget* parent)
     : QWidget(parent), store_(store), recorder_(recorder) {
     setObjectName(QStringLiteral("meetingsPage"));
+    player_ = new HistoryPlayer(this);
     QVBoxLayout* page = PageLook::scrolledPage(this);
 
     auto* headRow = new QHBoxLayout;
@@ -197,19 +216,32 @@ void MeetingsPage::refreshButton() {
         tick_.stop();
 }
 
+// Cards are kept by meeting: only a meeting that changed gets a new card, so that the others
+// keep their ticks and their open transcript.
 void MeetingsPage::rebuildList() {
+    QHash<QUuid, MeetingCard*> cards;
     while (QLayoutItem* item = list_->takeAt(0)) {
-        // Later: the click that asked for the rebuild may come from inside the old widgets.
-        if (QWidget* w = item->widget()) {
-            w->hide();
-            w->deleteLater();
-        }
+        if (auto* card = qobject_cast<MeetingCard*>(item->widget()))
+            cards.insert(card->meeting().id, card);
         delete item;
     }
+    const auto retire = [](QWidget* card) {
+        // Later: the click that asked for the change may come from inside the card.
+        card->hide();
+        card->deleteLater();
+    };
     const QList<Meeting>& meetings = store_.meetings();
     empty_->setVisible(meetings.isEmpty());
-    for (const Meeting& m : meetings)
-        list_->addWidget(new MeetingCard(store_, m));
+    for (const Meeting& m : meetings) {
+        MeetingCard* card = cards.take(m.id);
+        if (card && card->meeting() != m) {
+            retire(card);
+            card = nullptr;
+        }
+        list_->addWidget(card ? card : new MeetingCard(store_, recorder_, *player_, m));
+    }
+    for (MeetingCard* card : std::as_const(cards))
+        retire(card);
 }
 
 } // namespace ombry

@@ -13,16 +13,20 @@ class QVBoxLayout;
 
 namespace ombry {
 
+class HistoryPlayer;
 class MeetingRecorder;
 class Store;
 
 // One stored meeting: title, date and length, summary, the tasks to tick, the transcript on
-// demand, copy and delete. Ticks live only as long as the card.
+// demand, copy and delete. Ticks live only as long as the card. A meeting none of whose pieces
+// could be transcribed offers its kept audio to play and to transcribe again.
 class MeetingCard : public QWidget {
     Q_OBJECT
 public:
-    MeetingCard(Store& store, const Meeting& meeting, QWidget* parent = nullptr);
+    MeetingCard(Store& store, MeetingRecorder& recorder, HistoryPlayer& player,
+                const Meeting& meeting, QWidget* parent = nullptr);
     const QSet<int>& done() const { return done_; }
+    const Meeting& meeting() const { return meeting_; }
 
 private:
     Store& store_;
@@ -48,6 +52,7 @@ private:
     QWidget* empty_;
     QVBoxLayout* list_;
     QTimer tick_; // runs only while recording, for the elapsed time
+    HistoryPlayer* player_;
 };
 
 } // namespace ombry

@@ -6,12 +6,14 @@
 #include "FakePlatform.h"
 #include "TestHttpServer.h"
 
+#include "audio/AudioRecorder.h"
 #include "data/Store.h"
 #include "meetings/MeetingRecorder.h"
 #include "views/meetings/MeetingsLogic.h"
 #include "views/meetings/MeetingsPage.h"
 
 #include <QFile>
+#include <QPointer>
 #include <QPushButton>
 #include <QTest>
 #include <QtMath>
@@ -60,6 +62,16 @@ class TstMeetingsPage : public QObject {
         for (QWidget* w : page->findChildren<QWidget*>(QStringLiteral("meetingCard")))
             if (w->isVisibleTo(page.get())) out << w;
         return out;
+    }
+    // The speech model hears the budget; the summary model files it.
+    void serveModels() {
+        server.setHandler([](const RecordedRequest& r) {
+            if (systemOf(r).contains(QStringLiteral("Tu reçois la transcription")))
+                return chatReply(QStringLiteral(
+                    R"({"title":"Budget 2026","summary":"On valide le budget.","tasks":["Envoyer le budget"]})"));
+            return chatReply(QStringLiteral("On valide le budget et on l'envoie demain."))
+                .after(300);
+        });
     }
     void openPage() {
         page = std::make_unique<MeetingsPage>(store(), MeetingRecorder::shared());
@@ -120,7 +132,7 @@ private Q_SLOTS:
         QVERIFY(!showsLabel(
             page.get(),
             QStringLiteral("Enregistre une réunion, un appel ou une idée à voix haute")));
-        QWidget* first = cards().first();
+        const QPointer<MeetingCard> first = static_cast<MeetingCard*>(cards().first());
         QCOMPARE(named<QLabel>(first, "meetingTitle")->text(), QStringLiteral("Point hebdo"));
         QVERIFY(named<QLabel>(first, "meetingDate")->text().endsWith(QStringLiteral(" · 31 min")));
 
@@ -128,13 +140,13 @@ private Q_SLOTS:
         QList<QPushButton*> tasks = first->findChildren<QPushButton*>(QStringLiteral("task"));
         QCOMPARE(tasks.size(), 2);
         QTest::mouseClick(tasks[1], Qt::LeftButton);
-        QCOMPARE(static_cast<MeetingCard*>(first)->done(), QSet<int>{1});
+        QCOMPARE(first->done(), QSet<int>{1});
         QVERIFY(tasks[1]->text().startsWith(QStringLiteral("✔")));
         QTest::mouseClick(tasks[1], Qt::LeftButton);
-        QVERIFY(static_cast<MeetingCard*>(first)->done().isEmpty());
+        QVERIFY(first->done().isEmpty());
         QTest::mouseClick(tasks[0], Qt::LeftButton);
 
-        auto* transcript = named<QLabel>(first, "transcript");
+        const QPointer<QLabel> transcript = named<QLabel>(first, "transcript");
         QVERIFY(!transcript->isVisible());
         QTest::mouseClick(named<QPushButton>(first, "showTranscript"), Qt::LeftButton);
         QVERIFY(transcript->isVisible());
@@ -145,29 +157,30 @@ private Q_SLOTS:
         QCOMPARE(platform.clipboard().text(),
                  std::optional<QString>(MeetingsRules::copyText(store().meetings().first())));
 
-        // Deleting the second card removes it from the file; the ticks of the first are lost
-        // with the rebuilt card.
+        // Deleting the second card removes it from the file, and its audio with it.
+        const QString audio = MeetingRecorder::audioPath(store().meetings().last());
+        QFile wav(audio);
+        QVERIFY(wav.open(QIODevice::WriteOnly) && wav.write("RIFF"));
+        wav.close();
         QTest::mouseClick(named<QPushButton>(cards().last(), "deleteMeeting"), Qt::LeftButton);
         QTRY_COMPARE(cards().size(), 1);
+        QTRY_VERIFY(!QFile::exists(audio));
         QCOMPARE(store().meetings().size(), 1);
         store().flush();
         QFile file(store().folder() + QStringLiteral("/meetings.json"));
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray json = file.readAll();
         QVERIFY(json.contains("Point hebdo") && !json.contains("Appel client"));
-        QVERIFY(static_cast<MeetingCard*>(cards().first())->done().isEmpty());
+        // The card that did not change is the same: its tick and open transcript stay.
+        QCOMPARE(cards().first(), static_cast<QWidget*>(first));
+        QCOMPARE(first->done(), QSet<int>{0});
+        QVERIFY(transcript->isVisible());
     }
 
     // The button starts the recorder, counts the time, stops it, cannot be pressed while the
     // meeting is transcribed and summarised, and the filed meeting shows up in the list.
     void recordFromTheButton() {
-        server.setHandler([](const RecordedRequest& r) {
-            if (systemOf(r).contains(QStringLiteral("Tu reçois la transcription")))
-                return chatReply(QStringLiteral(
-                    R"({"title":"Budget 2026","summary":"On valide le budget.","tasks":["Envoyer le budget"]})"));
-            return chatReply(QStringLiteral("On valide le budget et on l'envoie demain."))
-                .after(300);
-        });
+        serveModels();
         QCOMPARE(record()->text(), QStringLiteral("Démarrer une réunion"));
         QTest::mouseClick(record(), Qt::LeftButton);
         QTRY_COMPARE(record()->text(), QStringLiteral("Arrêter · 0:00"));
@@ -186,6 +199,40 @@ private Q_SLOTS:
                  QStringLiteral("Budget 2026"));
         QCOMPARE(store().meetings().first().tasks,
                  QStringList{QStringLiteral("Envoyer le budget")});
+    }
+
+    // A meeting none of whose pieces could be transcribed is played from its kept audio and
+    // transcribed and summarised again in place.
+    void aMeetingNeverHeardIsPlayedAndTriedAgain() {
+        serveModels();
+        Meeting m = meeting(QStringLiteral("Réunion"), {}, 0);
+        m.transcript.clear();
+        m.summary.clear();
+        QFile wav(MeetingRecorder::audioPath(m));
+        QVERIFY(wav.open(QIODevice::WriteOnly) && wav.write(AudioRecorder::wav(tone(5))));
+        wav.close();
+        store().setMeetings({m});
+        QTRY_COMPARE(cards().size(), 1);
+        const qsizetype played = platform.audio().played.size();
+        QTest::mouseClick(named<QPushButton>(cards().first(), "playMeeting"), Qt::LeftButton);
+        QTRY_COMPARE(platform.audio().played.size(), played + 1);
+        QCOMPARE(platform.audio().played.last().first, tone(5));
+
+        QTest::mouseClick(named<QPushButton>(cards().first(), "retryMeeting"), Qt::LeftButton);
+        QTRY_COMPARE_WITH_TIMEOUT(store().meetings().first().title, QStringLiteral("Budget 2026"),
+                                  10000);
+        QCOMPARE(store().meetings().size(), 1);
+        QCOMPARE(store().meetings().first().id, m.id);
+        QCOMPARE(store().meetings().first().transcript,
+                 QStringLiteral("On valide le budget et on l'envoie demain."));
+        // The new card is shown on the next turn of the event loop, the old one hidden at once.
+        const auto shownTitle = [&] {
+            const QList<QWidget*> shown = cards();
+            return shown.size() == 1 ? named<QLabel>(shown[0], "meetingTitle")->text() : QString();
+        };
+        QTRY_COMPARE(shownTitle(), QStringLiteral("Budget 2026"));
+        QVERIFY(!named<QPushButton>(cards().first(), "retryMeeting"));
+        QVERIFY(QFile::exists(MeetingRecorder::audioPath(m)));
     }
 };
 

@@ -443,6 +443,13 @@ private Q_SLOTS:
                     .contains(QStringLiteral("Exec=\"/opt/Ombry Voice/bin/ombry-voice\"\n")));
         QVERIFY(LoginItem::entryText(QStringLiteral("/opt/a%b/ombry-voice"))
                     .contains(QStringLiteral("Exec=/opt/a%%b/ombry-voice\n")));
+        // Inside the quotes a backslash is four in the file and a dollar sign \\$; a line end
+        // is an escape, which neither breaks the line nor adds a key.
+        QVERIFY(LoginItem::entryText(QStringLiteral("/opt/a\\b$/ombry-voice"))
+                    .contains(QStringLiteral("Exec=\"/opt/a\\\\\\\\b\\\\$/ombry-voice\"\n")));
+        const QString injected = LoginItem::entryText(QStringLiteral("/opt/x\nHidden=true/ombry"));
+        QVERIFY(injected.contains(QStringLiteral("Exec=\"/opt/x\\nHidden=true/ombry\"\n")));
+        QVERIFY(!injected.contains(QStringLiteral("\nHidden=true")));
     }
 };
 
