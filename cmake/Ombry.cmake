@@ -25,12 +25,26 @@ function(ombry_test name)
     add_executable(${name} ${ARG_SOURCES})
     target_compile_options(${name} PRIVATE ${OMBRY_WARNINGS})
     target_link_libraries(${name} PRIVATE ${ARG_DEPS} ombry_test_support Qt6::Test)
-    add_test(NAME ${name} COMMAND ${name})
-    set(home ${CMAKE_BINARY_DIR}/testhome/${name})
-    set_tests_properties(${name} PROPERTIES
-        ENVIRONMENT "HOME=${home};XDG_CONFIG_HOME=${home}/config;XDG_DATA_HOME=${home}/data;XDG_CACHE_HOME=${home}/cache;QT_QPA_PLATFORM=offscreen;OMBRY_SITE_URL=;OPENROUTER_API_KEY=;DEEPGRAM_API_KEY=;OMBRY_BINARY=$<TARGET_FILE:ombry-voice>"
-        LABELS "${ARG_LABELS}"
+    ombry_add_test(${name} ${name} "" "${ARG_LABELS}")
+endfunction()
+
+# ombry_add_test(TEST EXECUTABLE ENVIRONMENT LABELS [ARGS...]): a run of a test executable,
+# with a home of its own and the environment added to the one every test has.
+function(ombry_add_test test executable environment labels)
+    add_test(NAME ${test} COMMAND ${executable} ${ARGN})
+    set(home ${CMAKE_BINARY_DIR}/testhome/${test})
+    set(env "HOME=${home};XDG_CONFIG_HOME=${home}/config;XDG_DATA_HOME=${home}/data;XDG_CACHE_HOME=${home}/cache;QT_QPA_PLATFORM=offscreen;OMBRY_SITE_URL=;OPENROUTER_API_KEY=;DEEPGRAM_API_KEY=;OMBRY_BINARY=$<TARGET_FILE:ombry-voice>")
+    set_tests_properties(${test} PROPERTIES
+        ENVIRONMENT "${env};${environment}"
+        LABELS "${labels}"
         TIMEOUT 300)
+endfunction()
+
+# ombry_pipewire_test(NAME [FUNCTIONS...]): the test NAME (made by ombry_test), or only those
+# of its functions, run again as NAME_pipewire, its sound server (tests/support/SoundServer)
+# PipeWire instead of PulseAudio.
+function(ombry_pipewire_test name)
+    ombry_add_test(${name}_pipewire ${name} "OMBRY_TEST_SOUND_SERVER=pipewire" desktop ${ARGN})
 endfunction()
 
 # ombry_folder_library(NAME DEPS ...): the library of a subsystem folder, made of every .cpp

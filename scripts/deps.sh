@@ -7,6 +7,8 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config git clang-format ccache
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev libqt6svg6 qcoro-qt6-dev
   libpulse-dev pulseaudio pulseaudio-utils
+  # The sound tests run a second time on PipeWire, with its PulseAudio server.
+  pipewire pipewire-pulse wireplumber
   libx11-dev libxi-dev libxtst-dev libxfixes-dev
   libcld2-dev libespeak-ng-dev espeak-ng
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us

@@ -123,8 +123,9 @@ void CallTranslator::start() {
     };
     preview_->start(QStringLiteral("en"), true, true);
 
-    // The chosen application must be playing: it is looked for first, on the queue, so that
-    // its absence is told in words rather than as a capture that never hears anything.
+    // The chosen application must run: it is looked for first, on the queue, so that its
+    // absence is told in words rather than as a capture that never hears anything. One that
+    // runs but plays nothing now is waited for: the capture hears its next stream.
     const std::optional<QString> target = target_;
     const QString absent = QStringLiteral("ouvre %1 d'abord, puis démarre les sous-titres")
                                .arg(targetName().value_or(QStringLiteral("l'appli")));
@@ -135,7 +136,8 @@ void CallTranslator::start() {
         if (target) {
             apps = Platform::current().audio().playingApps();
             if (std::none_of(apps.begin(), apps.end(),
-                             [&](const PlayingApp& a) { return a.id == *target; })) {
+                             [&](const PlayingApp& a) { return a.id == *target; }) &&
+                !Platform::current().audio().applicationRunning(*target)) {
                 const EngineError e = EngineError::http(QStringLiteral("Appel"), 0, absent);
                 failure = std::make_pair(startMessage(e), e.description());
             }

@@ -48,13 +48,13 @@ struct ArchiveFree {
 };
 using ArchivePtr = std::unique_ptr<archive, ArchiveFree>;
 
-ArchivePtr openArchive(const QString& path) {
+// The archive read from the bytes in memory: the very bytes whose signature was checked.
+ArchivePtr openArchive(const QByteArray& bytes) {
     ArchivePtr a(archive_read_new());
     if (!a) refuse(QStringLiteral("lecture impossible"));
     archive_read_support_filter_gzip(a.get());
     archive_read_support_format_tar(a.get());
-    if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), 64 * 1024) !=
-        ARCHIVE_OK)
+    if (archive_read_open_memory(a.get(), bytes.constData(), size_t(bytes.size())) != ARCHIVE_OK)
         refuse(QStringLiteral("illisible"), archive_error_string(a.get()));
     return a;
 }
@@ -170,8 +170,8 @@ void judgeTogether(const QList<Member>& members) {
 }
 
 // Reads every header of the archive and judges the members, alone and together.
-QList<Member> listMembers(const QString& path) {
-    const ArchivePtr a = openArchive(path);
+QList<Member> listMembers(const QByteArray& archive) {
+    const ArchivePtr a = openArchive(archive);
     QList<Member> members;
     qint64 total = 0;
     archive_entry* entry = nullptr;
@@ -259,14 +259,14 @@ bool signatureOK(const QByteArray& data, const QByteArray& signature, const QByt
                             size_t(data.size())) == 1;
 }
 
-void extract(const QString& archivePath, const QString& folder) {
+void extract(const QByteArray& archive, const QString& folder) {
     // Judged whole before the first byte is written.
-    const QList<Member> members = listMembers(archivePath);
+    const QList<Member> members = listMembers(archive);
 
     const QByteArray root = QFile::encodeName(folder);
     if (::mkdir(root.constData(), 0700) != 0)
         refuseErrno(QStringLiteral("dossier impossible à créer"), root);
-    const ArchivePtr a = openArchive(archivePath);
+    const ArchivePtr a = openArchive(archive);
     archive_entry* entry = nullptr;
     qsizetype index = 0;
     qint64 written = 0;

@@ -32,13 +32,14 @@ inline const QString kIdentifierFile = QStringLiteral("identifier");
 // `publicKey` (32 bytes). An empty key verifies nothing.
 bool signatureOK(const QByteArray& data, const QByteArray& signature, const QByteArray& publicKey);
 
-// Unpacks the .tar.gz at `archive` into `folder`, which must not exist yet. Every member is
+// Unpacks the .tar.gz whose bytes are `archive` (those whose signature was checked, never the
+// file read again) into `folder`, which must not exist yet. Every member is
 // judged before anything is written: only folders, regular files and symbolic links are taken;
 // an absolute name, a name with "..", a name that passes through a link, a link whose target
 // leaves the folder (or passes through another link), a hard link, a device, a pipe or a
 // duplicate name refuse the whole archive with UpdateFail "archive : …". Owners and special
 // permission bits are not restored.
-void extract(const QString& archive, const QString& folder);
+void extract(const QByteArray& archive, const QString& folder);
 
 // The first program folder (in name order) among the entries of `folder`; empty when none.
 QString findProgram(const QString& folder);

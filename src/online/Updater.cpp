@@ -12,10 +12,12 @@
 
 #include <QBuffer>
 #include <QCoreApplication>
+#include <QCoroFuture>
 #include <QCoroNetworkReply>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFuture>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -25,12 +27,11 @@
 #include <QSysInfo>
 #include <QTemporaryFile>
 #include <QUuid>
+#include <QtConcurrent/QtConcurrentRun>
 #include <cerrno>
-#include <coroutine>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <thread>
 
 namespace ombry {
 
@@ -46,39 +47,6 @@ constexpr double kDownloadTimeoutSeconds = 60.0;
 // Larger than any release; a download that grows past it is refused.
 constexpr qint64 kMaxDownloadBytes = qint64(1) << 30;
 constexpr qint64 kMaxSignatureBytes = 4096;
-
-// Blocking work on a thread of its own: co_await OffMainThread{&job} runs job.work there and
-// goes on on the main thread once it is done; then job.finish() gives what the work threw. The
-// awaiter holds only a pointer (GCC 12 may destroy a temporary awaiter twice).
-struct WorkerJob {
-    std::function<void()> work;
-    std::exception_ptr failure{};
-    std::thread thread{};
-
-    void finish() {
-        if (thread.joinable()) thread.join();
-        if (failure) std::rethrow_exception(failure);
-    }
-};
-
-struct OffMainThread {
-    WorkerJob* job;
-
-    bool await_ready() const noexcept { return false; }
-    void await_suspend(std::coroutine_handle<> handle) {
-        WorkerJob* j = job;
-        j->thread = std::thread([j, handle] {
-            try {
-                j->work();
-            } catch (...) {
-                j->failure = std::current_exception();
-            }
-            QMetaObject::invokeMethod(
-                QCoreApplication::instance(), [handle] { handle.resume(); }, Qt::QueuedConnection);
-        });
-    }
-    void await_resume() const noexcept {}
-};
 
 // Fetches `url` into `into`. The status of the answer (0 when it is not HTTP); the body is
 // written only for a 200. A transfer that fails once the answer has begun throws
@@ -140,10 +108,13 @@ QCoro::Task<int> fetch(QUrl url, QIODevice* into, qint64 maxBytes) {
 // What the install does off the main thread, from the downloaded archive to the swap.
 void unpackAndSwap(const QString& archivePath, const QByteArray& signature,
                    const QString& installed, const QString& runningProgram) {
+    // Read once: the bytes checked are the bytes unpacked, whatever happens to the file meanwhile.
+    QByteArray archive;
     {
         QFile file(archivePath);
         if (!file.open(QIODevice::ReadOnly)) throw UpdateFail(kBadSignature);
-        if (!UpdatePackage::signatureOK(file.readAll(), signature, BuildInfo::updatePublicKey()))
+        archive = file.readAll();
+        if (!UpdatePackage::signatureOK(archive, signature, BuildInfo::updatePublicKey()))
             throw UpdateFail(kBadSignature);
     }
     const QFileInfo installedInfo(installed);
@@ -157,7 +128,7 @@ void unpackAndSwap(const QString& archivePath, const QByteArray& signature,
         ~Cleanup() { UpdatePackage::removeTree(path); }
     } cleanup{unpacked};
 
-    UpdatePackage::extract(archivePath, unpacked);
+    UpdatePackage::extract(archive, unpacked);
     const QString program = UpdatePackage::findProgram(unpacked);
     if (program.isEmpty()) throw UpdateFail(kNoProgram);
     const QString id = UpdatePackage::identifierOf(program);
@@ -378,9 +349,18 @@ QCoro::Task<void> Updater::runInstall(Release release) {
         download.close();
 
         const QString running = QCoreApplication::applicationFilePath();
-        WorkerJob unpacking{[&] { unpackAndSwap(archive, signature.data(), installed, running); }};
-        co_await OffMainThread{&unpacking};
-        unpacking.finish();
+        // Off the main thread; what the work throws is thrown here.
+        QFuture<std::exception_ptr> unpacking =
+            QtConcurrent::run([archive, signature = signature.data(), installed, running] {
+                try {
+                    unpackAndSwap(archive, signature, installed, running);
+                    return std::exception_ptr();
+                } catch (...) {
+                    return std::current_exception();
+                }
+            });
+        const std::exception_ptr failure = co_await unpacking;
+        if (failure) std::rethrow_exception(failure);
 
         Log::write(QStringLiteral("mise à jour installée : ") + release.version);
         if (relaunch_) relaunch_(installed);

@@ -6,6 +6,7 @@
 #include <QPair>
 #include <QString>
 #include <QStringList>
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -198,6 +199,9 @@ public:
     virtual bool activate(const AppWindow& window) = 0;
     // The name of the application of a process, empty when unknown.
     virtual QString applicationName(int64_t pid) = 0;
+    // Asks that a window of this program, about to be shown, stay on every workspace. Nothing
+    // where the desktop has no such wish for a client to make.
+    virtual void keepOnAllWorkspaces(uint64_t window) { (void)window; }
 };
 
 // One capture source (a microphone or a monitor of an output).
@@ -265,11 +269,12 @@ public:
     // Plays PCM (S16LE mono, the given rate) without waiting; a new call does not cut the last.
     virtual void play(const QByteArray& pcm, int sampleRate) = 0;
 
-    // What the computer plays, never a microphone: with an empty appId all of it (the monitor
-    // of the default output), otherwise only the streams of that application (an id as
-    // PlayingApp gives it). One application's capture follows it: when its stream ends and it
-    // opens another (a new call), the capture goes on from the new one; while it plays nothing,
-    // nothing comes. onEnd is called only when the sound server goes away. Throws
+    // What the computer plays, never a microphone: with an empty appId every application's
+    // streams but this program's own, otherwise only the streams of that application (an id
+    // as PlayingApp gives it), all of them mixed. The capture follows the streams: one that
+    // begins (a new call, a second tab) is heard from then on, one that moves to another
+    // output (the default output changed) is heard there; while nothing plays, nothing comes.
+    // onEnd is called only when the sound server goes away. Throws
     // std::runtime_error (French) when the capture cannot start. May block: off the main thread.
     virtual std::unique_ptr<CaptureStream> captureOutput(const QString& appId, PcmHandler onPcm,
                                                          EndHandler onEnd) {
@@ -279,6 +284,16 @@ public:
     // The applications that play sound now (this program left out), one entry per
     // application, sorted by name. Empty without a sound server.
     virtual QList<PlayingApp> playingApps() { return {}; }
+    // Whether what the computer plays can be captured: the server answers and its default
+    // output has a monitor. May block briefly.
+    virtual bool outputCaptureAvailable() { return false; }
+    // Whether the application (an id as PlayingApp gives it) runs, playing or not: where the
+    // system cannot tell more, whether it plays. May block briefly: off the main thread.
+    virtual bool applicationRunning(const QString& appId) {
+        const QList<PlayingApp> apps = playingApps();
+        return std::any_of(apps.begin(), apps.end(),
+                           [&](const PlayingApp& a) { return a.id == appId; });
+    }
 };
 
 // Reading text aloud.

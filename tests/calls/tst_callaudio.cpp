@@ -1,6 +1,8 @@
 // The call translator against a private sound server: English speech played on the default
-// output becomes English and French lines in order, and when one application is chosen the
-// sound of another one playing at the same time is left out.
+// output becomes English and French lines in order; when one application is chosen the
+// sound of another one playing at the same time is left out, and all its own streams are
+// heard; the program's own sounds are never heard, and a stream that moves to another output
+// is heard there.
 #include "SoundServer.h"
 #include "TestHttpServer.h"
 
@@ -65,7 +67,7 @@ class TstCallAudio : public QObject {
     SoundServer sound;
     TestHttpServer server;
     QTemporaryDir dir;
-    QString callWav, otherWav;
+    QString callWav, otherWav, firstWav;
     QByteArray pcm0, pcm1, pcm2;
     double firstSentence = 0, otherSentence = 0;
     QList<double> heard;
@@ -93,19 +95,30 @@ class TstCallAudio : public QObject {
         return std::any_of(apps.begin(), apps.end(),
                            [&](const PlayingApp& a) { return a.id == id; });
     }
+    static bool write(const QString& path, const QByteArray& pcm) {
+        QFile f(path);
+        return f.open(QIODevice::WriteOnly) && f.write(AudioRecorder::wav(pcm)) > 0;
+    }
+    // The streams that play (PulseAudio's keeper of the test microphone left out).
+    qsizetype streams() {
+        return sound.pactl({"list", "short", "sink-inputs"})
+                   .split(QLatin1Char('\n'), Qt::SkipEmptyParts)
+                   .size() -
+               (SoundServer::pipeWire() ? 0 : 1);
+    }
     void waitPlayers() {
         for (const auto& p : players)
             QTRY_VERIFY_WITH_TIMEOUT(p->state() == QProcess::NotRunning, 30000);
         players.clear();
     }
 
-    // Plays the call and the other application together, with the translator running from
-    // the moment both are heard; stops it once they are over.
-    void runCall(CallTranslator& call) {
+    // Plays the call and a second stream together (another application's, or a second tab
+    // of the same one), with the translator running from the moment both play; stops it once
+    // they are over.
+    void runCall(CallTranslator& call, const QString& other = QStringLiteral("Autre")) {
         play(callWav, QStringLiteral("Appel"));
-        play(otherWav, QStringLiteral("Autre"));
-        QTRY_VERIFY(playing(call, QStringLiteral("appel")) &&
-                    playing(call, QStringLiteral("autre")));
+        play(otherWav, other);
+        QTRY_COMPARE(streams(), 2);
         call.start();
         QVERIFY(call.running());
         QVERIFY(!call.error());
@@ -116,9 +129,10 @@ class TstCallAudio : public QObject {
 
 private Q_SLOTS:
     void initTestCase() {
-        if (!SoundServer::installed()) QSKIP("pulseaudio is not installed");
+        if (!SoundServer::installed()) QSKIP(SoundServer::notInstalled());
         QVERIFY2(sound.start(), qPrintable(sound.error()));
         Platform::current().setAudio(linux_platform::makeAudioSystem());
+        QVERIFY(Platform::current().audio().outputCaptureAvailable());
         Log::resetForTests(dir.filePath(QStringLiteral("journal.log")));
         qputenv("OMBRY_OPENROUTER_URL", server.url().toString().toUtf8());
         KeyStore::shared().save(QStringLiteral("sk-or-test"), APIService::OpenRouter);
@@ -142,10 +156,8 @@ private Q_SLOTS:
         otherSentence = pcm[1].size() / 32000.0;
         callWav = dir.filePath(QStringLiteral("call.wav"));
         otherWav = dir.filePath(QStringLiteral("other.wav"));
-        auto write = [](const QString& path, const QByteArray& data) {
-            QFile f(path);
-            return f.open(QIODevice::WriteOnly) && f.write(AudioRecorder::wav(data)) > 0;
-        };
+        firstWav = dir.filePath(QStringLiteral("first.wav"));
+        QVERIFY(write(firstWav, silence(0.8) + pcm0 + silence(1.0)));
         QVERIFY(write(callWav, silence(1.0) + pcm[0] + silence(otherSentence + 3.0) + pcm[2] +
                                    silence(1.0)));
         QVERIFY(write(otherWav, silence(1.0 + firstSentence + 1.5) + pcm[1] + silence(0.5)));
@@ -188,32 +200,59 @@ private Q_SLOTS:
         QCOMPARE(call.targetName(), QStringLiteral("Appel"));
     }
 
-    void allTheAudioHearsBothApplications() {
-        // Same sound, no choice: the other application's sentence becomes a line of its own.
+    void bothStreamsAreHeardMixed_data() {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QString>("other");
+        QTest::newRow("all the audio") << QString() << QStringLiteral("Autre");
+        QTest::newRow("a second tab of the application")
+            << QStringLiteral("appel") << QStringLiteral("Appel");
+    }
+    void bothStreamsAreHeardMixed() {
+        // Same sound: the second stream's sentence becomes a line of its own, and the call's
+        // own sentences are still heard around it.
+        QFETCH(QString, target);
+        QFETCH(QString, other);
         CallTranslator call;
-        call.setTargetBundleID(std::nullopt);
+        call.setTargetBundleID(target);
         heard.clear();
-        runCall(call);
+        runCall(call, other);
         QTRY_VERIFY_WITH_TIMEOUT(heard.size() == 3, 15000);
         QVERIFY2(near(heard[0], energy(pcm0)), qPrintable(QString::number(heard[0])));
         QVERIFY2(near(heard[1], energy(pcm1)), qPrintable(QString::number(heard[1])));
         QVERIFY2(near(heard[2], energy(pcm2)), qPrintable(QString::number(heard[2])));
     }
 
+    void ownSoundsAreLeftOutAndAChangeOfOutputIsFollowed() {
+        // All the audio: the program itself speaks in the gap of the call, then the default
+        // output changes and the call's stream moves there before its second sentence.
+        CallTranslator call;
+        call.setTargetBundleID(std::nullopt);
+        heard.clear();
+        play(callWav, QStringLiteral("Appel"));
+        QTRY_VERIFY(playing(call, QStringLiteral("appel")));
+        call.start();
+        QTRY_COMPARE_WITH_TIMEOUT(heard.size(), 1, 10000);
+        Platform::current().audio().play(pcm1, 16000);
+        QTRY_COMPARE(streams(), 2);
+        QTRY_COMPARE(streams(), 1);
+        sound.pactl({QStringLiteral("set-default-sink"), QStringLiteral("mic")});
+        waitPlayers();
+        QTest::qWait(300);
+        call.stop();
+        sound.pactl({QStringLiteral("set-default-sink"), QStringLiteral("speakers")});
+        QTRY_VERIFY_WITH_TIMEOUT(!call.lines().isEmpty() && call.lines().last().done, 15000);
+        QCOMPARE(heard.size(), 2);
+        QVERIFY2(near(heard[1], energy(pcm2)), qPrintable(QString::number(heard[1])));
+    }
+
     void theCaptureFollowsTheApplicationToItsNextStream() {
         // The first call ends (its stream goes), a second one begins in the same application.
-        const QString first = dir.filePath(QStringLiteral("first.wav"));
         const QString second = dir.filePath(QStringLiteral("second.wav"));
-        auto write = [](const QString& path, const QByteArray& data) {
-            QFile f(path);
-            return f.open(QIODevice::WriteOnly) && f.write(AudioRecorder::wav(data)) > 0;
-        };
-        QVERIFY(write(first, silence(0.8) + pcm0 + silence(1.0)));
         QVERIFY(write(second, silence(0.8) + pcm2 + silence(1.0)));
         CallTranslator call;
         call.setTargetBundleID(QStringLiteral("appel"));
         heard.clear();
-        play(first, QStringLiteral("Appel"));
+        play(firstWav, QStringLiteral("Appel"));
         QTRY_VERIFY(playing(call, QStringLiteral("appel")));
         call.start();
         QVERIFY(call.running());
@@ -231,12 +270,34 @@ private Q_SLOTS:
         QVERIFY2(near(heard[1], energy(pcm2)), qPrintable(QString::number(heard[1])));
     }
 
-    void aChosenApplicationThatIsSilentIsNamed() {
+    void aChosenApplicationIsWaitedForWhileItRuns() {
+        // Not running at all: it is named.
         CallTranslator call;
         call.setTargetBundleID(QStringLiteral("org.example.Visio"));
         call.start();
         QTRY_VERIFY(!call.running());
         QCOMPARE(call.error(), QStringLiteral("Ouvre Visio d'abord, puis démarre les sous-titres"));
+        // Running and silent (connected to the sound server, with no stream to play): the
+        // capture starts and hears its next stream.
+        QProcess silent;
+        silent.setProcessEnvironment(sound.environment());
+        silent.setStandardOutputFile(QProcess::nullDevice());
+        silent.start(QStringLiteral("parec"),
+                     {QStringLiteral("--property=application.name=Visio")});
+        QTRY_VERIFY(sound.pactl({"list", "clients"}).contains("Visio"));
+        call.setTargetBundleID(QStringLiteral("visio"));
+        heard.clear();
+        call.start();
+        call.drainQueue(); // the capture is open
+        play(firstWav, QStringLiteral("Visio"));
+        waitPlayers();
+        QTest::qWait(300);
+        QVERIFY(call.running());
+        call.stop();
+        QTRY_VERIFY_WITH_TIMEOUT(call.lines().size() == 1 && call.lines()[0].done, 15000);
+        QCOMPARE(call.lines()[0].fr, french[0]);
+        silent.kill();
+        silent.waitForFinished();
     }
 };
 

@@ -212,7 +212,7 @@ class TstDesktopDictation : public QObject {
 private Q_SLOTS:
     void initTestCase() {
         OMBRY_REQUIRE_DESKTOP();
-        if (!SoundServer::installed()) QSKIP("pulseaudio n'est pas installé");
+        if (!SoundServer::installed()) QSKIP(SoundServer::notInstalled());
         QVERIFY2(sound.start(), qPrintable(sound.error()));
         speech = files.filePath(QStringLiteral("phrase.wav"));
         QVERIFY(SoundServer::makeSpeech(

@@ -223,6 +223,8 @@ public:
     std::unique_ptr<CaptureStream> captureOutput(const QString& appId, PcmHandler onPcm,
                                                  EndHandler onEnd) override;
     QList<PlayingApp> playingApps() override { return apps; }
+    bool outputAvailable = true; // the default output has a monitor
+    bool outputCaptureAvailable() override { return available && outputAvailable; }
     void feedOutput(const QByteArray& pcm);
     void endOutput(const QString& reason);
     bool capturingOutput() const;

@@ -9,11 +9,20 @@
 
 namespace ombry::test {
 
-pid_t spawn(const QList<QByteArray>& argv, const QByteArray& output) {
+pid_t spawn(const QList<QByteArray>& argv, const QByteArray& output,
+            const QStringList& environment) {
     std::vector<char*> args;
     for (const QByteArray& a : argv)
         args.push_back(const_cast<char*>(a.constData()));
     args.push_back(nullptr);
+    // Made before the fork: the child may only call what is safe after it.
+    QList<QByteArray> vars;
+    for (const QString& v : environment)
+        vars << v.toLocal8Bit();
+    std::vector<char*> env;
+    for (const QByteArray& v : vars)
+        env.push_back(const_cast<char*>(v.constData()));
+    env.push_back(nullptr);
     const QByteArray out = output.isEmpty() ? QByteArray("/dev/null") : output;
     const pid_t parent = getpid();
     const pid_t pid = fork();
@@ -26,7 +35,10 @@ pid_t spawn(const QList<QByteArray>& argv, const QByteArray& output) {
         dup2(null, 0);
         dup2(log >= 0 ? log : null, 1);
         dup2(log >= 0 ? log : null, 2);
-        execvp(args[0], args.data());
+        if (environment.isEmpty())
+            execvp(args[0], args.data());
+        else
+            execvpe(args[0], args.data(), env.data());
         _exit(127);
     }
     return pid;

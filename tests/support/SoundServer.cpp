@@ -1,12 +1,15 @@
 #include "SoundServer.h"
+#include "Processes.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QLocalSocket>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QThread>
 #include <QtEndian>
+#include <algorithm>
 #include <csignal>
 #include <sys/types.h>
 
@@ -18,9 +21,25 @@ SoundServer::~SoundServer() {
     stop();
 }
 
+bool SoundServer::pipeWire() {
+    return qgetenv("OMBRY_TEST_SOUND_SERVER") == "pipewire";
+}
+
 bool SoundServer::installed() {
-    return !QStandardPaths::findExecutable(QStringLiteral("pulseaudio")).isEmpty() &&
-           !QStandardPaths::findExecutable(QStringLiteral("pactl")).isEmpty();
+    QStringList programs{QStringLiteral("pactl")};
+    if (pipeWire())
+        programs << QStringLiteral("pipewire") << QStringLiteral("pipewire-pulse")
+                 << QStringLiteral("wireplumber") << QStringLiteral("dbus-daemon");
+    else
+        programs << QStringLiteral("pulseaudio");
+    return std::all_of(programs.begin(), programs.end(), [](const QString& p) {
+        return !QStandardPaths::findExecutable(p).isEmpty();
+    });
+}
+
+const char* SoundServer::notInstalled() {
+    return pipeWire() ? "PipeWire (pipewire, pipewire-pulse, wireplumber) is not installed"
+                      : "pulseaudio is not installed";
 }
 
 QString SoundServer::runtimeDir() const {
@@ -58,7 +77,7 @@ bool SoundServer::start() {
     if (running()) return true;
     error_.clear();
     if (!installed()) {
-        error_ = QStringLiteral("pulseaudio n'est pas installé");
+        error_ = QString::fromLatin1(notInstalled());
         return false;
     }
     // A short path: the server's socket lives under it, and socket paths are limited in length.
@@ -68,6 +87,67 @@ bool SoundServer::start() {
         return false;
     }
     QDir(runtimeDir()).mkpath(QStringLiteral("state"));
+    if (!(pipeWire() ? startPipeWire() : startPulseAudio())) {
+        stop();
+        return false;
+    }
+
+    QElapsedTimer sinceMic;
+    sinceMic.start();
+    const bool ok =
+        loadModule(QStringLiteral("module-null-sink"),
+                   {QStringLiteral("sink_name=mic"),
+                    QStringLiteral("sink_properties=device.description=MicInput")}) >= 0 &&
+        loadModule(QStringLiteral("module-null-sink"),
+                   {QStringLiteral("sink_name=speakers"),
+                    QStringLiteral("sink_properties=device.description=Speakers")}) >= 0;
+    if (!ok || !setDefault(QStringLiteral("sink"), QStringLiteral("speakers")) || !plugTestMic()) {
+        error_ = QStringLiteral("the test devices could not be set up");
+        stop();
+        return false;
+    }
+    if (!pipeWire()) {
+        // An idle null sink renders its silence in blocks of two seconds ahead, so a
+        // recording that starts would wait up to that long for its first sound, where a real
+        // microphone delivers at once. A stream of zeros played into "mic" with a small
+        // latency (adding nothing to what the microphone hears) keeps it rendering in short
+        // blocks all along.
+        keeper_ = std::make_unique<QProcess>();
+        keeper_->setProcessEnvironment(environment());
+        keeper_->setStandardInputFile(QStringLiteral("/dev/zero"));
+        keeper_->setStandardOutputFile(QProcess::nullDevice());
+        keeper_->start(QStringLiteral("pacat"),
+                       {QStringLiteral("--playback"), QStringLiteral("-d"), QStringLiteral("mic"),
+                        QStringLiteral("--latency-msec=10"), QStringLiteral("--raw")});
+        bool keeping = keeper_->waitForStarted(5000);
+        for (int i = 0; keeping && i < 100; ++i) {
+            if (!pactl({QStringLiteral("list"), QStringLiteral("short"),
+                        QStringLiteral("sink-inputs")})
+                     .trimmed()
+                     .isEmpty())
+                break;
+            QThread::msleep(20);
+        }
+        if (!keeping) {
+            error_ = QStringLiteral("pacat did not start");
+            stop();
+            return false;
+        }
+        // The block rendered when "mic" was made still runs its two seconds: wait them out.
+        if (const qint64 left = 2100 - sinceMic.elapsed(); left > 0) QThread::msleep(ulong(left));
+    }
+
+    hadRuntimeDir_ = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
+    savedRuntimeDir_ = qgetenv("XDG_RUNTIME_DIR");
+    hadServer_ = qEnvironmentVariableIsSet("PULSE_SERVER");
+    savedServer_ = qgetenv("PULSE_SERVER");
+    pointed_ = true;
+    qputenv("XDG_RUNTIME_DIR", runtimeDir().toUtf8());
+    qputenv("PULSE_SERVER", serverAddress().toUtf8());
+    return true;
+}
+
+bool SoundServer::startPulseAudio() {
     QProcessEnvironment env = environment();
     env.remove(QStringLiteral("PULSE_SERVER"));
     QProcess p;
@@ -88,58 +168,61 @@ bool SoundServer::start() {
         error_ = QStringLiteral("pulseaudio left no pid");
         return false;
     }
-
-    QElapsedTimer sinceMic;
-    sinceMic.start();
-    const bool ok =
-        loadModule(QStringLiteral("module-null-sink"),
-                   {QStringLiteral("sink_name=mic"),
-                    QStringLiteral("sink_properties=device.description=MicInput")}) >= 0 &&
-        loadModule(QStringLiteral("module-null-sink"),
-                   {QStringLiteral("sink_name=speakers"),
-                    QStringLiteral("sink_properties=device.description=Speakers")}) >= 0 &&
-        plugTestMic() &&
-        run(QStringLiteral("pactl"),
-            {QStringLiteral("set-default-sink"), QStringLiteral("speakers")});
-    if (!ok) {
-        error_ = QStringLiteral("the test devices could not be set up");
-        stop();
-        return false;
-    }
-    // An idle null sink renders its silence in blocks of two seconds ahead, so a recording
-    // that starts would wait up to that long for its first sound, where a real microphone
-    // delivers at once. A stream of zeros played into "mic" with a small latency (adding
-    // nothing to what the microphone hears) keeps it rendering in short blocks all along.
-    keeper_ = std::make_unique<QProcess>();
-    keeper_->setProcessEnvironment(environment());
-    keeper_->setStandardInputFile(QStringLiteral("/dev/zero"));
-    keeper_->setStandardOutputFile(QProcess::nullDevice());
-    keeper_->start(QStringLiteral("pacat"),
-                   {QStringLiteral("--playback"), QStringLiteral("-d"), QStringLiteral("mic"),
-                    QStringLiteral("--latency-msec=10"), QStringLiteral("--raw")});
-    bool keeping = keeper_->waitForStarted(5000);
-    for (int i = 0; keeping && i < 100; ++i) {
-        if (!pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")})
-                 .trimmed()
-                 .isEmpty())
-            break;
-        QThread::msleep(20);
-    }
-    if (!keeping) {
-        error_ = QStringLiteral("pacat did not start");
-        stop();
-        return false;
-    }
-    // The block rendered when "mic" was made still runs its two seconds: wait them out.
-    if (const qint64 left = 2100 - sinceMic.elapsed(); left > 0) QThread::msleep(ulong(left));
-
-    hadRuntimeDir_ = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
-    savedRuntimeDir_ = qgetenv("XDG_RUNTIME_DIR");
-    hadServer_ = qEnvironmentVariableIsSet("PULSE_SERVER");
-    savedServer_ = qgetenv("PULSE_SERVER");
-    qputenv("XDG_RUNTIME_DIR", runtimeDir().toUtf8());
-    qputenv("PULSE_SERVER", serverAddress().toUtf8());
     return true;
+}
+
+bool SoundServer::startPipeWire() {
+    const QString dir = runtimeDir();
+    // wireplumber does not run without a session bus: one of their own, which starts no
+    // service on demand.
+    const QString bus = dir + QStringLiteral("/bus");
+    QFile config(dir + QStringLiteral("/bus.conf"));
+    if (!config.open(QIODevice::WriteOnly)) return false;
+    config.write(
+        QStringLiteral("<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
+                       "1.0//EN\"\n \"http://www.freedesktop.org/standards/dbus/1.0/"
+                       "busconfig.dtd\">\n<busconfig><type>session</type><listen>unix:path=%1"
+                       "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow "
+                       "send_destination=\"*\"/><allow receive_sender=\"*\"/><allow "
+                       "own=\"*\"/></policy></busconfig>\n")
+            .arg(bus)
+            .toUtf8());
+    config.close();
+    // The servers' configuration and saved state (wireplumber keeps the default devices and
+    // volumes it saw) in the runtime folder, so that none of the user's comes in; no display.
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"PULSE_SERVER", "PIPEWIRE_REMOTE", "DISPLAY", "WAYLAND_DISPLAY"})
+        env.remove(QString::fromLatin1(name));
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir);
+    env.insert(QStringLiteral("PIPEWIRE_RUNTIME_DIR"), dir);
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir + QStringLiteral("/config"));
+    env.insert(QStringLiteral("XDG_STATE_HOME"), dir + QStringLiteral("/state"));
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=") + bus);
+    const QStringList vars = env.toStringList();
+    const QByteArray log = QFile::encodeName(dir + QStringLiteral("/server.log"));
+    auto launch = [&](const QList<QByteArray>& argv) {
+        const pid_t pid = spawn(argv, log, vars);
+        if (pid > 0) children_ << pid;
+        return pid > 0;
+    };
+    // Each in turn, once the one before takes connections: wireplumber gives up at once on
+    // a PipeWire that is not there yet.
+    auto listening = [](const QString& path) {
+        for (int i = 0; i < 400; ++i) {
+            QLocalSocket socket;
+            socket.connectToServer(path);
+            if (socket.waitForConnected(100)) return true;
+            QThread::msleep(25);
+        }
+        return false;
+    };
+    const bool up = launch({"dbus-daemon", "--nofork",
+                            "--config-file=" + QFile::encodeName(config.fileName())}) &&
+                    listening(bus) && launch({"pipewire"}) &&
+                    listening(dir + QStringLiteral("/pipewire-0")) && launch({"wireplumber"}) &&
+                    launch({"pipewire-pulse"}) && listening(dir + QStringLiteral("/pulse/native"));
+    if (!up) error_ = QStringLiteral("PipeWire did not start (see %1)").arg(QString::fromUtf8(log));
+    return up;
 }
 
 void SoundServer::stop() {
@@ -155,7 +238,14 @@ void SoundServer::stop() {
             QThread::msleep(50);
         if (::kill(pid_t(pid_), 0) == 0) ::kill(pid_t(pid_), SIGKILL);
         pid_ = 0;
-        testMicModule_ = -1;
+    }
+    // The clients first, the bus last.
+    while (!children_.isEmpty()) {
+        pid_t child = children_.takeLast();
+        end(child);
+    }
+    testMicModule_ = -1;
+    if (std::exchange(pointed_, false)) {
         if (hadRuntimeDir_)
             qputenv("XDG_RUNTIME_DIR", savedRuntimeDir_);
         else
@@ -206,7 +296,34 @@ bool SoundServer::plugTestMic() {
 }
 
 bool SoundServer::setDefaultSource(const QString& name) {
-    return run(QStringLiteral("pactl"), {QStringLiteral("set-default-source"), name});
+    return setDefault(QStringLiteral("source"), name);
+}
+
+bool SoundServer::setDefault(const QString& kind, const QString& name) {
+    // PipeWire's server takes no default before its session manager is up, and the manager
+    // applies a choice a moment after it is made: until then clients are told the former one.
+    QElapsedTimer waited;
+    waited.start();
+    while (waited.elapsed() < 10000) {
+        if (run(QStringLiteral("pactl"), {QStringLiteral("set-default-") + kind, name}) &&
+            pactl({QStringLiteral("get-default-") + kind}).trimmed() == name)
+            return true;
+        QThread::msleep(20);
+    }
+    return false;
+}
+
+int SoundServer::addSource(const QString& name, int rate, int channels) {
+    const QStringList format{QStringLiteral("rate=%1").arg(rate),
+                             QStringLiteral("channels=%1").arg(channels)};
+    // PipeWire's server has no null source: its null sink, made a source, instead.
+    if (pipeWire())
+        return loadModule(QStringLiteral("module-null-sink"),
+                          QStringList{QStringLiteral("media.class=Audio/Source/Virtual"),
+                                      QStringLiteral("sink_name=") + name} +
+                              format);
+    return loadModule(QStringLiteral("module-null-source"),
+                      QStringList{QStringLiteral("source_name=") + name} + format);
 }
 
 bool SoundServer::play(const QString& wavPath, const QString& sink) {

@@ -6,20 +6,23 @@
 #include <QStringList>
 #include <QTemporaryDir>
 #include <memory>
+#include <sys/types.h>
 
 class QProcess;
 
 namespace ombry::test {
 
-// A private PulseAudio server for tests, in its own runtime folder, with no configuration of
-// the machine: two null outputs, "speakers" (the default output, where the program's sounds
-// go) and "mic", and a source "testmic" remapped over mic.monitor, which the server lists as
-// a plain microphone and which is the default input. Sound played into "mic" is what the
-// program hears; the program's own sounds never reach it.
+// A private sound server for tests, in its own runtime folder, with no configuration of the
+// machine: PulseAudio, or with OMBRY_TEST_SOUND_SERVER=pipewire PipeWire with its PulseAudio
+// server (pipewire-pulse) and its session manager (wireplumber) on a bus of their own. Both
+// have the same devices: two null outputs, "speakers" (the default output, where the
+// program's sounds go) and "mic", and a source "testmic" remapped over mic.monitor, which the
+// server lists as a plain microphone and which is the default input. Sound played into "mic"
+// is what the program hears; the program's own sounds never reach it.
 //
 // start() points this process at the server (XDG_RUNTIME_DIR and PULSE_SERVER), so libpulse
 // connects to it; environment() gives the same to child processes (the program under test).
-// The destructor stops the server by its pid.
+// The destructor stops the server's processes.
 class SoundServer {
 public:
     SoundServer();
@@ -27,14 +30,20 @@ public:
     SoundServer(const SoundServer&) = delete;
     SoundServer& operator=(const SoundServer&) = delete;
 
-    // Whether the pulseaudio program is installed (tests skip without it).
+    // Whether the programs of the chosen server are installed (tests skip without them), and
+    // what the test says when they are not.
     static bool installed();
+    static const char* notInstalled();
+    // Whether OMBRY_TEST_SOUND_SERVER chooses PipeWire.
+    static bool pipeWire();
 
     // Starts the server and sets it up; false with error() on failure.
     bool start();
     void stop();
-    bool running() const { return pid_ > 0; }
-    qint64 pid() const { return pid_; }
+    bool running() const { return pid_ > 0 || !children_.isEmpty(); }
+    // The process that speaks the PulseAudio protocol: pulseaudio, or pipewire-pulse (the last
+    // of PipeWire's servers to start).
+    qint64 pid() const { return pid_ > 0 ? pid_ : (children_.isEmpty() ? 0 : children_.last()); }
     QString error() const { return error_; }
 
     QString runtimeDir() const;
@@ -53,8 +62,11 @@ public:
     bool unplugTestMic();
     // Brings "testmic" back (after unplugTestMic) as the default source.
     bool plugTestMic();
-    // Makes a source the server's default.
+    // Makes a source the server's default, and waits until the server names it so.
     bool setDefaultSource(const QString& name);
+    // Adds a source of the given format that is no monitor (a microphone that delivers it, and
+    // nothing but silence); its module's index, or -1.
+    int addSource(const QString& name, int rate, int channels);
 
     // Plays a WAV file into a sink (paplay -d) and waits until it has been played.
     bool play(const QString& wavPath, const QString& sink = QStringLiteral("mic"));
@@ -68,16 +80,21 @@ public:
     static QByteArray wavData(const QString& wavPath);
 
 private:
+    bool startPulseAudio();
+    bool startPipeWire();
+    bool setDefault(const QString& kind, const QString& name); // kind: "sink" or "source"
     bool run(const QString& program, const QStringList& args, QString* out = nullptr,
              int timeoutMs = 30000) const;
 
     std::unique_ptr<QTemporaryDir> dir_;
     std::unique_ptr<QProcess> keeper_; // keeps the test microphone running like a real one
-    qint64 pid_ = 0;
+    qint64 pid_ = 0;                   // the PulseAudio daemon's
+    QList<pid_t> children_;            // PipeWire's bus and servers, in the order they started
     int testMicModule_ = -1;
     QString error_;
     QByteArray savedRuntimeDir_, savedServer_;
     bool hadRuntimeDir_ = false, hadServer_ = false;
+    bool pointed_ = false; // this process's environment names the server
 };
 
 } // namespace ombry::test

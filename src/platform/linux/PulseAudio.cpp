@@ -348,6 +348,12 @@ public:
     }
 
     QList<PlayingApp> playingApps() override { return linux_platform::playingApps(client_); }
+    bool outputCaptureAvailable() override {
+        return linux_platform::outputCaptureAvailable(client_);
+    }
+    bool applicationRunning(const QString& appId) override {
+        return linux_platform::applicationRunning(client_, appId);
+    }
 
 private:
     std::shared_ptr<Watchers> watchers_;

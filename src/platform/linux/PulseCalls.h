@@ -3,8 +3,9 @@
 #include "platform/Desktop.h"
 #include "platform/linux/PulseClient.h"
 
-// What the computer plays, for the subtitles of a call: the monitor of the default output, or
-// the streams of one application only, found by their sink inputs.
+// What the computer plays, for the subtitles of a call: the streams (sink inputs) of every
+// application but this program, or of one application only, each captured on its own and
+// mixed.
 namespace ombry::linux_platform {
 
 // The identity of an application from the properties of its stream: the desktop-file id when
@@ -15,6 +16,11 @@ PlayingApp identifyStream(const QString& applicationId, const QString& applicati
                           const QString& binary);
 
 QList<PlayingApp> playingApps(PulseClient& client);
+// Whether the server's default output has a monitor to capture.
+bool outputCaptureAvailable(PulseClient& client);
+// Whether the application has a connection to the sound server (a call program keeps one
+// while silent) or a process of its program runs.
+bool applicationRunning(PulseClient& client, const QString& appId);
 
 std::unique_ptr<CaptureStream> captureOutput(const QString& appId, AudioSystem::PcmHandler onPcm,
                                              AudioSystem::EndHandler onEnd);

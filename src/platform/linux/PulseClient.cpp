@@ -263,7 +263,14 @@ constexpr uint32_t kFragmentBytes = 2048;
 pa_stream* newRecordStream(pa_context* context, const char* name, pa_stream_notify_cb_t onState,
                            pa_stream_request_cb_t onRead, void* data) {
     const pa_sample_spec spec{PA_SAMPLE_S16LE, 16000, 1};
-    pa_stream* stream = pa_stream_new(context, name, &spec, nullptr);
+    // PipeWire mixes a stereo source down to mono as the sum of its channels over the square
+    // root of two: a voice alike on both channels (many built-in and USB microphones are
+    // stereo) comes out 3 dB louder than it is, and a loud one clips. Normalised, the
+    // mix is their average, as PulseAudio makes it; PulseAudio ignores the property.
+    pa_proplist* props = pa_proplist_new();
+    pa_proplist_sets(props, "channelmix.normalize", "true");
+    pa_stream* stream = pa_stream_new_with_proplist(context, name, &spec, nullptr, props);
+    pa_proplist_free(props);
     if (!stream) return nullptr;
     pa_stream_set_state_callback(stream, onState, data);
     pa_stream_set_read_callback(stream, onRead, data);

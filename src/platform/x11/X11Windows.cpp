@@ -2,6 +2,8 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QGuiApplication>
+#include <xcb/xcb.h>
 
 #include "platform/x11/X11Windows.h"
 
@@ -133,6 +135,34 @@ QString X11Windows::applicationName(int64_t pid) {
         entry && !entry->name.isEmpty())
         return entry->name;
     return processName;
+}
+
+void X11Windows::keepOnAllWorkspaces(uint64_t window) {
+    // On Qt's own connection, where the window was made: the property then reaches the server
+    // before the map that the window manager reads it at. For a window already mapped, the
+    // window manager is asked as well.
+    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    if (!x11 || window == 0) return;
+    xcb_connection_t* c = x11->connection();
+    const QByteArray name("_NET_WM_DESKTOP");
+    xcb_intern_atom_reply_t* atom = xcb_intern_atom_reply(
+        c, xcb_intern_atom(c, 0, uint16_t(name.size()), name.constData()), nullptr);
+    if (!atom) return;
+    const uint32_t all = 0xFFFFFFFF;
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, xcb_window_t(window), atom->atom,
+                        XCB_ATOM_CARDINAL, 32, 1, &all);
+    xcb_client_message_event_t event{};
+    event.response_type = XCB_CLIENT_MESSAGE;
+    event.format = 32;
+    event.window = xcb_window_t(window);
+    event.type = atom->atom;
+    event.data.data32[0] = all;
+    event.data.data32[1] = 2; // asked on the user's behalf
+    xcb_send_event(c, 0, xcb_setup_roots_iterator(xcb_get_setup(c)).data->root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&event));
+    xcb_flush(c);
+    free(atom);
 }
 
 } // namespace ombry::x11

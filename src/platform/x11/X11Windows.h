@@ -14,6 +14,7 @@ public:
     std::optional<AppWindow> frontmost() override;
     bool activate(const AppWindow& window) override;
     QString applicationName(int64_t pid) override;
+    void keepOnAllWorkspaces(uint64_t window) override;
 
 private:
     bool ensureConnected();

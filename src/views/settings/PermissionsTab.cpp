@@ -90,8 +90,12 @@ QWidget* SettingsPage::permissions() {
                                        "session X11.")
                       : keyboard.reason(),
                   false);
-    permissionRow(QStringLiteral("Audio système (sous-titres d'appel)"), soundServer,
-                  QStringLiteral("Le son de tes applis, pris sur la sortie du serveur de son"),
+    const bool output = Platform::current().audio().outputCaptureAvailable();
+    permissionRow(QStringLiteral("Audio système (sous-titres d'appel)"), output,
+                  output ? QStringLiteral("Le son de tes applis, pris sur la sortie du serveur de "
+                                          "son")
+                         : QStringLiteral("Le serveur de son n'a pas de sortie dont le son puisse "
+                                          "être écouté."),
                   bool(soundSettings));
     v->addWidget(desktopCard());
     v->addStretch();

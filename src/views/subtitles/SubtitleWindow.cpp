@@ -1,6 +1,7 @@
 #include "views/subtitles/SubtitleWindow.h"
 
 #include "data/UserDefaults.h"
+#include "platform/Platform.h"
 
 #include <QEnterEvent>
 #include <QGraphicsOpacityEffect>
@@ -16,6 +17,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QSizeGrip>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace ombry {
@@ -61,6 +63,24 @@ QRect SubtitleView::defaultFrame(const QRect& screen) {
                  kHeight);
 }
 
+QRect SubtitleView::restoredFrame(const QRect& saved, const QList<QRect>& screens) {
+    if (screens.isEmpty()) return saved;
+    QRect screen = screens.first();
+    qint64 best = 0;
+    for (const QRect& s : screens) {
+        const QRect common = s.intersected(saved);
+        const qint64 area = qint64(common.width()) * common.height();
+        if (area > best) {
+            best = area;
+            screen = s;
+        }
+    }
+    QRect r(saved.topLeft(), saved.size().boundedTo(screen.size()));
+    r.moveLeft(std::max(screen.left(), std::min(r.left(), screen.right() + 1 - r.width())));
+    r.moveTop(std::max(screen.top(), std::min(r.top(), screen.bottom() + 1 - r.height())));
+    return r;
+}
+
 SubtitleView::SubtitleView(CallTranslator& call, QWidget* parent)
     : QWidget(parent, panelFlags()), call_(call) {
     setAttribute(Qt::WA_ShowWithoutActivating);
@@ -69,6 +89,10 @@ SubtitleView::SubtitleView(CallTranslator& call, QWidget* parent)
     setWindowTitle(QStringLiteral("Sous-titres"));
     setMinimumSize(420, 110);
     resize(kWidth, kHeight);
+    saving_ = new QTimer(this);
+    saving_->setSingleShot(true);
+    saving_->setInterval(400);
+    connect(saving_, &QTimer::timeout, this, &SubtitleView::saveFrame);
     showEnglish_ =
         UserDefaults::standard().boolValue(QString::fromLatin1(kShowEnglishKey)).value_or(false);
 
@@ -189,6 +213,14 @@ void SubtitleView::resizeEvent(QResizeEvent* event) {
     path.addRoundedRect(QRectF(rect()), kRadius, kRadius);
     setMask(QRegion(path.toFillPolygon().toPolygon()));
     QWidget::resizeEvent(event);
+    // From the corner's grip or from the window manager.
+    if (isVisible()) saving_->start();
+}
+
+void SubtitleView::moveEvent(QMoveEvent* event) {
+    QWidget::moveEvent(event);
+    // By the window manager (a drag of the panel's own saves at the release).
+    if (isVisible() && !drag_) saving_->start();
 }
 
 void SubtitleView::enterEvent(QEnterEvent* event) {
@@ -233,12 +265,20 @@ void SubtitleWindow::show() {
             UserDefaults::standard().value(QString::fromLatin1(SubtitleView::kFrameKey)).toArray();
         QScreen* screen = QGuiApplication::primaryScreen();
         const QRect area = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 800);
+        QList<QRect> screens;
+        for (QScreen* s : QGuiApplication::screens())
+            (s == screen ? screens.prepend(s->availableGeometry())
+                         : screens.append(s->availableGeometry()));
         if (saved.size() == 4)
-            panel_->setGeometry(saved[0].toInt(), saved[1].toInt(), saved[2].toInt(),
-                                saved[3].toInt());
+            panel_->setGeometry(SubtitleView::restoredFrame(
+                QRect(saved[0].toInt(), saved[1].toInt(), saved[2].toInt(), saved[3].toInt()),
+                screens));
         else
             panel_->setGeometry(SubtitleView::defaultFrame(area));
     }
+    // Above the call whichever workspace it is on; asked again at each showing, since the
+    // window manager forgets it when the panel is closed.
+    if (!panel_->isVisible()) Platform::current().windows().keepOnAllWorkspaces(panel_->winId());
     panel_->show();
     panel_->raise();
 }

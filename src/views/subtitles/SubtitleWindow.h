@@ -10,6 +10,7 @@ class QLabel;
 class QPushButton;
 class QGraphicsOpacityEffect;
 class QPropertyAnimation;
+class QTimer;
 
 namespace ombry {
 
@@ -38,6 +39,10 @@ public:
 
     // Where the panel goes the first time: centred near the bottom of the screen.
     static QRect defaultFrame(const QRect& screen);
+    // A frame saved earlier, moved (and shrunk if need be) onto the screen that shows most of
+    // it, else onto the first one: a screen may be gone since. Screens by their usable area,
+    // the primary one first.
+    static QRect restoredFrame(const QRect& saved, const QList<QRect>& screens);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -47,6 +52,7 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void moveEvent(QMoveEvent* event) override;
 
 private:
     void refresh();
@@ -69,6 +75,7 @@ private:
     QGraphicsOpacityEffect* fade_;
     QPropertyAnimation* fadeIn_;
     std::optional<QPoint> drag_; // the pointer's offset in the panel while dragging
+    QTimer* saving_;             // the frame is saved once a resize or a move is over
 };
 
 // The one panel of the program, made on first use and kept.

@@ -104,13 +104,16 @@ void CallSubtitlesTab::hideEvent(QHideEvent* event) {
 }
 
 void CallSubtitlesTab::refreshApps() {
+    // Asked before the list is emptied: a name seen for the first time announces a change of
+    // the target, whose refresh fills the list once more (and would double it).
+    const QList<PlayingApp> playing = call_.playingApps();
     const QSignalBlocker block(apps_);
     apps_->clear();
     // The usual call programs first, then the others that play, as the subtitle panel orders
     // them; the first choice is all the computer's audio.
     const std::optional<QString> target = call_.targetBundleID();
     int selected = -1;
-    for (const AppChoice& choice : appChoices(call_.playingApps(), target)) {
+    for (const AppChoice& choice : appChoices(playing, target)) {
         apps_->addItem(choice.name, choice.id.value_or(QString()));
         if (choice.selected) selected = apps_->count() - 1;
     }

@@ -348,6 +348,24 @@ private Q_SLOTS:
         again.setTab(SM::Tab::General);
     }
 
+    void permissionsSayWhatTheSoundServerAllows() {
+        // The server records (a microphone) but has no output whose sound can be captured.
+        platform_.audio().outputAvailable = false;
+        DictationController controller;
+        SettingsPage page(AppSettings::shared(), controller);
+        const auto state = [&](const QString& title) {
+            for (QLabel* l : page.findChildren<QLabel*>())
+                if (l->text() == title)
+                    for (QLabel* s : l->parentWidget()->findChildren<QLabel*>())
+                        if (s->text().endsWith(QStringLiteral("utorisé"))) return s->text();
+            return QString();
+        };
+        QCOMPARE(state(QStringLiteral("Micro")), QStringLiteral("Autorisé"));
+        QCOMPARE(state(QStringLiteral("Audio système (sous-titres d'appel)")),
+                 QStringLiteral("Non autorisé"));
+        platform_.audio().outputAvailable = true;
+    }
+
     // Each local server's "Tester" tries the address in its field and says, later, whether
     // anything answers there; the page keeps working meanwhile.
     void localServersAreTested() {

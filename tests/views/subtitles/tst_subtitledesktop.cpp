@@ -1,6 +1,7 @@
 // The subtitle panel on a real X desktop: it comes up without taking the focus from the window
 // in front, its controls answer a click that leaves the focus where it was, and it is moved
-// by dragging its background, where it is found again next time.
+// by dragging its background or resized, where it is found again next time (on this screen, if
+// its own is gone); it stays on every workspace.
 #include "DesktopSession.h"
 #include "data/UserDefaults.h"
 #include "views/subtitles/SubtitleWindow.h"
@@ -82,6 +83,31 @@ private Q_SLOTS:
         QCOMPARE(saved[0].toInt(), before.x() - 200);
         QCOMPARE(saved[1].toInt(), before.y() - 300);
         QCOMPARE(desktop().activeWindow(), desktop().targetWindow());
+    }
+
+    void itIsOnEveryWorkspaceAResizeIsKeptAndAFrameComesBackOnScreen() {
+        SubtitleView* panel = SubtitleWindow::shared().panel();
+        QVERIFY(panel);
+        const QString id = QString::number(panel->winId());
+        QVERIFY(desktop()
+                    .run(QStringLiteral("xprop"), {"-id", id, "_NET_WM_DESKTOP"})
+                    .out.contains("4294967295"));
+        const auto saved = [] {
+            return UserDefaults::standard().value(QString::fromLatin1(SubtitleView::kFrameKey));
+        };
+        // Resized by the window manager.
+        QVERIFY(desktop().xdotool({"windowsize", id, "600", "130"}));
+        QVERIFY(DesktopSession::waitUntil(
+            [&] { return saved()[2].toInt() == 600 && saved()[3].toInt() == 130; }, 3000));
+        // Saved on a screen that is gone: the next panel comes back on this one.
+        UserDefaults::standard().setValue(QString::fromLatin1(SubtitleView::kFrameKey),
+                                          QJsonArray{3000, 2000, 600, 130});
+        delete panel;
+        SubtitleWindow::shared().show();
+        panel = SubtitleWindow::shared().panel();
+        QVERIFY(DesktopSession::waitUntil(
+            [&] { return QRect(0, 0, 1280, 800).contains(panel->frameGeometry()); }, 3000));
+        QCOMPARE(panel->size(), QSize(600, 130));
     }
 };
 

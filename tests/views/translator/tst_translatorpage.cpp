@@ -195,12 +195,16 @@ private Q_SLOTS:
         QVERIFY(conversation->toPlainText().startsWith(QStringLiteral("Choisis l'appli")));
         QVERIFY(showsLabel(page.get(), QStringLiteral("Sous-titres")));
 
-        // The applications playing sound are offered; the choice is what the capture follows.
+        // The applications playing sound are offered, each once (the saved choice seen
+        // playing for the first time renames its tile); the choice is what the capture follows.
         auto* apps = named<QComboBox>(page.get(), "callApps");
+        call->setTargetBundleID(QStringLiteral("discord"));
         platform.audio().apps = {
             PlayingApp{QStringLiteral("discord"), QStringLiteral("Discord"), {}}};
         QTRY_COMPARE(apps->findText(QStringLiteral("Discord")), 1);
+        QCOMPARE(apps->count(), 2);
         QCOMPARE(apps->itemText(0), QStringLiteral("Tout l'ordinateur"));
+        call->setTargetBundleID(std::nullopt);
         apps->setCurrentIndex(1);
         Q_EMIT apps->activated(1);
         QCOMPARE(call->targetBundleID(), std::optional<QString>(QStringLiteral("discord")));
