@@ -30,6 +30,9 @@
 #include <QSocketNotifier>
 #include <QTimer>
 #include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <memory>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -39,9 +42,12 @@ namespace {
 
 const QString kAppName = QStringLiteral("Ombry Voice");
 constexpr int kWarmUpEveryMs = 240 * 1000;
+// What a dictation still being processed when the program ends says in the history.
+const QString kInterrupted = QStringLiteral("Ombry Voice s'est arrêté pendant la transcription");
 
-// SIGTERM and SIGINT end the program through the event loop, so that the store is written:
-// the handler only writes a byte into a pipe that the main thread watches.
+// SIGTERM, SIGINT and SIGHUP (the terminal closed, the session ends) end the program through
+// the event loop, so that the store is written: the handler only writes a byte into a pipe
+// that the main thread watches.
 int signalPipe[2] = {-1, -1};
 
 void onSignal(int) {
@@ -64,6 +70,25 @@ void quitOnSignals(QApplication& app) {
     action.sa_flags = SA_RESTART;
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
+}
+
+// The end of the program when its event loop never returns: the display's connection broke
+// (the X server went away) and the toolkit, or Xlib, ends the process from inside the loop
+// with exit(). Set while the loop runs; the exit handler does what the loop's return would.
+std::function<void()> endInsideLoop;
+
+void onExit() {
+    const std::function<void()> end = std::move(endInsideLoop);
+    endInsideLoop = nullptr;
+    if (end) end();
+}
+
+// What every end writes: a dictation still being processed stays in the history as failed,
+// with its audio, and the lists are written now.
+void writeStore() {
+    Store::shared().failInterrupted(kInterrupted);
+    Store::shared().flush();
 }
 
 // Says clearly that the dictation key is not heard, instead of a program that silently hears
@@ -138,8 +163,9 @@ int runDesktop(QApplication& app) {
     app.setApplicationDisplayName(kAppName);
     app.setDesktopFileName(QStringLiteral("ombry-voice"));
 
-    SingleInstance instance;
-    if (!instance.claim()) {
+    // Let go (its lock and socket removed) at any end, also one from inside the loop.
+    auto instance = std::make_unique<SingleInstance>();
+    if (!instance->claim()) {
         printLine(QStringLiteral("Ombry Voice est déjà lancé."));
         return 0;
     }
@@ -193,14 +219,14 @@ int runDesktop(QApplication& app) {
 
     // A second start (the menu entry clicked again, a login item and a manual start) brings
     // the running program's window forward.
-    instance.onAnotherStart = [&shell] {
+    instance->onAnotherStart = [&shell] {
         Log::write(
             QStringLiteral("démarrage: déjà lancé, second démarrage ignoré, fenêtre affichée"));
         shell.showWindow();
     };
     // The dictation key from the desktop's bindings and shortcuts (`--press`, `--release`,
     // `--toggle`).
-    instance.onKey = [&controller](SingleInstance::Message message) {
+    instance->onKey = [&controller](SingleInstance::Message message) {
         HotkeyMonitor& hotkey = controller.hotkey();
         const QString source = QStringLiteral("commande");
         if (message == SingleInstance::Message::Toggle)
@@ -208,11 +234,23 @@ int runDesktop(QApplication& app) {
         else
             hotkey.keyFromDesktop(message == SingleInstance::Message::Press, source);
     };
+    // `--retry` (a shortcut of the desktop, a terminal): the newest failed dictation again.
+    instance->onRetry = [&controller] {
+        if (const std::optional<Dictation> failed = Store::shared().lastFailed())
+            controller.retry(failed->id);
+        else
+            Log::write(QStringLiteral("réessai: aucune dictée échouée à réessayer"));
+    };
     LoginItem::applyDefault();
 
     openDesktopRoads(controller);
     warnAboutKeyboard(controller);
 
+    // Dictations that the last run left in processing (it was killed) are failed, to retry.
+    if (const int interrupted = Store::shared().failInterrupted(kInterrupted))
+        Log::write(QStringLiteral("historique: %1 dictée(s) interrompue(s), gardée(s) pour "
+                                  "réessayer")
+                       .arg(interrupted));
     Store::shared().pruneAudio();
     // The subtitle panel comes up when the call subtitles start; a meeting that the last run
     // left recording or unfinished is finished now.
@@ -233,11 +271,21 @@ int runDesktop(QApplication& app) {
     // The main window at every normal start.
     shell.showWindow();
 
+    endInsideLoop = [&instance] {
+        Log::write(QStringLiteral("affichage: connexion perdue, fin du programme"));
+        // A meeting being recorded keeps its audio for the next start, as at a quit.
+        delete &MeetingRecorder::shared();
+        writeStore();
+        instance.reset();
+    };
+    static const bool exitHandled = std::atexit(onExit) == 0;
+    Q_UNUSED(exitHandled);
     const int status = app.exec();
+    endInsideLoop = nullptr;
     controller.onNeedsAttention = nullptr; // it reaches the shell, which goes with this function
     BubbleController::shared().close();
     BubbleController::shared().setInputWatch(nullptr);
-    Store::shared().flush();
+    writeStore();
     OverlayController::shared().setPanel(nullptr);
     delete overlay;
     return status;

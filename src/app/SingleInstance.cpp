@@ -35,13 +35,16 @@ QByteArray lineOf(SingleInstance::Message m) {
         return QByteArrayLiteral("release\n");
     case SingleInstance::Message::Toggle:
         return QByteArrayLiteral("toggle\n");
+    case SingleInstance::Message::Retry:
+        return QByteArrayLiteral("retry\n");
     }
     return {};
 }
 
 std::optional<SingleInstance::Message> messageOf(const QByteArray& line) {
     for (auto m : {SingleInstance::Message::Show, SingleInstance::Message::Press,
-                   SingleInstance::Message::Release, SingleInstance::Message::Toggle})
+                   SingleInstance::Message::Release, SingleInstance::Message::Toggle,
+                   SingleInstance::Message::Retry})
         if (line == lineOf(m)) return m;
     return std::nullopt;
 }
@@ -150,6 +153,8 @@ void SingleInstance::accept() {
             if (!message) return;
             if (*message == Message::Show) {
                 if (onAnotherStart) onAnotherStart();
+            } else if (*message == Message::Retry) {
+                if (onRetry) onRetry();
             } else if (onKey) {
                 onKey(*message);
             }

@@ -26,7 +26,7 @@ public:
     static QString defaultFolder();
 
     // What another start tells the running program, one line each.
-    enum class Message { Show, Press, Release, Toggle };
+    enum class Message { Show, Press, Release, Toggle, Retry };
     // Sends one message to the program that listens in `folder`; false when none listens.
     static bool send(Message message, const QString& folder = defaultFolder());
 
@@ -41,6 +41,8 @@ public:
     std::function<void()> onAnotherStart;
     // In the first process, on the main thread: the dictation key from the desktop's shortcuts.
     std::function<void(Message)> onKey;
+    // In the first process, on the main thread: `--retry`, the newest failed dictation again.
+    std::function<void()> onRetry;
 
 private:
     void accept();

@@ -11,7 +11,7 @@ struct Entry {
     int argCount;
 };
 
-constexpr std::array<Entry, 14> kTable{{
+constexpr std::array<Entry, 15> kTable{{
     {Mode::ChunkTest, "--chunktest", 1},
     {Mode::Update, "--update", 0},
     {Mode::FastTest, "--fasttest", 1},
@@ -25,6 +25,7 @@ constexpr std::array<Entry, 14> kTable{{
     {Mode::Press, "--press", 0},
     {Mode::Release, "--release", 0},
     {Mode::Toggle, "--toggle", 0},
+    {Mode::Retry, "--retry", 0},
     {Mode::Help, "--help", 0},
 }};
 

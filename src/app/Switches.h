@@ -21,6 +21,8 @@ enum class Mode {
     Press,
     Release,
     Toggle,
+    // Processes the newest failed dictation again, in the running program.
+    Retry,
     Help
 };
 

@@ -35,6 +35,9 @@ constexpr std::array kSwitches{
     Entry{"--toggle", "",
           "Commence une dictée sans les mains, ou termine celle en cours (pour un raccourci qui ne "
           "voit que les appuis)."},
+    Entry{"--retry", "",
+          "Fait réessayer au programme lancé la dernière dictée échouée, dont l'enregistrement est "
+          "gardé ; le texte va dans le presse-papiers."},
     Entry{"--help", "", "Affiche cette aide."},
 };
 

@@ -36,14 +36,15 @@ struct ThreadsStoppedAtExit {
     ~ThreadsStoppedAtExit() { SerialQueue::stopAll(); }
 };
 
-// Tells the running program of a press or release of the dictation key. Nothing is printed on
-// success, so a compositor's binding leaves no trace.
+// Tells the running program of a press or release of the dictation key, or of a retry. Nothing
+// is printed on success, so a compositor's binding leaves no trace.
 int forwardKey(int argc, char** argv, Mode mode) {
     const QCoreApplication app(argc, argv);
     const SingleInstance::Message message = mode == Mode::Press ? SingleInstance::Message::Press
                                             : mode == Mode::Release
                                                 ? SingleInstance::Message::Release
-                                                : SingleInstance::Message::Toggle;
+                                            : mode == Mode::Retry ? SingleInstance::Message::Retry
+                                                                  : SingleInstance::Message::Toggle;
     if (SingleInstance::send(message)) return 0;
     printError(QStringLiteral("Ombry Voice n'est pas lancé"));
     return 1;
@@ -63,7 +64,8 @@ int main(int argc, char** argv) {
         return 0;
     }
     // The desktop's shortcuts call the program on each press: forwarded, and gone at once.
-    if (sw && (sw->mode == Mode::Press || sw->mode == Mode::Release || sw->mode == Mode::Toggle))
+    if (sw && (sw->mode == Mode::Press || sw->mode == Mode::Release || sw->mode == Mode::Toggle ||
+               sw->mode == Mode::Retry))
         return forwardKey(argc, argv, sw->mode);
 
     // The modes that draw need a GUI application but never a window or a display.

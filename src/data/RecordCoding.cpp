@@ -36,7 +36,8 @@ template <> constexpr auto fieldsOf<Dictation>() {
         field("id", &Dictation::id), field("date", &Dictation::date),
         field("appName", &Dictation::appName), field("bundleID", &Dictation::bundleID),
         field("finalText", &Dictation::finalText), field("rawText", &Dictation::rawText),
-        field("duration", &Dictation::duration), field("audioFile", &Dictation::audioFile));
+        field("duration", &Dictation::duration), field("audioFile", &Dictation::audioFile),
+        field("failure", &Dictation::failure));
 }
 template <> constexpr auto fieldsOf<Correction>() {
     return std::make_tuple(field("id", &Correction::id), field("heard", &Correction::heard),

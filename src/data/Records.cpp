@@ -213,7 +213,7 @@ size_t hashDate(const QDateTime& d, size_t seed) {
 size_t qHash(const Dictation& r, size_t seed) {
     seed = qHashMulti(seed, r.id, r.appName, r.finalText, r.rawText, r.duration);
     seed = hashDate(r.date, seed);
-    return hashOptional(r.audioFile, hashOptional(r.bundleID, seed));
+    return hashOptional(r.failure, hashOptional(r.audioFile, hashOptional(r.bundleID, seed)));
 }
 
 size_t qHash(const Correction& r, size_t seed) {

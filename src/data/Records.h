@@ -42,6 +42,13 @@ struct Dictation {
     QString rawText{};
     double duration = 0;
     std::optional<QString> audioFile{}; // "{id}.wav" inside the store's audio folder
+    // A dictation that gave no text: the reason shown to the user, or the empty text while
+    // its recording is still being processed. Its audio is kept, to process it again. No
+    // value for an ordinary dictation (and in every file written before there were any).
+    std::optional<QString> failure{};
+
+    bool failed() const { return failure.has_value(); }
+    bool inProgress() const { return failure && failure->isEmpty(); }
 
     // Words of finalText per minute of recording, rounded half away from zero; 0 when the
     // duration is not positive.

@@ -327,6 +327,44 @@ void Store::add(const Dictation& d) {
     Q_EMIT dictationsChanged();
 }
 
+bool Store::update(const Dictation& d) {
+    const auto it = std::find_if(dictations_.cbegin(), dictations_.cend(),
+                                 [&d](const Dictation& x) { return x.id == d.id; });
+    if (it == dictations_.cend()) return false;
+    const qsizetype at = it - dictations_.cbegin();
+    releasePending(kHistory); // so that the list changes in place
+    dictations_[at] = d;
+    save(dictations_, kHistory);
+    rebuildStats();
+    Q_EMIT dictationUpdated(at);
+    Q_EMIT dictationsChanged();
+    return true;
+}
+
+void Store::remove(const QUuid& id) {
+    QList<Dictation> kept = dictations_;
+    const auto gone =
+        std::find_if(kept.cbegin(), kept.cend(), [&id](const Dictation& d) { return d.id == id; });
+    if (gone == kept.cend()) return;
+    if (gone->audioFile)
+        ioQueue_->async(
+            [path = audioFolder_ + QLatin1Char('/') + *gone->audioFile] { QFile::remove(path); });
+    kept.erase(gone);
+    setDictations(std::move(kept));
+}
+
+int Store::failInterrupted(const QString& reason) {
+    int count = 0;
+    QList<Dictation> list = dictations_;
+    for (Dictation& d : list) {
+        if (!d.inProgress()) continue;
+        d.failure = reason;
+        ++count;
+    }
+    if (count > 0) setDictations(std::move(list));
+    return count;
+}
+
 void Store::addFix(const CorrectionRecord& r) {
     releasePending(kFixes);
     fixes_.prepend(r);
@@ -410,6 +448,12 @@ std::optional<QString> Store::audioURL(const Dictation& d) const {
     const QString path = audioFolder_ + QLatin1Char('/') + *d.audioFile;
     if (!QFileInfo::exists(path)) return std::nullopt;
     return path;
+}
+
+std::optional<Dictation> Store::lastFailed() const {
+    for (const Dictation& d : dictations_)
+        if (d.failed() && !d.inProgress() && audioURL(d)) return d;
+    return std::nullopt;
 }
 
 QString Store::meetingAudioPath(const QUuid& id) const {

@@ -79,12 +79,22 @@ public:
     void setCosts(QList<CostEntry> v);
     void setMeetings(QList<Meeting> v);
 
+    // Failed dictations (see Dictation::failure) count in none of the statistics.
     int totalWords() const { return totalWords_; }
     double totalDuration() const { return totalDuration_; }
+    int dictationCount() const { return dictationCount_; } // those that gave a text
     // Words per local calendar day.
     const QMap<QDate, int>& wordsByDay() const { return wordsByDay_; }
 
-    void add(const Dictation& d);           // at the front of dictations
+    void add(const Dictation& d); // at the front of dictations
+    // The dictation of the same id takes this value, where it stands; false when it is gone.
+    bool update(const Dictation& d);
+    // Drops a dictation and its kept recording (deleted on the queue, after any write of it
+    // queued before).
+    void remove(const QUuid& id);
+    // The dictations left in progress (a run ended during their processing) become failed
+    // with this reason; gives how many.
+    int failInterrupted(const QString& reason);
     void addFix(const CorrectionRecord& r); // at the front of fixes
     void addCost(double amount);            // at the end of costs, dated now
 
@@ -94,6 +104,8 @@ public:
     std::optional<Snippet> snippet(const QString& matching) const;
     // The path of the dictation's kept recording, if it has one and the file exists.
     std::optional<QString> audioURL(const Dictation& d) const;
+    // The newest dictation that failed (not one in progress) and still has its recording.
+    std::optional<Dictation> lastFailed() const;
     // Where a meeting's audio is kept: "{id}.wav" in the audio folder.
     QString meetingAudioPath(const QUuid& id) const;
 
@@ -125,6 +137,8 @@ public:
     static QString normalizedForSnippet(const QString& text);
 
 Q_SIGNALS:
+    // Before dictationsChanged, when update() changed the dictation at that place.
+    void dictationUpdated(qsizetype at);
     void dictationsChanged();
     void wordsChanged();
     void correctionsChanged();
@@ -175,6 +189,7 @@ private:
 
     int totalWords_ = 0;
     double totalDuration_ = 0;
+    int dictationCount_ = 0;
     QMap<QDate, int> wordsByDay_;
 
     struct SaveJob;

@@ -72,6 +72,7 @@ void Store::rebuildStats() {
 
     int total = 0;
     double duration = 0;
+    int count = 0;
     QMap<QDate, int> byDay;
     QDate runDay;
     int runWords = 0;
@@ -85,6 +86,12 @@ void Store::rebuildStats() {
                       ? known->words
                       : wordCount(d.finalText);
         r.day = known && known->dateMs == r.dateMs ? known->day : localDay(d.date);
+        if (d.failure) {
+            // No text was dictated: neither its words nor its time count.
+            next.append(std::move(r));
+            continue;
+        }
+        ++count;
         total += r.words;
         duration += d.duration;
         // The history is sorted by date: a run of one day is summed before it goes in the map.
@@ -101,6 +108,7 @@ void Store::rebuildStats() {
     spareStats_ = std::move(previous);
     totalWords_ = total;
     totalDuration_ = duration;
+    dictationCount_ = count;
     wordsByDay_ = std::move(byDay);
     Q_EMIT statsChanged();
 }
@@ -152,6 +160,7 @@ QList<AppShare> Store::appShares() const {
     QList<int> words;
     for (qsizetype i = 0; i < dictations_.size(); ++i) {
         const Dictation& d = dictations_.at(i);
+        if (d.failure) continue;
         const int n = i < recordStats_.size() ? recordStats_.at(i).words : wordCount(d.finalText);
         auto it = index.constFind(d.appName);
         if (it == index.constEnd()) {

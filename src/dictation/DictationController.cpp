@@ -24,7 +24,9 @@
 #include "platform/SerialQueue.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QPointer>
+#include <algorithm>
 #include <exception>
 
 namespace ombry {
@@ -551,7 +553,8 @@ void DictationController::giveFocusBack(const std::optional<AppWindow>& atCancel
 QCoro::Task<void> DictationController::process(QByteArray wav, double duration,
                                                std::optional<AppWindow> app,
                                                std::optional<std::pair<QString, QString>> pre) {
-    RecordingProcessor processor(*this, {std::move(wav), duration, std::move(app), std::move(pre)});
+    RecordingProcessor processor(
+        *this, {std::move(wav), duration, std::move(app), std::move(pre), std::nullopt});
     co_await processor.run();
 }
 
@@ -569,9 +572,12 @@ std::function<void()> DictationController::notPasted(const QString& text) {
 }
 
 void DictationController::pasteLast() {
-    if (state_ != State::Idle || Store::shared().dictations().isEmpty()) return;
+    const QList<Dictation>& history = Store::shared().dictations();
+    const auto newest = std::find_if(history.cbegin(), history.cend(),
+                                     [](const Dictation& d) { return !d.failed(); });
+    if (state_ != State::Idle || newest == history.cend()) return;
     // As stored: the text of the record, before the last hallucination pass.
-    const QString text = Store::shared().dictations().first().finalText;
+    const QString text = newest->finalText;
     [](QPointer<DictationController> self, QString text) -> QCoro::Task<void> {
         co_await Paster::modifierWait();
         if (!self) co_return;
@@ -580,6 +586,34 @@ void DictationController::pasteLast() {
                                        std::move(lost));
         self->show(QStringLiteral("Dernière dictée recollée"), false);
     }(this, text);
+}
+
+void DictationController::retry(const QUuid& id) {
+    if (state_ != State::Idle) {
+        show(QStringLiteral("Un instant, je termine…"), false);
+        return;
+    }
+    Store& store = Store::shared();
+    const QList<Dictation>& history = store.dictations();
+    const auto found = std::find_if(history.cbegin(), history.cend(),
+                                    [&id](const Dictation& d) { return d.id == id; });
+    if (found == history.cend() || !found->failed() || found->inProgress()) return;
+    const Dictation record = *found;
+    const std::optional<QString> path = store.audioURL(record);
+    QFile file(path.value_or(QString()));
+    if (!path || !file.open(QIODevice::ReadOnly)) return;
+    QByteArray wav = file.readAll();
+    Log::write(
+        QStringLiteral("réessai: dictée de %1 s").arg(QString::asprintf("%.2f", record.duration)));
+    setCommandText(std::nullopt);
+    setTranslateThis(record.bundleID &&
+                     AppSettings::shared().translateApps().contains(*record.bundleID));
+    setState(State::Processing);
+    [](DictationController* self, RecordingProcessor::Recording recording) -> QCoro::Task<void> {
+        RecordingProcessor processor(*self, std::move(recording));
+        co_await processor.run();
+    }(this, RecordingProcessor::Recording{std::move(wav), record.duration, std::nullopt,
+                                          std::nullopt, record});
 }
 
 } // namespace ombry

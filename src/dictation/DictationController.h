@@ -7,6 +7,7 @@
 #include <QDateTime>
 #include <QObject>
 #include <QString>
+#include <QUuid>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -113,8 +114,13 @@ public:
     void showNotPasted(const QString& text);
     // What to call when a paste of `text` did not arrive, as long as this controller lives.
     std::function<void()> notPasted(const QString& text);
-    // Pastes the newest dictation again (Ctrl+Alt+V).
+    // Pastes the newest dictation that gave a text again (Ctrl+Alt+V).
     void pasteLast();
+    // Processes a failed dictation again from its kept recording, with the engines, dictionary
+    // and settings of now; its text goes to the clipboard and its record becomes an ordinary
+    // dictation. Says "Un instant, je termine…" when busy; nothing for a record that is not
+    // failed or has lost its audio.
+    void retry(const QUuid& id);
 
     // The actions on the selection (SelectionActions.cpp).
     // Corrects (or translates) the selected text in place; a translation of text that cannot

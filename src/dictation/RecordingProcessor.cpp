@@ -22,8 +22,11 @@
 #include "platform/Clock.h"
 #include "platform/Paths.h"
 #include "platform/Platform.h"
+#include "platform/SerialQueue.h"
 
+#include <QCoroFuture>
 #include <QDir>
+#include <QPromise>
 #include <exception>
 
 namespace ombry {
@@ -58,6 +61,20 @@ bool isOnlyFiller(const QString& text) {
     return text.trimmed().isEmpty() || kFillers.contains(bareWord(text));
 }
 
+// The record of a dictation whose processing failed says why, unless it has become an ordinary
+// dictation meanwhile (or is gone).
+void markFailed(const QUuid& id, const QString& reason) {
+    Store& store = Store::shared();
+    for (const Dictation& d : store.dictations()) {
+        if (d.id != id) continue;
+        if (!d.failed()) return;
+        Dictation failed = d;
+        failed.failure = reason;
+        store.update(failed);
+        return;
+    }
+}
+
 } // namespace
 
 RecordingProcessor::RecordingProcessor(DictationController& owner, Recording recording)
@@ -65,8 +82,15 @@ RecordingProcessor::RecordingProcessor(DictationController& owner, Recording rec
 
 QCoro::Task<void> RecordingProcessor::run() {
     t0_ = clock().elapsedMs();
-    appName_ = in_.app && !in_.app->name.isEmpty() ? in_.app->name : QStringLiteral("Inconnue");
-    bundle_ = dictation::appIdOf(in_.app);
+    if (in_.retry) {
+        record_ = *in_.retry;
+        appName_ = record_.appName;
+        bundle_ = record_.bundleID;
+    } else {
+        appName_ = in_.app && !in_.app->name.isEmpty() ? in_.app->name : QStringLiteral("Inconnue");
+        bundle_ = dictation::appIdOf(in_.app);
+        keep();
+    }
     startWatchdog();
     // The dictionary's words and the language hold for the whole road, as they were at its start.
     words_ = Store::shared().words();
@@ -76,7 +100,9 @@ QCoro::Task<void> RecordingProcessor::run() {
     // member coroutine is awaited inside an if condition.
     const bool transcribed = co_await transcribe();
     if (!transcribed) co_return;
-    const bool interpreted = co_await interpret();
+    // A retry is a dictation: the selection and the shortcuts of its time are not known.
+    bool interpreted = false;
+    if (!in_.retry) interpreted = co_await interpret();
     if (interpreted) co_return;
     co_await cleanUp();
     const bool translated = co_await translate();
@@ -88,11 +114,15 @@ QCoro::Task<void> RecordingProcessor::run() {
 void RecordingProcessor::startWatchdog() {
     DictationController* owner = &owner_;
     const int64_t t0 = t0_;
-    dictation::afterOnClock(owner, DictationController::kWatchdogMs, [owner, t0] {
+    const QUuid id = record_.id;
+    dictation::afterOnClock(owner, DictationController::kWatchdogMs, [owner, t0, id] {
         if (owner->state() == DictationController::State::Processing &&
             clock().elapsedMs() - t0 >= DictationController::kWatchdogMs) {
             owner->toIdle();
-            owner->fail(QStringLiteral("Le réseau ne répond pas, réessaie"));
+            const QString message = QStringLiteral("Le réseau ne répond pas, réessaie");
+            // Its audio was written long ago; a late answer still makes it a dictation.
+            markFailed(id, message);
+            owner->fail(message);
         }
     });
 }
@@ -105,6 +135,38 @@ void RecordingProcessor::close() {
 void RecordingProcessor::stop(const QString& failure) {
     owner_.fail(failure);
     close();
+}
+
+void RecordingProcessor::keep() {
+    Store& store = Store::shared();
+    record_.date = owner_.startedAt_;
+    record_.appName = appName_;
+    record_.bundleID = bundle_;
+    record_.duration = in_.duration;
+    record_.audioFile = uuidText(record_.id) + QStringLiteral(".wav");
+    record_.failure = QString(); // in progress
+    // The disk is not the paste's business: the file is written (and synced) on the store's
+    // queue, ahead of the history's save, which names it.
+    auto promise = std::make_shared<QPromise<void>>();
+    written_ = promise->future();
+    promise->start();
+    store.ioQueue().async(
+        [promise, path = QDir(store.audioFolder()).filePath(*record_.audioFile), wav = in_.wav] {
+            Paths::writeFileAtomically(path, wav);
+            promise->finish();
+        });
+    store.add(record_);
+}
+
+QCoro::Task<void> RecordingProcessor::stopKept(QString failure) {
+    if (!in_.retry) co_await written_;
+    record_.failure = failure;
+    Store::shared().update(record_);
+    stop(failure);
+}
+
+void RecordingProcessor::drop() {
+    if (!in_.retry) Store::shared().remove(record_.id);
 }
 
 QCoro::Task<void> RecordingProcessor::activate() {
@@ -149,7 +211,7 @@ QCoro::Task<bool> RecordingProcessor::transcribe() {
             failure = describe(e);
         }
         if (failure) {
-            stop(*failure);
+            co_await stopKept(*failure);
             co_return false;
         }
     }
@@ -157,6 +219,12 @@ QCoro::Task<bool> RecordingProcessor::transcribe() {
                    .arg(Graphemes::count(raw_))
                    .arg(seconds(clock().elapsedMs() - t0_)));
     if (trimBlanks(raw_).isEmpty()) {
+        // Nothing was said: no dictation to keep, unless it is one kept already.
+        if (in_.retry) {
+            co_await stopKept(QStringLiteral("Transcription vide"));
+            co_return false;
+        }
+        drop();
         stop(QStringLiteral("Transcription vide"));
         co_return false;
     }
@@ -171,6 +239,8 @@ QCoro::Task<bool> RecordingProcessor::interpret() {
     AppSettings& settings = AppSettings::shared();
     Store& store = Store::shared();
     if (const std::optional<QString> command = owner_.commandText()) {
+        // A command on the selection is no dictation: no record, no audio.
+        drop();
         const QString selected = *command;
         QString result;
         std::optional<QString> failure;
@@ -202,6 +272,7 @@ QCoro::Task<bool> RecordingProcessor::interpret() {
         co_return true;
     }
     if (const std::optional<Snippet> snippet = store.snippet(raw_)) {
+        drop();
         co_await activate();
         std::function<void()> lost = owner_.notPasted(snippet->text);
         co_await Paster::pasteAndCheck(snippet->text, settings.restoreClipboard(), std::nullopt,
@@ -289,7 +360,7 @@ QCoro::Task<bool> RecordingProcessor::translate() {
         if (failure) {
             // Text cleaned piece by piece has no rewrite to fall back on: the dictation ends.
             if (pieces) {
-                stop(*failure);
+                co_await stopKept(*failure);
                 co_return false;
             }
             rewriteError_ = failure;
@@ -306,25 +377,23 @@ QCoro::Task<bool> RecordingProcessor::translate() {
 
 // ---- Record ----------------------------------------------------------------------------------
 
-// The record is kept, with its audio, before the delivery, which may still refuse.
+// The record becomes an ordinary dictation before the delivery, which may still refuse.
 void RecordingProcessor::record() {
     Store& store = Store::shared();
-    Dictation dictation;
-    const QString file = uuidText(dictation.id) + QStringLiteral(".wav");
-    Paths::writeFileAtomically(QDir(store.audioFolder()).filePath(file), in_.wav);
-    dictation.date = owner_.startedAt_;
-    dictation.appName = appName_;
-    dictation.bundleID = bundle_;
-    dictation.finalText = text_;
-    dictation.rawText = raw_;
-    dictation.duration = in_.duration;
-    dictation.audioFile = file;
-    store.add(dictation);
+    record_.finalText = text_;
+    record_.rawText = raw_;
+    record_.failure.reset();
+    // A history cleared during the processing gets the dictation back.
+    if (!store.update(record_)) store.add(record_);
 }
 
 // ---- Deliver ---------------------------------------------------------------------------------
 
 QCoro::Task<void> RecordingProcessor::deliver() {
+    if (in_.retry) {
+        copy();
+        co_return;
+    }
     co_await activate();
     if (!owner_.hookRunning()) {
         stop(QStringLiteral("Accessibilité non autorisée"));
@@ -343,6 +412,22 @@ QCoro::Task<void> RecordingProcessor::deliver() {
                    .arg(in_.app && !in_.app->name.isEmpty() ? in_.app->name : QStringLiteral("?"))
                    .arg(seconds(clock().elapsedMs() - t0_)));
     owner_.show(QStringLiteral("%1 mots").arg(wordCount(final)), false);
+    close();
+}
+
+// The window in front when the user spoke is long gone, and the one in front now did not ask
+// for the text: it waits on the clipboard.
+void RecordingProcessor::copy() {
+    const QString final = Hallucination::clean(text_);
+    if (isOnlyFiller(final)) {
+        stop(QStringLiteral("Je n'ai rien entendu, parle un peu plus près du micro"));
+        return;
+    }
+    Platform::current().clipboard().setText(final, false);
+    Log::write(QStringLiteral("réessai: %1 caractères copiés, %2 s après la demande")
+                   .arg(Graphemes::count(final))
+                   .arg(seconds(clock().elapsedMs() - t0_)));
+    owner_.show(QStringLiteral("%1 mots copiés").arg(wordCount(final)), false);
     close();
 }
 

@@ -173,6 +173,26 @@ private Q_SLOTS:
         QCOMPARE(store.minutesSaved(200), 0.0); // saying took longer
     }
 
+    // A dictation left in progress in the file of a run that ended becomes failed with the
+    // reason given; a failed dictation counts in none of the statistics.
+    void failedDictations() {
+        const QDateTime now = platform.clock().now();
+        Dictation pending = dictation(QString(), now, 30);
+        pending.appName = QStringLiteral("Terminal");
+        pending.failure = QString();
+        Store(folder).setDictations({pending, dictation(QStringLiteral("a b c"), now)});
+        Store store(folder);
+        QVERIFY(store.dictations().first().inProgress());
+        QCOMPARE(store.failInterrupted(QStringLiteral("arrêt")), 1);
+        QCOMPARE(store.dictations().first().failure, std::optional<QString>("arrêt"));
+        QCOMPARE(store.dictationCount(), 1);
+        QCOMPARE(store.totalDuration(), 6.0);
+        QCOMPARE(store.appShares().size(), 1);
+        settle(store);
+        QCOMPARE(decodeList<Dictation>(readAll(path("history.json")))->first(),
+                 store.dictations().first());
+    }
+
     void pruneAudioDropsOldRecordingsOnly() {
         Store store(folder);
         QList<Dictation> list;

@@ -308,8 +308,8 @@ private Q_SLOTS:
         QTRY_VERIFY(!f.c().flash());
     }
 
-    // After 40 s without an answer the state is freed with a message; the late answer is
-    // still pasted.
+    // After 40 s without an answer the state is freed with a message and the dictation is
+    // failed; the late answer is still pasted, and makes it an ordinary dictation.
     void watchdog() {
         f.models.replies["transcription"] = chatCompletion("bonjour").after(800);
         QVERIFY(f.dictate());
@@ -322,7 +322,10 @@ private Q_SLOTS:
         QCOMPARE(*f.c().flash(), QString("Le réseau ne répond pas, réessaie"));
         QCOMPARE(f.sounds(), QStringList{"Basso"});
         QVERIFY(f.pasted.isEmpty());
+        QCOMPARE(Store::shared().dictations().first().failure,
+                 std::optional<QString>("Le réseau ne répond pas, réessaie"));
         QTRY_COMPARE(f.pasted, QStringList{"Bonjour"});
+        QVERIFY(!Store::shared().dictations().first().failed());
     }
 
     // The keyboard hook is the permission. The 2 s poll starts a hook that stopped again,

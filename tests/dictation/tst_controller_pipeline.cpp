@@ -5,6 +5,7 @@
 
 #include "data/Records.h"
 #include "desktop/Paster.h"
+#include "platform/SerialQueue.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,6 +20,17 @@ const QString kPaper = "presse-papiers";
 
 std::optional<QString> clipboardText(FakePlatform& p) {
     return p.clipboard().text();
+}
+
+// The audio of the last speech request.
+QByteArray sentAudio(const Models& models) {
+    const QList<RecordedRequest> chats = models.server.requests(kChat);
+    QByteArray wav;
+    for (const RecordedRequest& r : chats)
+        for (const QJsonValue part : r.json()["messages"][1]["content"].toArray())
+            if (const QString data = part["input_audio"]["data"].toString(); !data.isEmpty())
+                wav = QByteArray::fromBase64(data.toLatin1());
+    return wav;
 }
 
 } // namespace
@@ -135,21 +147,53 @@ private Q_SLOTS:
     }
 
     // Gemini failing hands over to the local engine; when that fails too, the dictation ends
-    // with its error, "Basso", no record and nothing pasted.
+    // with its error and "Basso", nothing pasted, and is kept as failed with its audio. A retry
+    // on the kept audio makes it an ordinary dictation whose text waits on the clipboard. An
+    // empty transcript keeps nothing.
     void speechEngineFails() {
         const int stored = Store::shared().dictations().size();
+        const int words = Store::shared().totalWords();
         f.models.replies["transcription"] = Reply::text("panne", 500);
         dictateToEnd();
-        QCOMPARE(f.c().flash().value_or(""), QString("Local : erreur 0 langue non disponible"));
+        const QString error = "Local : erreur 0 langue non disponible";
+        QCOMPARE(f.c().flash().value_or(""), error);
         QVERIFY(f.c().flashIsError());
         QCOMPARE(f.sounds(), QStringList{"Basso"});
-        QCOMPARE(Store::shared().dictations().size(), stored);
         QVERIFY(f.pasted.isEmpty());
+        QCOMPARE(Store::shared().dictations().size(), stored + 1);
+        const Dictation failed = Store::shared().dictations().first();
+        QCOMPARE(failed.failure, std::optional(error));
+        QCOMPARE(failed.duration, 1.0);
+        QFile audio(Store::shared().audioURL(failed).value_or(""));
+        QVERIFY(audio.open(QIODevice::ReadOnly));
+        QCOMPARE(audio.readAll(), sentAudio(f.models)); // what the engine heard, whole
+        QCOMPARE(Store::shared().totalWords(), words);
 
+        f.models.reset();
+        f.c().retry(failed.id);
+        QCOMPARE(f.state(), State::Processing);
+        QTRY_COMPARE(f.state(), State::Idle);
+        QCOMPARE(f.models.calls, QStringList{"transcription"});
+        QCOMPARE(clipboardText(f.platform).value_or(""), QString("Bonjour tout le monde."));
+        QCOMPARE(*f.c().flash(), QString("4 mots copiés"));
+        QVERIFY(f.pasted.isEmpty());
+        QCOMPARE(Store::shared().dictations().size(), stored + 1);
+        const Dictation done = Store::shared().dictations().first();
+        QVERIFY(!done.failed());
+        QCOMPARE(done.finalText, QString("Bonjour tout le monde."));
+        QCOMPARE(done.date, failed.date);
+        QCOMPARE(Store::shared().totalWords(), words + 4);
+
+        const auto files = [] {
+            Store::shared().ioQueue().sync([] {});
+            return QDir(Store::shared().audioFolder()).entryList(QDir::Files);
+        };
+        const QStringList kept = files();
         f.models.replies["transcription"] = chatCompletion(" \n ");
         dictateToEnd();
         QCOMPARE(*f.c().flash(), QString("Transcription vide"));
-        QCOMPARE(Store::shared().dictations().size(), stored);
+        QCOMPARE(Store::shared().dictations().size(), stored + 1);
+        QCOMPARE(files(), kept);
     }
 
     // Both rewrites failing, or the translation after a rewrite failing, paste the lightly

@@ -108,6 +108,20 @@ int DesktopProgram::stop(int timeoutMs) {
     return process_.exitStatus() == QProcess::NormalExit ? process_.exitCode() : -1;
 }
 
+int DesktopProgram::tell(const QString& option, int timeoutMs) const {
+    QProcess teller;
+    teller.setProcessEnvironment(environment());
+    teller.start(qEnvironmentVariable("OMBRY_BINARY"), {option});
+    // The event loop turns meanwhile: the test's servers go on answering.
+    if (!DesktopSession::waitUntil([&] { return teller.state() == QProcess::NotRunning; },
+                                   timeoutMs)) {
+        teller.kill();
+        teller.waitForFinished(2000);
+        return -1;
+    }
+    return teller.exitCode();
+}
+
 QStringList DesktopProgram::journal() const {
     QFile f(journalPath());
     if (!f.open(QIODevice::ReadOnly)) return {};

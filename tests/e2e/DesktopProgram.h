@@ -45,6 +45,10 @@ public:
     bool start(int timeoutMs = 20000);
     // SIGTERM, then the exit status; -1 when it had to be killed.
     int stop(int timeoutMs = 10000);
+    // Runs the program with one option (`--toggle`, `--retry`) in this program's environment,
+    // as a desktop shortcut does: the running program is told through its socket. The exit
+    // status, -1 when it did not end.
+    int tell(const QString& option, int timeoutMs = 5000) const;
     bool running() const { return process_.state() == QProcess::Running; }
     qint64 pid() const { return process_.processId(); }
     QString error() const { return error_; }

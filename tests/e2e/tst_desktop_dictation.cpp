@@ -477,8 +477,9 @@ private Q_SLOTS:
     }
 
     // The speech model failing: the local engine has no French, so the dictation ends with
-    // the error in the journal and the error sound; nothing is pasted and, since nothing was
-    // transcribed, no record or audio is kept.
+    // the error in the journal and the error sound; nothing is pasted, but the recording is
+    // kept whole with a failed record. `--retry` against the healthy model makes it an
+    // ordinary dictation whose text waits on the clipboard.
     void speechEngineFails() {
         openFieldWithClipboard();
         if (QTest::currentTestFailed()) return;
@@ -499,7 +500,32 @@ private Q_SLOTS:
         QCOMPARE(watch.changes(desktop().targetWindow()), 0);
         QVERIFY(!program.hasLine(QStringLiteral("collé:"), mark));
         QCOMPARE(desktop().closeTarget().value_or("?"), QString());
-        QCOMPARE(history().size(), stored);
+        QVERIFY(DesktopSession::waitUntil([&] { return history().size() == stored + 1; }));
+        const Dictation failed = history().first();
+        QCOMPARE(failed.failure.value_or("?"), error->mid(QStringLiteral("erreur: ").size()));
+        QFile audio(program.dataFolder() + QStringLiteral("/Audio/") +
+                    failed.audioFile.value_or("?"));
+        QVERIFY(audio.open(QIODevice::ReadOnly));
+        QCOMPARE(audio.readAll(), services.wavs.first());
+
+        services.reset();
+        services.transcript = QStringLiteral("euh rappelle-moi d'acheter du pain");
+        const QString written = QStringLiteral("Rappelle-moi d'acheter du pain.");
+        services.textModel = [written](const QString&, const QString&) { return written; };
+        const int retried = program.mark();
+        QCOMPARE(program.tell(QStringLiteral("--retry")), 0);
+        QVERIFY2(
+            program.waitFor(
+                [](const QString& l) { return l.startsWith("réessai:") && l.contains("copiés"); },
+                retried, 20000),
+            qPrintable(journalSince(retried)));
+        QCOMPARE(desktop().readClipboard().value_or("?"), written.toUtf8());
+        QCOMPARE(services.calls, QStringList({"parole", "texte"}));
+        QVERIFY(DesktopSession::waitUntil([&] { return !history().first().failed(); }));
+        QCOMPARE(history().first().finalText, written);
+        QCOMPARE(history().first().id, failed.id);
+        ++stored;
+        lastStored = written;
     }
 
     // Text selected earlier in another window (PRIMARY owned by another client) is no

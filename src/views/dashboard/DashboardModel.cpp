@@ -89,7 +89,7 @@ DashboardSnapshot compute(const Store& store, int typingWPM, bool usesCredits,
     const int yesterday = store.words(today.addDays(-1));
     s.cards.append(
         {QStringLiteral("words"), QStringLiteral("Mots dictés"), number(store.totalWords()),
-         counted(store.dictations().size(), QStringLiteral("dictée"), QStringLiteral("dictées"))});
+         counted(store.dictationCount(), QStringLiteral("dictée"), QStringLiteral("dictées"))});
     s.cards.append({QStringLiteral("sun"), QStringLiteral("Aujourd'hui"), number(s.hero.todayWords),
                     deltaText(s.hero.todayWords, yesterday).value_or(QString())});
     s.cards.append({QStringLiteral("speed"), QStringLiteral("Vitesse"), number(store.averageWPM()),

@@ -123,6 +123,9 @@ void paintSymbol(QPainter& p, const QString& name, const QRectF& r, const QColor
     } else if (name == u"play") {
         p.setBrush(color);
         p.drawPolygon(QPolygonF{at(0.26, 0.14), at(0.84, 0.5), at(0.26, 0.86)});
+    } else if (name == u"retry") {
+        p.drawArc(QRectF(at(0.14, 0.14), at(0.86, 0.86)), 60 * 16, 290 * 16);
+        p.drawPolyline(QPolygonF{at(0.5, 0.04), at(0.72, 0.18), at(0.54, 0.36)});
     } else if (name == u"chevron-down") {
         p.drawPolyline(QPolygonF{at(0.22, 0.36), at(0.5, 0.64), at(0.78, 0.36)});
     } else if (name == u"chevron-up") {

@@ -34,8 +34,8 @@ struct PageColors {
 PageColors pageColors(const QPalette& palette);
 
 // Symbols by name: "flame", "seal", "sparkles", "card", "words", "sun", "speed", "hourglass",
-// "copy", "play", "chevron-down", "chevron-up", "trash", "cross", "arrow", "search", "book",
-// "bolt", "wand". An unknown name draws a dot.
+// "copy", "play", "retry", "chevron-down", "chevron-up", "trash", "cross", "arrow", "search",
+// "book", "bolt", "wand". An unknown name draws a dot.
 void paintSymbol(QPainter& p, const QString& name, const QRectF& r, const QColor& color);
 
 // The symbol as an icon for buttons, at 1× and 2× scale.

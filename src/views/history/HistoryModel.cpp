@@ -11,6 +11,7 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <numeric>
@@ -133,6 +134,12 @@ bool HistorySearchIndex::contains(int record, const QByteArray& key) const {
                   size_t(key.size())) != nullptr;
 }
 
+QString recordingLength(double seconds) {
+    const int s = int(std::lround(std::max(0.0, seconds)));
+    if (s < 60) return QStringLiteral("%1 s").arg(s);
+    return QStringLiteral("%1 min %2 s").arg(s / 60).arg(s % 60, 2, 10, QLatin1Char('0'));
+}
+
 QString historyDayTitle(const QDate& day) {
     static const QLocale french(QLocale::French, QLocale::France);
     return french.toString(day, QStringLiteral("dddd d MMMM yyyy"));
@@ -147,6 +154,9 @@ HistoryListModel::HistoryListModel(Store& store, QObject* parent)
             rebuildAppNames(); // the menu of applications follows the dictations
             Q_EMIT appNamesChanged();
         }
+    });
+    connect(&store_, &Store::dictationUpdated, this, [this](qsizetype at) {
+        if (filter_.kind == 0 && at >= indexShift_) indexStale_ = true;
     });
     connect(&store_, &Store::fixesChanged, this, [this] {
         if (filter_.kind == 1) refresh();
@@ -222,10 +232,11 @@ void HistoryListModel::rebuildIndex() {
     foundCache_.clear();
     const int size =
         filter_.kind == 0 ? int(store_.dictations().size()) : int(store_.fixes().size());
-    // New records at the front of a list whose rest is as it was (a dictation landing; records
-    // already kept never change their texts): the index stays, and the few records before it
-    // are read one by one.
-    if (index_ && size > kSyncIndexLimit && size > index_->size() &&
+    // New records at the front of a list whose rest is as it was (a dictation landing): the
+    // index stays, and the few records before it are read one by one, also when one of them
+    // changes (its processing ends). A record the index holds that changes its text (a failed
+    // dictation tried again) has the index built again.
+    if (index_ && !indexStale_ && size > kSyncIndexLimit && size > index_->size() &&
         size - index_->size() <= kUnindexedLimit && indexedEnds_.first.isNull() == false &&
         endIds(size - index_->size()) == indexedEnds_) {
         indexShift_ = size - index_->size();
@@ -233,6 +244,7 @@ void HistoryListModel::rebuildIndex() {
     }
     const quint64 generation = ++indexGeneration_;
     indexShift_ = 0;
+    indexStale_ = false;
     if (size <= kSyncIndexLimit) {
         index_ = filter_.kind == 0 ? HistorySearchIndex::build(store_.dictations())
                                    : HistorySearchIndex::build(store_.fixes());
@@ -505,16 +517,24 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
             return d.bundleID.value_or(QString());
         case Qt::DisplayRole:
         case TextRole:
-            return d.finalText;
+            if (d.inProgress()) return QStringLiteral("Transcription en cours…");
+            return d.failure.value_or(d.finalText);
         case SecondTextRole:
             return d.rawText;
         case WordsRole:
+            if (d.failed()) return recordingLength(d.duration);
             return Dashboard::counted(wordCount(d.finalText), QStringLiteral("mot"),
                                       QStringLiteral("mots"));
         case SpeedRole: {
-            const int wpm = d.wordsPerMinute();
+            const int wpm = d.failed() ? 0 : d.wordsPerMinute();
             return wpm > 0 ? QStringLiteral("%1 mots/min").arg(wpm) : QString();
         }
+        case StatusRole:
+            return !d.failed()      ? QString()
+                   : d.inProgress() ? QStringLiteral("En cours")
+                                    : QStringLiteral("Échec");
+        case RetryRole:
+            return d.failed() && !d.inProgress() && store_.audioURL(d).has_value();
         case ExpandedRole:
             return expanded_.contains(d.id);
         case HasAudioRole:
@@ -550,6 +570,10 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
         return false;
     case IdRole:
         return r.id;
+    case StatusRole:
+        return QString();
+    case RetryRole:
+        return false;
     default:
         return {};
     }

@@ -66,6 +66,8 @@ private:
 
 // The head of a day's group: "samedi 14 mars 2026".
 QString historyDayTitle(const QDate& day);
+// The length of a recording: "12 s", "1 min 05 s".
+QString recordingLength(double seconds);
 
 // The filtered records of one kind grouped by day, newest day first, each group headed by a
 // row of its own. Reads the store afresh when it changes.
@@ -79,15 +81,17 @@ public:
         TimeRole,                    // "09:26"
         AppRole,                     // appName
         BundleRole,                  // bundleID or empty
-        TextRole,                    // finalText, or a correction's result
-        SecondTextRole,              // rawText, or a correction's original
-        WordsRole,                   // "{n} mot(s)"
-        SpeedRole,                   // "{n} mots/min" or empty
-        ActionRole,                  // a correction's action
-        FixesRole,                   // "{n} corrections" or empty
-        ExpandedRole,                // bool: the raw text / original is on show
-        HasAudioRole,                // bool: a kept recording exists
-        IdRole,                      // the record's QUuid
+        TextRole,       // finalText, a failed dictation's error, or a correction's result
+        SecondTextRole, // rawText, or a correction's original
+        WordsRole,      // "{n} mot(s)"; a failed dictation's length: "12 s", "1 min 05 s"
+        SpeedRole,      // "{n} mots/min" or empty
+        ActionRole,     // a correction's action
+        FixesRole,      // "{n} corrections" or empty
+        ExpandedRole,   // bool: the raw text / original is on show
+        HasAudioRole,   // bool: a kept recording exists
+        IdRole,         // the record's QUuid
+        StatusRole,     // a dictation that gave no text: "Échec", or "En cours"; else empty
+        RetryRole,      // bool: failed, and its recording is kept to try again
     };
 
     explicit HistoryListModel(Store& store, QObject* parent = nullptr);
@@ -168,6 +172,7 @@ private:
     std::shared_ptr<const HistorySearchIndex> index_;
     quint64 indexGeneration_ = 0;
     int indexShift_ = 0;                  // records at the front that the index lacks
+    bool indexStale_ = false;             // a record the index holds has changed its text
     std::pair<QUuid, QUuid> indexedEnds_; // first and last ids of the indexed list
     QList<QPair<QString, std::vector<int>>> foundCache_;
     std::vector<int> direct_; // found without the index

@@ -164,18 +164,24 @@ HistoryDelegate::buttons(const QRect& rowRect, const QModelIndex& index, const Q
     const bool open = index.data(HistoryListModel::ExpandedRole).toBool();
     const bool copied =
         !copied_.isNull() && index.data(HistoryListModel::IdRole).toUuid() == copied_;
-    list.append({Copy,
-                 QStringLiteral("copy"),
-                 copied ? QStringLiteral("Copié") : QStringLiteral("Copier"),
-                 {}});
+    // A failed dictation has no text to copy or open: it is tried again or listened to.
+    const bool failed = !index.data(HistoryListModel::StatusRole).toString().isEmpty();
+    if (index.data(HistoryListModel::RetryRole).toBool())
+        list.append({Retry, QStringLiteral("retry"), QStringLiteral("Réessayer"), {}});
+    if (!failed)
+        list.append({Copy,
+                     QStringLiteral("copy"),
+                     copied ? QStringLiteral("Copié") : QStringLiteral("Copier"),
+                     {}});
     if (kind == HistoryListModel::DictationRow &&
         index.data(HistoryListModel::HasAudioRole).toBool())
         list.append({Play, QStringLiteral("play"), QStringLiteral("Rejouer"), {}});
-    list.append({Disclose,
-                 open ? QStringLiteral("chevron-up") : QStringLiteral("chevron-down"),
-                 kind == HistoryListModel::DictationRow ? QStringLiteral("Brut")
-                                                        : QStringLiteral("Original"),
-                 {}});
+    if (!failed)
+        list.append({Disclose,
+                     open ? QStringLiteral("chevron-up") : QStringLiteral("chevron-down"),
+                     kind == HistoryListModel::DictationRow ? QStringLiteral("Brut")
+                                                            : QStringLiteral("Original"),
+                     {}});
     const QFontMetrics fm(smallFont(font));
     const QRect card = rowRect.adjusted(0, kCardGap, 0, -kCardGap);
     int right = card.right() - kPad + 1;
@@ -244,6 +250,22 @@ void HistoryDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
 
     p->setFont(small);
     QStringList figures;
+    const QString status = index.data(HistoryListModel::StatusRole).toString();
+    const bool failed = !status.isEmpty();
+    if (failed) {
+        // "Échec" (or "En cours" while it is processed) as a tag, then the recording's length.
+        const QColor ink = status == u"Échec" ? ViewStyle::colors(c.dark).danger : c.accent;
+        const int w = sfm.horizontalAdvance(status) + 16;
+        const QRect tag(x, top + (kTopLine - 20) / 2, w, 20);
+        p->setPen(Qt::NoPen);
+        QColor soft = ink;
+        soft.setAlpha(40);
+        p->setBrush(soft);
+        p->drawRoundedRect(tag, 10, 10);
+        p->setPen(ink);
+        p->drawText(tag, Qt::AlignCenter, status);
+        x += w + 10;
+    }
     if (kind == HistoryListModel::DictationRow) {
         figures << index.data(HistoryListModel::WordsRole).toString();
         const QString speed = index.data(HistoryListModel::SpeedRole).toString();
@@ -273,9 +295,10 @@ void HistoryDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
 
     for (const Button& b : bs) {
         p->setPen(Qt::NoPen);
-        p->setBrush(c.control);
+        p->setBrush(b.action == Retry ? c.accentSoft : c.control);
         p->drawRoundedRect(b.rect, kButtonH / 2.0, kButtonH / 2.0);
-        const QColor ink = b.action == Copy && b.text == u"Copié" ? c.accent : c.text;
+        const QColor ink =
+            (b.action == Copy && b.text == u"Copié") || b.action == Retry ? c.accent : c.text;
         paintSymbol(*p, b.symbol, QRectF(b.rect.left() + 10, b.rect.top() + 6, 12, 12), ink);
         p->setPen(ink);
         p->drawText(b.rect.adjusted(10 + 12 + 5, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft,
@@ -283,7 +306,7 @@ void HistoryDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
     }
 
     p->setFont(option.font);
-    p->setPen(c.text);
+    p->setPen(failed ? c.secondary : c.text);
     const QFontMetrics fm(option.font);
     const QString text = index.data(HistoryListModel::TextRole).toString();
     const int textTop = top + kTopLine + kTextGap;
@@ -559,8 +582,12 @@ void HistoryView::showEvent(QShowEvent* event) {
 
 void HistoryView::trigger(int row, HistoryDelegate::Action action) {
     switch (action) {
+    case HistoryDelegate::Retry:
+        if (const Dictation* d = model_->dictationAt(row); d && onRetry) onRetry(d->id);
+        break;
     case HistoryDelegate::Copy: {
-        if (!model_->dictationAt(row) && !model_->correctionAt(row)) return;
+        const Dictation* d = model_->dictationAt(row);
+        if ((!d || d->failed()) && !model_->correctionAt(row)) return;
         Platform::current().clipboard().setText(model_->copyText(row), false);
         delegate_->setCopied(model_->index(row).data(HistoryListModel::IdRole).toUuid());
         copiedTimer_->start();

@@ -7,6 +7,7 @@
 #include <QTreeView>
 #include <QUuid>
 #include <QWidget>
+#include <functional>
 
 class QButtonGroup;
 class QComboBox;
@@ -39,13 +40,14 @@ private:
 };
 
 // Paints the rows of the history: day headers, dictations and corrections as cards with their
-// actions ("Copier", "Rejouer", the disclosure of the raw text). A closed row shows at most
+// actions ("Copier", "Rejouer", the disclosure of the raw text). A failed dictation shows its
+// length and its error, with "Réessayer" while its recording is kept. A closed row shows at most
 // three lines of its text, an opened one all of it and the raw text under it. Heights are
 // asked only for the rows in sight (see the list in HistoryView.cpp).
 class HistoryDelegate : public QStyledItemDelegate {
     Q_OBJECT
 public:
-    enum Action { NoAction, Copy, Play, Disclose };
+    enum Action { NoAction, Copy, Play, Disclose, Retry };
 
     explicit HistoryDelegate(QObject* parent = nullptr);
 
@@ -94,6 +96,8 @@ public:
     HistoryPlayer& player() { return *player_; }
     // Runs an action on a row, as a click on its button does.
     void trigger(int row, HistoryDelegate::Action action);
+    // "Réessayer" on a failed dictation: processes its kept recording again.
+    std::function<void(const QUuid& id)> onRetry;
 
 protected:
     void showEvent(QShowEvent* event) override;

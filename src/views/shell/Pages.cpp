@@ -2,6 +2,7 @@
 
 #include "calls/CallTranslator.h"
 #include "data/Store.h"
+#include "dictation/DictationController.h"
 #include "meetings/MeetingRecorder.h"
 #include "views/common/Components.h"
 #include "views/common/Symbols.h"
@@ -56,8 +57,11 @@ QWidget* makePage(Page page, AppSettings& settings, DictationController& control
         return new TranslatorPage(Store::shared(), CallTranslator::shared());
     case Page::Meetings:
         return new MeetingsPage(Store::shared(), MeetingRecorder::shared());
-    case Page::History:
-        return new HistoryView(Store::shared());
+    case Page::History: {
+        auto* history = new HistoryView(Store::shared());
+        history->onRetry = [&controller](const QUuid& id) { controller.retry(id); };
+        return history;
+    }
     case Page::Dictionary:
         return new DictionaryView(Store::shared());
     case Page::Settings:

@@ -59,8 +59,7 @@ void TrayIcon::followState() {
 
 void TrayIcon::rebuild() {
     TrayModel::Input in;
-    const QList<Dictation>& history = Store::shared().dictations();
-    if (!history.isEmpty()) in.lastDictation = history.first().finalText;
+    TrayModel::readHistory(in, Store::shared());
     in.language = settings_.language();
     in.microphoneUID = settings_.microphoneUID();
     in.microphones = Microphones::all();
@@ -121,6 +120,10 @@ void TrayIcon::act(const TrayModel::Entry& e) {
         QTimer::singleShot(kActionDelayMs, this, [controller] {
             if (controller) controller->pasteLast();
         });
+        break;
+    case A::RetryFailed:
+        if (const std::optional<QUuid> id = e.data ? parseUuid(*e.data) : std::nullopt)
+            controller_.retry(*id);
         break;
     case A::Correct:
         QTimer::singleShot(kActionDelayMs, this, [controller] {

@@ -31,15 +31,32 @@ QString lastDictationTitle(const QString& text) {
     return shown.size() == text.size() ? text : shown + QStringLiteral("…");
 }
 
+void readHistory(Input& in, const Store& store) {
+    for (const Dictation& d : store.dictations()) {
+        if (d.failed()) continue;
+        in.lastDictation = d.finalText;
+        break;
+    }
+    if (const std::optional<Dictation> failed = store.lastFailed())
+        in.lastFailed = uuidText(failed->id);
+}
+
 QList<Entry> build(const Input& in) {
     QList<Entry> menu;
-    if (in.lastDictation) {
+    if (in.lastDictation || in.lastFailed) {
         Entry head = item(QStringLiteral("Dernière dictée"), QString(), Action::None);
         head.enabled = false;
-        menu << head
-             << item(lastDictationTitle(*in.lastDictation), QStringLiteral("arrow.uturn.down"),
-                     Action::PasteLast)
-             << separator();
+        menu << head;
+        if (in.lastDictation)
+            menu << item(lastDictationTitle(*in.lastDictation), QStringLiteral("arrow.uturn.down"),
+                         Action::PasteLast);
+        if (in.lastFailed) {
+            Entry retry = item(QStringLiteral("Réessayer la dictée échouée"),
+                               QStringLiteral("exclamationmark.triangle"), Action::RetryFailed);
+            retry.data = in.lastFailed;
+            menu << retry;
+        }
+        menu << separator();
     }
     menu << item(QStringLiteral("Ouvrir Ombry Voice"), QStringLiteral("macwindow"),
                  Action::ShowWindow)

@@ -2,6 +2,7 @@
 
 #include "audio/Microphones.h"
 #include "data/Settings.h"
+#include "data/Store.h"
 #include "dictation/DictationController.h"
 
 #include <QList>
@@ -15,6 +16,7 @@ namespace ombry::TrayModel {
 enum class Action {
     None,
     PasteLast,
+    RetryFailed,
     ShowWindow,
     ToggleCall,
     ToggleMeeting,
@@ -42,7 +44,8 @@ struct Entry {
 };
 
 struct Input {
-    std::optional<QString> lastDictation; // finalText of the newest record
+    std::optional<QString> lastDictation; // finalText of the newest record that has a text
+    std::optional<QString> lastFailed;    // the id of the newest failed one, to retry
     bool callRunning = false;
     bool meetingRecording = false;
     Language language = Language::Fr;
@@ -53,6 +56,10 @@ struct Input {
 };
 
 QList<Entry> build(const Input& input);
+
+// What the menu shows of the history: the newest dictation that gave a text, and the newest
+// failed one that can be tried again.
+void readHistory(Input& input, const Store& store);
 
 // The newest dictation as the menu shows it: up to 60 characters, longer ones cut with "…".
 QString lastDictationTitle(const QString& text);

@@ -222,6 +222,14 @@ private Q_SLOTS:
                  QStringLiteral("nouveau zèbre 3"));
         m.setSearch(QStringLiteral("zÈbre 2"));
         QCOMPARE(m.recordCount(), 1);
+        // A record behind them that changes its text (a failed dictation tried again) is found
+        // by its new text.
+        Dictation retried = store_->dictations().at(4);
+        retried.finalText = QStringLiteral("girafe");
+        store_->update(retried);
+        m.setSearch(QStringLiteral("girafe"));
+        QCOMPARE(m.recordCount(), 1);
+        QTRY_VERIFY(m.searchReady());
         for (int i = 4; i <= HistoryListModel::kUnindexedLimit + 4; ++i)
             store_->add(dictation(QStringLiteral("autre %1").arg(i), start.addSecs(i)));
         QVERIFY(!m.searchReady());
@@ -322,6 +330,27 @@ private Q_SLOTS:
         QCOMPARE(model.recordCount(), 1);
         apps->setCurrentIndex(0);
         Q_EMIT apps->activated(0);
+
+        // A failed dictation shows its error and its length, and "Réessayer" while its
+        // recording is kept, which hands its id over; it has no text to copy.
+        Dictation failed = dictation(QString(), local("2026-03-15T12:00:00+01:00"));
+        failed.failure = QStringLiteral("Local : erreur 0 langue non disponible");
+        failed.duration = 75;
+        failed.audioFile = QStringLiteral("échec.wav");
+        {
+            QFile f(store_->audioFolder() + QStringLiteral("/échec.wav"));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(toneWav());
+        }
+        store_->add(failed);
+        QCOMPARE(model.index(1).data(HistoryListModel::TextRole).toString(), *failed.failure);
+        QCOMPARE(model.index(1).data(HistoryListModel::WordsRole).toString(),
+                 QStringLiteral("1 min 15 s"));
+        QVERIFY(!click(1, HistoryDelegate::Copy));
+        std::optional<QUuid> retried;
+        page.onRetry = [&retried](const QUuid& id) { retried = id; };
+        QVERIFY(click(1, HistoryDelegate::Retry));
+        QCOMPARE(retried, std::optional(failed.id));
 
         // Corrections: the result is shown and copied, the original under the disclosure.
         QTest::mouseClick(button(page, QStringLiteral("Corrections")), Qt::LeftButton);

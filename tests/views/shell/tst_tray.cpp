@@ -110,6 +110,13 @@ private Q_SLOTS:
         QCOMPARE(TrayModel::build(in).at(1).title, emoji);
         in.lastDictation = emoji + QStringLiteral("e\u0301");
         QCOMPARE(TrayModel::build(in).at(1).title, emoji + QStringLiteral("…"));
+        // A failed dictation is offered again in the same block, also when it is the only one.
+        in.lastFailed = QStringLiteral("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+        QCOMPARE(TrayModel::build(in).at(2).data, in.lastFailed);
+        in.lastDictation.reset();
+        QCOMPARE(titles(TrayModel::build(in)).mid(0, 3),
+                 QStringList({"Dernière dictée", "Réessayer la dictée échouée", "-"}));
+        in.lastFailed.reset();
 
         // The keys in Linux words, Right Alt as the keyboard layout names it.
         const auto keys = [&] {
@@ -148,6 +155,13 @@ private Q_SLOTS:
         Dictation d;
         d.finalText = QStringLiteral("Rendez-vous demain à dix heures.");
         Store::shared().add(d);
+        // A newer dictation that failed, with its audio: the paste keeps the text above.
+        Dictation failed{.appName = "Firefox", .duration = 1, .audioFile = "échec.wav"};
+        failed.failure = QStringLiteral("panne");
+        QFile audio(Store::shared().audioFolder() + "/échec.wav");
+        QVERIFY(audio.open(QIODevice::WriteOnly) && audio.write("RIFF") == 4);
+        audio.close();
+        Store::shared().add(failed);
         QVERIFY(click(menu, d.finalText));
         // The paste waits for the menu to close and the focus to go back.
         QTest::qWait(100);
@@ -155,6 +169,10 @@ private Q_SLOTS:
         QTRY_VERIFY(!platform_.keyPoster().posted.isEmpty());
         QCOMPARE(platform_.keyPoster().posted.last(), (KeyCombo{keycode::V, modifier::Control}));
         QCOMPARE(platform_.clipboard().text(), std::optional<QString>(d.finalText));
+        // Tried again without any engine: it fails again, for another reason.
+        QVERIFY(click(menu, QStringLiteral("Réessayer la dictée échouée")));
+        QTRY_COMPARE(controller.state(), DictationController::State::Idle);
+        QCOMPARE(Store::shared().dictations().first().failure, controller.lastError());
 
         QVERIFY(click(menu, QStringLiteral("Langue : "), QStringLiteral("Anglais")));
         QCOMPARE(settingsFile().value("language").toString(), QStringLiteral("en"));
