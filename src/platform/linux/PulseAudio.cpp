@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <stdexcept>
 
 // Capture, microphones and sounds through PulseAudio.
@@ -17,11 +18,13 @@ std::runtime_error failure(const QString& what, const QString& why) {
     return std::runtime_error(QStringLiteral("%1 (%2)").arg(what, why).toStdString());
 }
 
-// The name of the server's default source; empty when it has none. With the lock held.
-QString defaultSourceName(PulseConnection& c) {
+// The name of the server's default source; empty when it has none. pipeWire, when given, says
+// whether the server is PipeWire's. With the lock held.
+QString defaultSourceName(PulseConnection& c, bool* pipeWire = nullptr) {
     struct Query {
         PulseConnection* connection;
         QString name;
+        bool pipeWire = false;
     } query{&c, {}};
     pa_operation* op = pa_context_get_server_info(
         c.context(),
@@ -29,10 +32,13 @@ QString defaultSourceName(PulseConnection& c) {
             auto* q = static_cast<Query*>(data);
             if (info && info->default_source_name)
                 q->name = QString::fromUtf8(info->default_source_name);
+            q->pipeWire = info && info->server_name && std::strstr(info->server_name, "PipeWire");
             pa_threaded_mainloop_signal(q->connection->loop(), 0);
         },
         &query);
-    return c.finish(op) ? query.name : QString();
+    const bool answered = c.finish(op);
+    if (pipeWire) *pipeWire = answered && query.pipeWire;
+    return answered ? query.name : QString();
 }
 
 // What the server says of one source, by name or (with an empty name) by index. With the lock
@@ -288,8 +294,22 @@ public:
     QString defaultSource() override {
         try {
             std::shared_ptr<PulseConnection> c = client_.ready();
-            PulseConnection::Lock lock(*c);
-            return defaultSourceName(*c);
+            bool pipeWire = false;
+            QString name;
+            {
+                PulseConnection::Lock lock(*c);
+                name = defaultSourceName(*c, &pipeWire);
+            }
+            // PipeWire's PulseAudio server (0.3.65) can go on telling a connection the default
+            // source of before a change, when a new connection hears the new one: the user's
+            // choice in the system's sound settings is asked on a connection of its own.
+            if (pipeWire) {
+                PulseConnection fresh({}, false);
+                PulseConnection::Lock lock(fresh);
+                if (fresh.waitReady())
+                    if (const QString now = defaultSourceName(fresh); !now.isEmpty()) name = now;
+            }
+            return name;
         } catch (const std::runtime_error&) {
             return {};
         }
