@@ -109,6 +109,14 @@ class TstDesktopDictation : public QObject {
     DesktopSession& desktop() { return *DesktopSession::current(); }
     int key(const char* name) { return desktop().keycode(name); }
     QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
+    // Whether the program heard the dictation key let go since the mark.
+    bool heardRelease(int mark) {
+        return program
+            .waitFor(
+                [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
+                mark)
+            .has_value();
+    }
 
     // Plays the sentence into the microphone and waits until it has been played.
     bool speak() {
@@ -263,10 +271,7 @@ private Q_SLOTS:
         QVERIFY(desktop().xdotool({"keydown", "108"})); // Right Alt, as a bare key code
         QVERIFY(speak());
         QVERIFY(desktop().xdotool({"keyup", "108"}));
-        const auto released = program.waitFor(
-            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
-            mark);
-        QVERIFY2(released, qPrintable(journalSince(mark)));
+        QVERIFY2(heardRelease(mark), qPrintable(journalSince(mark)));
         QTest::qWait(200);
         QVERIFY2(!program.hasLine(QStringLiteral("enregistrement"), mark),
                  qPrintable(journalSince(mark)));
@@ -341,9 +346,7 @@ private Q_SLOTS:
                  qPrintable(journalSince(mark)));
         QVERIFY(speakers.heardSomething());
         QVERIFY(desktop().keyboardRelease(kRightAlt));
-        QVERIFY(program.waitFor(
-            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
-            mark));
+        QVERIFY(heardRelease(mark));
         QTest::qWait(300);
         QVERIFY(desktop().targetRunning());
         QVERIFY(services.calls.isEmpty());
@@ -379,9 +382,7 @@ private Q_SLOTS:
             DesktopSession::waitUntil([&] { return services.server.abandoned() == abandoned + 1; }),
             qPrintable(journalSince(mark)));
         QVERIFY(desktop().keyboardRelease(kRightAlt));
-        QVERIFY(program.waitFor(
-            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
-            mark));
+        QVERIFY(heardRelease(mark));
         QTest::qWait(300);
         QCOMPARE(services.calls, QStringList{"parole"});
         QVERIFY(!program.hasLine(QStringLiteral("morceau:"), mark));
@@ -585,9 +586,7 @@ private Q_SLOTS:
         QVERIFY2(program.waitForLine(QStringLiteral("dictée annulée"), mark),
                  qPrintable(journalSince(mark)));
         QVERIFY(desktop().keyboardRelease(kRightAlt));
-        QVERIFY(program.waitFor(
-            [](const QString& l) { return l.startsWith("touche:") && l.contains("relâchée"); },
-            mark));
+        QVERIFY(heardRelease(mark));
         QTest::qWait(300);
         QVERIFY2(desktop().targetRunning(), "Escape a fermé la fenêtre de devant");
         QVERIFY(services.calls.isEmpty());
