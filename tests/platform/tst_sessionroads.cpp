@@ -55,15 +55,20 @@ private Q_SLOTS:
         QVERIFY(onGnome43.typeInsteadOfPaste);
         QCOMPARE(onGnome43.strip, StripRoad::Window);
 
-        // GNOME 48: the shortcut portal; its clipboard is not used, the text is typed.
+        // GNOME 48: the shortcut portal, the clipboard through the portal's RemoteDesktop
+        // session and pasted; typed again where the user unticked the clipboard.
         SessionOffer gnome48 = gnome43;
         gnome48.globalShortcutsPortal = true;
         gnome48.remoteDesktopPortalVersion = 2;
         gnome48.clipboardPortal = true;
         const SessionRoads onGnome48 = chooseRoads(gnome48);
         QCOMPARE(onGnome48.key, KeyRoad::Portal);
-        QCOMPARE(onGnome48.clipboard, ClipboardRoad::None);
-        QVERIFY(onGnome48.typeInsteadOfPaste);
+        QCOMPARE(onGnome48.clipboard, ClipboardRoad::Portal);
+        QVERIFY(!onGnome48.typeInsteadOfPaste);
+        QVERIFY(describeForJournal(gnome48, onGnome48).contains("presse-papiers=portail presse"));
+        gnome48.clipboardPortalRefused = true;
+        QCOMPARE(chooseRoads(gnome48).clipboard, ClipboardRoad::None);
+        QVERIFY(chooseRoads(gnome48).typeInsteadOfPaste);
 
         // sway: its bindings, its virtual keyboard (before any portal), data-control.
         SessionOffer sway = wayland(D::Sway);
