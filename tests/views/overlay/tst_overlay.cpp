@@ -11,7 +11,6 @@
 #include <QApplication>
 #include <QImage>
 #include <QTest>
-#include <QWindow>
 #include <cmath>
 
 using namespace ombry;

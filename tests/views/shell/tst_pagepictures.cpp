@@ -17,7 +17,6 @@
 
 #include <QDir>
 #include <QImage>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>

@@ -1,5 +1,5 @@
 // The subtitle panel: what it shows of the call translator's state, the application tiles, the
-// focus it never takes, its hover controls, and a picture with real lines (OMBRY_PICTURES).
+// focus it never takes and its hover controls.
 #include "../PageTesting.h"
 #include "FakePlatform.h"
 #include "TestHttpServer.h"
@@ -11,29 +11,12 @@
 #include "views/subtitles/SubtitleWindow.h"
 
 #include <QApplication>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QLabel>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QtEndian>
 
 using namespace ombry;
 using namespace ombry::test;
-
-namespace {
-
-using Line = CallTranslator::Line;
-
-QByteArray tone(double seconds) {
-    QByteArray pcm(int(seconds * 16000) * 2, '\0');
-    for (int i = 0; i < pcm.size() / 2; ++i)
-        qToLittleEndian<qint16>((i / 20) % 2 ? 9000 : -9000, pcm.data() + 2 * i);
-    return pcm;
-}
-
-} // namespace
 
 class TstSubtitles : public QObject {
     Q_OBJECT
@@ -136,46 +119,6 @@ private Q_SLOTS:
         view.setHover(false);
         for (QPushButton* b : view.findChildren<QPushButton*>())
             QVERIFY(b->isHidden());
-    }
-
-    void aPictureWithRealLines() {
-        // Two sentences through the translator, answered by the local model server.
-        // Both go out at once; the answers, told apart by the length of the audio, may come
-        // back in either order.
-        server.setHandler([](const RecordedRequest& r) {
-            const QStringList en{"Can everyone hear me?", "Let's start with the roadmap."};
-            const QStringList fr{"Tout le monde m'entend ?", "Commençons par la feuille de route."};
-            const int i = r.body.size() > 100000 ? 1 : 0;
-            return chatCompletion(QString::fromUtf8(
-                QJsonDocument(QJsonObject{{"en", en[i]}, {"fr", fr[i]}}).toJson()));
-        });
-        CallTranslator call;
-        platform.audio().apps = {{"discord", "Discord", "Discord"}};
-        call.setTargetBundleID(QStringLiteral("discord"));
-        SubtitleView view(call);
-        view.setShowEnglish(true);
-        call.start();
-        QTRY_VERIFY(platform.audio().capturingOutput());
-        for (int i = 0; i < 2; ++i) {
-            platform.audio().feedOutput(tone(i == 0 ? 1.0 : 3.0));
-            for (int k = 0; k < 20; ++k)
-                platform.audio().feedOutput(QByteArray(2048, '\0'));
-        }
-        QTRY_VERIFY(call.lines().size() == 2 && call.lines()[0].done && call.lines()[1].done);
-        QCOMPARE(view.content().main, QStringLiteral("Commençons par la feuille de route."));
-        QCOMPARE(view.content().previous, QStringLiteral("Tout le monde m'entend ?"));
-        QCOMPARE(view.content().english, QStringLiteral("Let's start with the roadmap."));
-        QCOMPARE(view.content().source, QStringLiteral("Discord"));
-        view.setHover(true);
-        view.show();
-        QTest::qWait(300); // the fade
-        const QImage picture = view.grab().toImage();
-        QCOMPARE(picture.size(), QSize(760, 150));
-        const QString folder = qEnvironmentVariable("OMBRY_PICTURES");
-        if (!folder.isEmpty()) QVERIFY(picture.save(folder + QStringLiteral("/subtitles.png")));
-        call.stop();
-        call.setTargetBundleID(std::nullopt);
-        view.setShowEnglish(false);
     }
 };
 
