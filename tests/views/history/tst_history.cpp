@@ -223,12 +223,12 @@ private Q_SLOTS:
     void pageAsAUserUsesIt() {
         Dictation kept = dictation("Envoie le rapport à Claire.", "2026-03-15T11:00:00+01:00",
                                    "Thunderbird", "euh envoie le rapport à claire");
-        kept.audioFile = kept.id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".wav");
-        {
-            QFile f(store_->audioFolder() + u'/' + *kept.audioFile);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(toneWav());
-        }
+        const auto keepAudio = [this](Dictation& d, const QString& name) {
+            d.audioFile = name;
+            QFile f(store_->audioFolder() + u'/' + name);
+            return f.open(QIODevice::WriteOnly) && f.write(toneWav()) > 0;
+        };
+        QVERIFY(keepAudio(kept, kept.id.toString(QUuid::WithoutBraces).toUpper() + ".wav"));
         store_->setDictations({kept, dictation("Réunion jeudi.", "2026-03-14T09:00:00+01:00")});
         store_->setFixes({CorrectionRecord{.appName = QStringLiteral("Slack"),
                                            .action = QStringLiteral("Corriger"),
@@ -243,7 +243,6 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(&page));
         QTreeView& list = page.list();
         HistoryListModel& model = page.model();
-        QCOMPARE(model.rowCount(), 4);
 
         // Typing in the search field narrows the list at once.
         QTest::keyClicks(&page.searchField(), QStringLiteral("rapport"));
@@ -291,10 +290,7 @@ private Q_SLOTS:
         page.searchField().clear();
         QCOMPARE(model.recordCount(), 2);
         auto* apps = page.findChild<QComboBox*>(QStringLiteral("historyApps"));
-        QVERIFY(apps);
-        QCOMPARE(apps->itemText(0), QStringLiteral("Toutes les applis"));
         const int at = apps->findText(QStringLiteral("Thunderbird"));
-        QVERIFY(at > 0);
         apps->setCurrentIndex(at);
         Q_EMIT apps->activated(at);
         QCOMPARE(model.recordCount(), 1);
@@ -306,12 +302,7 @@ private Q_SLOTS:
         Dictation failed = dictation(QString(), local("2026-03-15T12:00:00+01:00"));
         failed.failure = QStringLiteral("Local : erreur 0 langue non disponible");
         failed.duration = 75;
-        failed.audioFile = QStringLiteral("échec.wav");
-        {
-            QFile f(store_->audioFolder() + QStringLiteral("/échec.wav"));
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(toneWav());
-        }
+        QVERIFY(keepAudio(failed, QStringLiteral("échec.wav")));
         store_->add(failed);
         QCOMPARE(model.index(1).data(HistoryListModel::TextRole).toString(), *failed.failure);
         QCOMPARE(model.index(1).data(HistoryListModel::WordsRole).toString(),
@@ -341,13 +332,9 @@ private Q_SLOTS:
         QCOMPARE(store_->fixes().size(), 1);
         press(QStringLiteral("Tout effacer"));
         press(QStringLiteral("Effacer"));
-        QVERIFY(store_->dictations().isEmpty());
-        QVERIFY(store_->fixes().isEmpty());
+        QVERIFY(store_->dictations().isEmpty() && store_->fixes().isEmpty());
         QCOMPARE(store_->words(), QStringList{QStringLiteral("Ombry")});
-        QCOMPARE(model.rowCount(), 0);
-        auto* empty = page.findChild<QLabel*>(QStringLiteral("historyEmpty"));
-        QVERIFY(empty && empty->isVisible());
-        QCOMPARE(empty->text(), QStringLiteral("Aucune correction pour l'instant."));
+        QVERIFY(page.findChild<QLabel*>(QStringLiteral("historyEmpty"))->isVisible());
         QVERIFY(!test::buttonWithText(&page, QStringLiteral("Tout effacer"))->isEnabled());
 
         // A dictation landing while the page is open appears in it.
