@@ -37,12 +37,6 @@ QJsonObject settingsFile() {
     return UserDefaults::readFile(Paths::defaultsFile()).value_or(QJsonObject());
 }
 
-template <class W> W* find(QWidget* root, const QString& name) {
-    W* w = root->findChild<W*>(name);
-    if (!w) qWarning("no widget %s", qPrintable(name));
-    return w;
-}
-
 // Moves a closed drop-down to the item with this text by keys, as a user does.
 bool pick(QComboBox* box, const QString& text) {
     const int target = box->findText(text);
@@ -131,7 +125,7 @@ private Q_SLOTS:
     void generalTabWritesThroughAndMovesTheKey() {
         SettingsPage& page = open(SM::Tab::General);
 
-        QVERIFY(pick(find<QComboBox>(&page, "keyPicker"), QStringLiteral("Super droite")));
+        QVERIFY(pick(test::named<QComboBox>(&page, "keyPicker"), QStringLiteral("Super droite")));
         QCOMPARE(settingsFile().value("key").toString(), QStringLiteral("rightCommand"));
         // The new key is heard at once; the former one no longer dictates.
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
@@ -145,15 +139,15 @@ private Q_SLOTS:
         QTRY_COMPARE(controller().state(), DictationController::State::Recording);
         controller().cancel();
 
-        auto* sounds = find<QCheckBox>(&page, "soundsSwitch");
+        auto* sounds = test::named<QCheckBox>(&page, "soundsSwitch");
         QTest::mouseClick(sounds, Qt::LeftButton);
         QCOMPARE(settingsFile().value("sounds"), QJsonValue(false));
-        QVERIFY(pick(find<QComboBox>(&page, "languagePicker"), QStringLiteral("Espagnol")));
+        QVERIFY(pick(test::named<QComboBox>(&page, "languagePicker"), QStringLiteral("Espagnol")));
         QCOMPARE(settings().language(), Language::Es);
 
         // A microphone plugged in while the page is open can be chosen; the system's one
         // removes the key again.
-        auto* mics = find<QComboBox>(&page, "micPicker");
+        auto* mics = test::named<QComboBox>(&page, "micPicker");
         platform_.audio().mics << AudioSource{QStringLiteral("usb-mic"),
                                               QStringLiteral("Micro USB")};
         platform_.audio().micsChanged();
@@ -164,7 +158,7 @@ private Q_SLOTS:
         QVERIFY(!settingsFile().contains("microphoneUID"));
 
         // Starting with the session: the autostart entry comes and goes with the switch.
-        auto* login = find<QCheckBox>(&page, "loginSwitch");
+        auto* login = test::named<QCheckBox>(&page, "loginSwitch");
         const bool was = login->isChecked();
         QTest::mouseClick(login, Qt::LeftButton);
         QCOMPARE(QFile::exists(LoginItem::path()), !was);
@@ -175,7 +169,7 @@ private Q_SLOTS:
 
     void shortcutRecorderCapturesAKeyWithModifiers() {
         SettingsPage& page = open(SM::Tab::Correction);
-        auto* recorder = find<ShortcutRecorder>(&page, "shortcutRecorder");
+        auto* recorder = test::named<ShortcutRecorder>(&page, "shortcutRecorder");
         QCOMPARE(recorder->text(), QStringLiteral("Ctrl+Alt+C"));
 
         // Escape gives up and leaves the shortcut alone.
@@ -186,7 +180,7 @@ private Q_SLOTS:
         QCOMPARE(settings().correctionLabel(), QStringLiteral("Ctrl+Alt+C"));
 
         // Without the Ctrl+C run, the hook takes the shortcut away from the application.
-        QTest::mouseClick(find<QCheckBox>(&page, "doubleCopySwitch"), Qt::LeftButton);
+        QTest::mouseClick(test::named<QCheckBox>(&page, "doubleCopySwitch"), Qt::LeftButton);
         QVERIFY(!settings().correctionDoubleCopy());
         QVERIFY(platform_.keyboard().swallows(keycode::C, modifier::Control | modifier::Option));
 
@@ -218,7 +212,7 @@ private Q_SLOTS:
 
     void ownKeysAreSavedAndTheEngineTextsFollow() {
         SettingsPage& page = open(SM::Tab::Account);
-        auto* own = find<QCheckBox>(&page, "ownKeySwitch");
+        auto* own = test::named<QCheckBox>(&page, "ownKeySwitch");
         QWidget* openRouterRow = nullptr;
         for (QWidget* w : page.findChildren<QWidget*>())
             if (w->property("service").toString() == QLatin1String("openRouter")) openRouterRow = w;
@@ -270,7 +264,7 @@ private Q_SLOTS:
                 if (a->text() == QStringLiteral("Deepgram · ≈ 0,26 $ / h"))
                     QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(a).center());
         });
-        QTest::mouseClick(find<QPushButton>(&page, "changeStt"), Qt::LeftButton);
+        QTest::mouseClick(test::named<QPushButton>(&page, "changeStt"), Qt::LeftButton);
         QCOMPARE(settingsFile().value("transcriptionEngine").toString(),
                  QStringLiteral("deepgram"));
         QCOMPARE(cost->text(), QStringLiteral("1,08 $ / 1 000 dictées"));
@@ -278,7 +272,7 @@ private Q_SLOTS:
         QCOMPARE(cost->text(), QStringLiteral("Gratuit"));
         // A paid clean-up behind local speech: its model is picked in the same card.
         settings().setRewriteEngine(RewriteEngine::OpenRouter);
-        QVERIFY(pick(find<QComboBox>(&page, "openRouterModelPicker"),
+        QVERIFY(pick(test::named<QComboBox>(&page, "openRouterModelPicker"),
                      QStringLiteral("Mistral Nemo · le moins cher")));
         QCOMPARE(settingsFile().value("openRouterModel").toString(),
                  QStringLiteral("mistralai/mistral-nemo"));
@@ -299,7 +293,7 @@ private Q_SLOTS:
             asked = true;
             return answer;
         };
-        auto* erase = find<QPushButton>(&page, "eraseButton");
+        auto* erase = test::named<QPushButton>(&page, "eraseButton");
         QTest::mouseClick(erase, Qt::LeftButton);
         QVERIFY(asked);
         QCOMPARE(Store::shared().dictations().size(), 1);
@@ -340,9 +334,9 @@ private Q_SLOTS:
         SettingsPage& page = open(SM::Tab::Advanced);
         for (const char* name : {"localSpeechServer", "localModelServer"}) {
             const QString n = QLatin1String(name);
-            auto* field = find<QLineEdit>(&page, n);
-            auto* test = find<QPushButton>(&page, n + QStringLiteral("Test"));
-            auto* result = find<QLabel>(&page, n + QStringLiteral("Result"));
+            auto* field = test::named<QLineEdit>(&page, name);
+            auto* test = test::named<QPushButton>(&page, qPrintable(n + "Test"));
+            auto* result = test::named<QLabel>(&page, qPrintable(n + "Result"));
             field->clear();
             QTest::mouseClick(test, Qt::LeftButton);
             QCOMPARE(result->text(), QStringLiteral("Aucune adresse"));
