@@ -100,7 +100,6 @@ private Q_SLOTS:
         OnboardingView* onboarding = view.onboarding();
         QVERIFY(onboarding && onboarding->isVisible());
         QVERIFY(!test::buttonWithText(onboarding, QStringLiteral("Retour")));
-        QVERIFY(test::showsLabel(onboarding, QStringLiteral("Autorisé")));
         // No microphone: "Autoriser" says what to check, the sound server first.
         platform_.audio().available = false;
         platform_.clock().advance(1000);
@@ -135,9 +134,6 @@ private Q_SLOTS:
                                    modifier::Control | modifier::RightControlDown});
         platform_.clock().advance(DictationController::kHoldMs); // shown once it is no chord
         QTRY_VERIFY(onboarding->keyHeard());
-        QVERIFY(test::showsLabel(
-            onboarding,
-            QStringLiteral("C'est bon : ta touche est entendue. Parle, puis relâche.")));
         controller.cancel();
         QTRY_COMPARE(controller.state(), State::Idle);
         platform_.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightControl, 0});
@@ -151,10 +147,7 @@ private Q_SLOTS:
         click(onboarding, QStringLiteral("Commencer"));
         QCOMPARE(settingsFile().value("onboarded"), QJsonValue(true));
         QTRY_VERIFY(!view.onboarding());
-
-        // Onboarded: a new view has no steps.
-        MainView next(nav, settings, controller);
-        QVERIFY(!next.onboarding());
+        QVERIFY(!MainView(nav, settings, controller).onboarding()); // a new view has no steps
         settings.setKey(DictationKey::RightOption);
     }
 
