@@ -153,7 +153,6 @@ private Q_SLOTS:
         QTest::mouseClick(named<QPushButton>(cards().last(), "deleteMeeting"), Qt::LeftButton);
         QTRY_COMPARE(cards().size(), 1);
         QTRY_VERIFY(!QFile::exists(audio));
-        QCOMPARE(store().meetings().size(), 1);
         store().flush();
         QFile file(store().folder() + QStringLiteral("/meetings.json"));
         QVERIFY(file.open(QIODevice::ReadOnly));
@@ -177,8 +176,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(record()->text(), QStringLiteral("Arrêter · 1:05"), 3000);
 
         QTest::mouseClick(record(), Qt::LeftButton);
-        QTRY_VERIFY(!record()->isEnabled());
-        QCOMPARE(record()->text().endsWith(QStringLiteral("…")), true);
+        QTRY_VERIFY(!record()->isEnabled() && record()->text().endsWith(QStringLiteral("…")));
         QTest::mouseClick(record(), Qt::LeftButton); // does nothing while processing
         QTRY_COMPARE_WITH_TIMEOUT(record()->text(), QStringLiteral("Démarrer une réunion"), 10000);
         QVERIFY(record()->isEnabled());
