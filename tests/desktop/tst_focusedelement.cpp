@@ -46,8 +46,9 @@ private Q_SLOTS:
 
     // The application in front answers: its selection, even empty, is the selection, and
     // PRIMARY is not looked at; its editable state is the answer. A focus reported by another
-    // process than the window in front's is not the user's.
-    void theApplicationInFrontAnswers() {
+    // process than the window in front's is not the user's, nor is a focus never reported:
+    // then PRIMARY when the window in front owns it, and editable unknown.
+    void theApplicationInFront() {
         platform.accessibility().focus = element(20, 5, QStringLiteral("mot"));
         QCOMPARE(await(Paster::selectedTextViaAX()), std::optional<QString>("mot"));
         platform.accessibility().focus = element(20, 5);
@@ -60,11 +61,7 @@ private Q_SLOTS:
         platform.accessibility().focus->selection = QStringLiteral("autre appli");
         QCOMPARE(await(Paster::selectedTextViaAX()), std::optional<QString>("sélection primaire"));
         QCOMPARE(await(Paster::focusedIsEditable()), std::nullopt);
-    }
-
-    // The application in front exposes nothing: PRIMARY when the window in front owns it,
-    // nothing when it was left by another window; editable stays unknown.
-    void theApplicationInFrontSaysNothing() {
+        platform.accessibility().focus.reset();
         QCOMPARE(await(Paster::selectedTextViaAX()), std::optional<QString>("sélection primaire"));
         platform.clipboard().primaryInFront = false;
         QCOMPARE(await(Paster::selectedTextViaAX()), std::nullopt);
