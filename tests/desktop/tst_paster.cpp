@@ -78,13 +78,11 @@ private Q_SLOTS:
             CopyKeys copy;
         } groups[] = {
             {{"firefox", "/org.mozilla.firefox", ""}, kCtrlV, CopyKeys::ControlC},
-            {{"Gnome-terminal", "gnome-terminal-server/org.gnome.Terminal", "konsole", "kitty",
-              "Alacritty", "org.wezfurlong.wezterm", "foot", "st-256color",
-              "Ptyxis/org.gnome.Ptyxis", "/org.gnome.Ptyxis", "Blackbox/com.raggesilver.BlackBox",
-              "com.mitchellh.ghostty", "Tabby", "Hyper", "cool-retro-term"},
+            {{"Gnome-terminal", "gnome-terminal-server/org.gnome.Terminal", "/org.gnome.Ptyxis",
+              "kitty"},
              kCtrlShiftV,
              CopyKeys::ControlShiftC},
-            {{"XTerm", "URxvt", "mlterm"}, kShiftInsert, CopyKeys::None},
+            {{"XTerm", "URxvt"}, kShiftInsert, CopyKeys::None},
         };
         for (const auto& g : groups)
             for (const QString& spec : g.windows) {
