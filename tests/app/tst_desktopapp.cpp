@@ -1,5 +1,5 @@
-// The start of the desktop program: one program per user, and what the user is told when the
-// dictation key cannot be heard.
+// The start of the desktop program: one program per user, and the warning when the dictation
+// key cannot be heard.
 #include "app/DesktopApp.h"
 #include "app/SingleInstance.h"
 
@@ -136,11 +136,9 @@ private Q_SLOTS:
         lock.close();
 
         SingleInstance next(dir.path());
-        QVERIFY(next.claim());
         int told = 0;
         next.onAnotherStart = [&told] { ++told; };
-        SingleInstance later(dir.path());
-        QVERIFY(!later.claim());
+        QVERIFY(next.claim() && !SingleInstance(dir.path()).claim());
         QTRY_COMPARE(told, 1);
     }
 
@@ -217,21 +215,18 @@ private Q_SLOTS:
         QTest::addColumn<bool>("running");
         QTest::addColumn<QString>("reason");
         QTest::addColumn<QString>("expected"); // a word the warning holds; empty: no warning
-
-        QTest::newRow("x11, hook runs") << ombry::KeyRoad::X11 << true << ""
-                                        << "";
-        QTest::newRow("x11, hook refused, its reason")
-            << ombry::KeyRoad::X11 << false << "pas de clavier global."
-            << "pas de clavier";
-        QTest::newRow("x11, hook refused without a reason") << ombry::KeyRoad::X11 << false << ""
-                                                            << "n'est pas";
+        const auto row = [](const char* name, KeyRoad road, bool running, const char* reason,
+                            const char* expected) {
+            QTest::newRow(name) << road << running << reason << expected;
+        };
+        row("x11, hook runs", KeyRoad::X11, true, "", "");
+        row("x11, hook refused, its reason", KeyRoad::X11, false, "pas de clavier global.",
+            "pas de clavier");
+        row("x11, hook refused without a reason", KeyRoad::X11, false, "", "n'est pas");
         // On Wayland the hook never runs: the desktop's road decides, and its answer comes later.
-        QTest::newRow("wayland portal") << ombry::KeyRoad::Portal << false << "x"
-                                        << "";
-        QTest::newRow("wayland bindings") << ombry::KeyRoad::Bindings << false << "x"
-                                          << "";
-        QTest::newRow("wayland, no road") << ombry::KeyRoad::None << false << "x"
-                                          << "Ce bureau";
+        row("wayland portal", KeyRoad::Portal, false, "x", "");
+        row("wayland bindings", KeyRoad::Bindings, false, "x", "");
+        row("wayland, no road", KeyRoad::None, false, "x", "Ce bureau");
     }
 
     void keyboardWarning() {
@@ -240,12 +235,8 @@ private Q_SLOTS:
         QFETCH(QString, reason);
         QFETCH(QString, expected);
         const std::optional<QString> warning = ombry::keyboardWarning(road, running, reason);
-        if (expected.isEmpty()) {
-            QVERIFY(!warning);
-        } else {
-            QVERIFY(warning);
-            QVERIFY2(warning->contains(expected), qPrintable(*warning));
-        }
+        QCOMPARE(bool(warning), !expected.isEmpty());
+        if (warning) QVERIFY2(warning->contains(expected), qPrintable(*warning));
     }
 
     void noDisplayNoDesktop() {
