@@ -149,14 +149,6 @@ private Q_SLOTS:
         const double gain =
             double(AudioRecorder::peak(r.lastPCM())) / double(AudioRecorder::peak(speechPcm));
         QVERIFY2(gain > 0.9 && gain < 1.1, qPrintable(QString::number(gain)));
-        // The voiced part is the speech's, give or take the edges of a frame.
-        const double voiced = AudioRecorder::speechSeconds(r.lastPCM());
-        const double expected = AudioRecorder::speechSeconds(speechPcm);
-        QVERIFY2(std::abs(voiced - expected) < 0.25,
-                 qPrintable(QStringLiteral("%1 vs %2").arg(voiced).arg(expected)));
-        // The trimmed WAV holds the speech and little more.
-        const double kept = double(s.wav.size() - 44) / AudioRecorder::kBytesPerSecond;
-        QVERIFY2(kept > spoken - 0.5 && kept < spoken + 0.8, qPrintable(QString::number(kept)));
         // Small pieces, as they come: the level and the live preview keep up with the voice.
         QVERIFY(biggest <= 4096);
         QVERIFY(buffers > 20);
