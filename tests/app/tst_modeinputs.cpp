@@ -5,7 +5,6 @@
 
 #include "audio/AudioRecorder.h"
 
-#include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QProcess>

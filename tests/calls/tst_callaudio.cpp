@@ -12,7 +12,6 @@
 #include "platform/Platform.h"
 #include "platform/linux/LinuxPlatform.h"
 
-#include <QJsonArray>
 #include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>

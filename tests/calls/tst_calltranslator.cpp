@@ -14,10 +14,8 @@
 #include "desktop/Log.h"
 #include "engines/LivePreview.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtEndian>
@@ -112,7 +110,6 @@ private Q_SLOTS:
             return reply;
         });
         CallTranslator call;
-        QSignalSpy shown(&call, &CallTranslator::runningChanged);
         bool windowShown = false;
         call.onShowWindow = [&] { windowShown = true; };
         call.setTargetBundleID(std::nullopt);
