@@ -191,6 +191,7 @@ private Q_SLOTS:
         for (const auto& [name, rate, channels] : sources) {
             const int module = server.addSource(name, rate, channels);
             QVERIFY(module >= 0);
+            QTRY_VERIFY(names(audio().microphones()).contains(name)); // listed in its own time
             AppSettings::shared().setMicrophoneUID(name);
             AudioRecorder r;
             r.start();
@@ -234,6 +235,7 @@ private Q_SLOTS:
             QStringLiteral("module-remap-source"),
             {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=gonemic")});
         QVERIFY(module >= 0);
+        QTRY_VERIFY(names(audio().microphones()).contains(QStringLiteral("gonemic")));
         AppSettings::shared().setMicrophoneUID(QStringLiteral("gonemic"));
         AudioRecorder r;
         QStringList lost;
