@@ -1,6 +1,5 @@
-// The real program run as a script runs it: a start without a mode or a display, the icon set
-// it writes, and awkward inputs and answers: each run ends at once with its lines, failures as
-// one "erreur: " line.
+// The real program run as a script runs it, with awkward inputs and answers: each run ends at
+// once with its lines, failures as one "erreur: " line.
 #include "TestHttpServer.h"
 
 #include "audio/AudioRecorder.h"

@@ -1,5 +1,4 @@
-// --snapshot run as a process: a picture of every page, at 1200 × 900, in the light and the
-// dark appearance, each with something drawn on it, and the user's settings left alone.
+// --snapshot as a process: every page drawn at 1200 × 900 in both appearances, settings kept.
 #include <QDir>
 #include <QImage>
 #include <QProcess>

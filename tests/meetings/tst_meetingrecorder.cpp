@@ -1,7 +1,5 @@
-// The meeting recorder over minutes of generated speech, fed faster than real time, against a
-// local server playing the speech and summary models: pieces sent while the meeting goes on,
-// the meeting filed with its summary and audio even when the models fail, and what a quit or a
-// full disk leaves pending finished at the next start.
+// The meeting recorder over minutes of generated speech against a server playing the models:
+// pieces sent while recording, meetings filed whatever fails, what is pending finished later.
 #include "../calls/SentAudio.h"
 #include "Await.h"
 #include "FakePlatform.h"
