@@ -141,19 +141,20 @@ private Q_SLOTS:
         settle(second);
         const auto amounts = [&] {
             QList<double> out;
-            const QList<CostEntry> costs =
-                decodeList<CostEntry>(readAll(path("costs.json"))).value_or(QList<CostEntry>());
-            for (const CostEntry& c : costs)
+            for (const CostEntry& c :
+                 decodeList<CostEntry>(readAll(path("costs.json"))).value_or(QList<CostEntry>()))
                 out << c.amount;
             return out;
         };
+        const auto texts = [&] {
+            QStringList out;
+            for (const Dictation& d :
+                 decodeList<Dictation>(readAll(path("history.json"))).value_or(QList<Dictation>()))
+                out << d.finalText;
+            return out;
+        };
         QCOMPARE(amounts(), (QList<double>{1, 2}));
-        QStringList texts;
-        const QList<Dictation> history =
-            decodeList<Dictation>(readAll(path("history.json"))).value_or(QList<Dictation>());
-        for (const Dictation& d : history)
-            texts << d.finalText;
-        QCOMPARE(texts, (QStringList{"second", "premier"}));
+        QCOMPARE(texts(), (QStringList{"second", "premier"}));
 
         // What a run removes goes; what the other added meanwhile stays.
         first.setWords({QStringLiteral("Léa")});
@@ -176,11 +177,7 @@ private Q_SLOTS:
         }
         first.add({.appName = "A", .finalText = "quatrième", .duration = 1});
         settle(first);
-        texts.clear();
-        for (const Dictation& d :
-             decodeList<Dictation>(readAll(path("history.json"))).value_or(QList<Dictation>()))
-            texts << d.finalText;
-        QCOMPARE(texts, (QStringList{"quatrième", "troisième, revue", "second", "premier"}));
+        QCOMPARE(texts(), (QStringList{"quatrième", "troisième, revue", "second", "premier"}));
     }
 };
 
