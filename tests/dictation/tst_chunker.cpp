@@ -1,6 +1,5 @@
-// The chunker against a local server playing the speech and rewriting models: which pauses
-// cut, which pieces cost a call, the order of the text whatever order the answers come in,
-// and a failed or cancelled piece failing the whole.
+// The chunker against a server playing the models: which pauses cut, which pieces cost a call,
+// the text in cut order whatever the answers' order, a failed or cancelled piece failing all.
 #include "Await.h"
 #include "FakePlatform.h"
 #include "SpeechServer.h"

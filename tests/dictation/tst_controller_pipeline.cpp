@@ -1,6 +1,5 @@
 // From a finished recording to the text at the cursor, against a server playing the models:
-// which calls each dictation costs, the fallbacks and what each failure leaves behind, voice
-// commands and shortcuts, pasting the last dictation again, and the actions on a selection.
+// the calls each dictation costs, failures, commands, shortcuts and the selection actions.
 #include "tst_controller_support.h"
 
 #include "data/Records.h"

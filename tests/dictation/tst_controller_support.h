@@ -1,8 +1,7 @@
 #pragma once
 
-// What the controller tests share: a fresh controller on the fake desktop, a loopback server
-// playing the speech, rewriting, translation and command models, a target application that
-// reads each paste, and the sounds played, by name.
+// What the controller tests share: a fresh controller on the fake desktop, a server playing the
+// models, a target application that reads each paste, the sounds played by name.
 #include "Await.h"
 #include "FakePlatform.h"
 #include "SpeechServer.h"

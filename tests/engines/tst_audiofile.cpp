@@ -1,6 +1,5 @@
 // Audio files as other programs write them become the engines' 16-bit mono 16 kHz audio: the
-// same tone written in each sample format, layout and kind of file must come out as the same
-// samples.
+// same tone in each format, layout and kind of file comes out as the same samples.
 #include "audio/AudioRecorder.h"
 #include "engines/AudioFile.h"
 

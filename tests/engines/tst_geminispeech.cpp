@@ -1,6 +1,5 @@
-// Speech through the chat model, against a local server playing OpenRouter and the product
-// site: the audio message on the wire, the slicing of long recordings on the hosted road, and
-// how each kind of reply is read.
+// Speech through the chat model against servers playing OpenRouter and the product site: the
+// audio message, the slices of long recordings on the hosted road, how each reply is read.
 #include "Await.h"
 #include "FakePlatform.h"
 #include "TestHttpServer.h"

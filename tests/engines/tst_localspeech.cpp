@@ -1,6 +1,5 @@
-// Transcription on the user's machine: the local speech server played by the loopback test
-// server (its multipart request, its answers and failures, the fallback to pocketsphinx when it
-// is down), and the addresses the settings and environment give.
+// Transcription on the user's machine: the local speech server's request, answers and failures,
+// pocketsphinx when it is down, and the addresses the settings and environment give.
 #include "audio/AudioRecorder.h"
 #include "data/Settings.h"
 #include "desktop/Log.h"

@@ -1,7 +1,5 @@
-// The headless modes run as the real program, their lines read as a script reads them:
-// --fasttest and --calltest against a local server playing OpenRouter, and --test on
-// synthesised speech, transcribed by a local speech server or offline with a grammar, then
-// rewritten by a local model, all served from the same local server.
+// The headless modes run as the real program against a local server playing OpenRouter, the
+// local speech server and the local model: --fasttest, --calltest, --test.
 #include "OfflineTools.h"
 #include "SoundServer.h"
 
