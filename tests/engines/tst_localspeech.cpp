@@ -27,7 +27,8 @@ QMap<QString, std::pair<QString, QByteArray>> partsOf(const RecordedRequest& req
         "--" + QRegularExpression::escape(QString::fromLatin1(type.mid(type.indexOf("=") + 1)));
     const QRegularExpression part(
         delimiter +
-            "\\r\\n([^\\r]*; name=\"([^\"]*)\"[^\\r]*(?:\\r\\n[^\\r]+)*)\\r\\n\\r\\n(.*?)\\r\\n(?=" +
+            "\\r\\n([^\\r]*; "
+            "name=\"([^\"]*)\"[^\\r]*(?:\\r\\n[^\\r]+)*)\\r\\n\\r\\n(.*?)\\r\\n(?=" +
             delimiter + ")",
         QRegularExpression::DotMatchesEverythingOption);
     QMap<QString, std::pair<QString, QByteArray>> parts;
