@@ -26,9 +26,7 @@ QMap<QString, std::pair<QString, QByteArray>> partsOf(const RecordedRequest& req
     const QString delimiter =
         "--" + QRegularExpression::escape(QString::fromLatin1(type.mid(type.indexOf("=") + 1)));
     const QRegularExpression part(
-        delimiter +
-            "\\r\\n([^\\r]*; "
-            "name=\"([^\"]*)\"[^\\r]*(?:\\r\\n[^\\r]+)*)\\r\\n\\r\\n(.*?)\\r\\n(?=" +
+        delimiter + "\r\n([^\r]*; name=\"([^\"]*)\"[^\r]*(?:\r\n[^\r]+)*)\r\n\r\n(.*?)\r\n(?=" +
             delimiter + ")",
         QRegularExpression::DotMatchesEverythingOption);
     QMap<QString, std::pair<QString, QByteArray>> parts;
