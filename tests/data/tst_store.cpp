@@ -235,7 +235,8 @@ private Q_SLOTS:
     }
 
     void eraseEverything() {
-        const QStringList others{"keys.json", "journal.log", "history.json.damaged"};
+        const QStringList others{"keys.json", "journal.log", "history.json.damaged",
+                                 "history.json.damaged.2"};
         for (const QString& f : others)
             writeAll(path(f), "x");
         Store store(folder);
