@@ -70,8 +70,6 @@ private Q_SLOTS:
         const KeyStore store(keysFile);
         QCOMPARE(readObject(keysFile),
                  (QJsonObject{{"deepgram", "dg-from-keychain"}, {"openRouter", "sk-or-from-env"}}));
-        QCOMPARE(QFile::permissions(keysFile), QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                   QFileDevice::ReadUser | QFileDevice::WriteUser);
     }
 
     void saveTrimsRemovesAndMakesTheFolder() {
@@ -82,8 +80,6 @@ private Q_SLOTS:
         store.save(QStringLiteral("   "), APIService::Deepgram);
         QVERIFY(!store.key(APIService::Deepgram));
         QCOMPARE(readObject(nested), (QJsonObject{{"openRouter", "sk-or-new"}}));
-        QCOMPARE(QFile::permissions(nested) & (QFileDevice::ReadOther | QFileDevice::ReadGroup),
-                 QFileDevice::Permissions());
     }
 
     void secretServiceWithoutABusAnswersNothing() {

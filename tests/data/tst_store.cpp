@@ -54,18 +54,15 @@ private Q_SLOTS:
         QVERIFY(QFileInfo(store.audioFolder()).isDir());
         settle(store); // the start rewrites every file
         QCOMPARE(readAll(path("meetings.json")), QByteArray("[]"));
-        const QDateTime t = utc("2026-03-14T09:26:53Z");
-        store.add(dictation(QStringLiteral("un"), t));
-        settle(store, 150);
-        store.add(dictation(QStringLiteral("deux"), t));
-        settle(store, 150);
-        store.add(dictation(QStringLiteral("trois"), t));
+        for (const char* text : {"un", "deux", "trois"}) { // dates of whole seconds, as stored
+            settle(store, 150);
+            store.add(dictation(QString::fromUtf8(text), utc("2026-03-14T09:26:53Z")));
+        }
         settle(store, Store::kSaveDelayMs - 1);
         QCOMPARE(readAll(path("history.json")), QByteArray("[]"));
         settle(store, 1);
         const auto saved = decodeList<Dictation>(readAll(path("history.json")));
-        QVERIFY(saved);
-        QCOMPARE(*saved, store.dictations());
+        QCOMPARE(saved, std::optional(store.dictations()));
         QCOMPARE(saved->first().finalText, QStringLiteral("trois")); // newest first
     }
 
@@ -238,7 +235,8 @@ private Q_SLOTS:
     }
 
     void eraseEverything() {
-        const QStringList others{"keys.json", "journal.log", "history.json.damaged"};
+        const QStringList others{"keys.json", "journal.log", "history.json.damaged",
+                                 "history.json.damaged.2"};
         for (const QString& f : others)
             writeAll(path(f), "x");
         Store store(folder);

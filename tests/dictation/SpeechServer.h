@@ -1,8 +1,7 @@
 #pragma once
 
-// A local server playing OpenRouter for the chunked dictation: audio requests are answered
-// after a time that grows with the length of the audio, as a speech model does, and rewrite
-// requests after a time that grows with the text. What each answers is set by the test.
+// A local server playing OpenRouter for the chunked dictation: answers take longer for longer
+// audio or text, as the models do; what each answers is set by the test.
 #include "TestHttpServer.h"
 
 #include <QJsonArray>

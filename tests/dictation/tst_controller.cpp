@@ -1,6 +1,5 @@
-// The dictation key and the state machine of the controller: hold-to-talk against a tap that
-// starts a hands-free recording, presses while busy, cancel, what begin refuses, the messages
-// and their sounds, and the watchdog of a pipeline that hangs.
+// The dictation key and the controller's state machine: hold against tap (hands-free), busy
+// presses, cancel, refusals, messages and their sounds, the watchdog.
 #include "tst_controller_support.h"
 
 #include <QSignalSpy>
@@ -12,6 +11,12 @@ using State = DictationController::State;
 class TstController : public QObject {
     Q_OBJECT
     ControllerFixture f;
+
+    // The dictation key (Right Alt) down or up, as the keyboard hook reports it.
+    void rightAlt(bool down) {
+        f.platform.keyboard().send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
+                                    down ? modifier::Option | modifier::RightOptionDown : 0});
+    }
 
 private Q_SLOTS:
     void init() { f.setUp(); }
@@ -31,15 +36,12 @@ private Q_SLOTS:
         QTRY_COMPARE(f.state(), State::Recording);
         QCOMPARE(f.sounds(), QStringList{"Tink"});
         f.c().handleRelease();
-        QVERIFY(f.state() != State::Recording);
-        QVERIFY(!f.c().handsFree());
         QTRY_COMPARE(f.state(), State::Idle); // nothing recorded: ends quietly
         AppSettings::shared().setSounds(false);
 
         QVERIFY(f.press());
         f.advance(590);
         f.c().handleRelease();
-        QCOMPARE(f.state(), State::Recording);
         QVERIFY(f.c().handsFree());
         f.advance(100); // 0.69 s after the first press
         f.c().handlePress();
@@ -48,15 +50,14 @@ private Q_SLOTS:
         QVERIFY(f.c().handsFree());
         f.advance(10);
         f.c().handlePress();
-        QVERIFY(!f.c().handsFree());
         QVERIFY(f.state() != State::Recording);
         f.c().handleRelease(); // the release of the ending press changes nothing
         QTRY_COMPARE(f.state(), State::Idle);
     }
 
     // Where the desktop brings the key (Wayland): its shortcut service's press and release, a
-    // press repeated while held ignored; `--toggle` twice around the speech; a release that
-    // never comes ends the recording after 10 minutes, and the next press is heard again.
+    // press repeated while held ignored; a release that never comes ends the recording after
+    // 10 minutes, and the next press is heard again.
     void keysFromTheDesktop() {
         f.tearDown();
         SessionOffer& o = f.platform.session().offered;
@@ -65,7 +66,6 @@ private Q_SLOTS:
         o.globalShortcutsPortal = true;
         f.setUp();
         FakeShortcuts& desktop = f.platform.shortcuts();
-        QCOMPARE(desktop.bound.value(0).preferredTrigger, QString("CTRL+ALT+D"));
         desktop.onBound(true, {});
 
         auto hold = [&] {
@@ -76,24 +76,6 @@ private Q_SLOTS:
             QTRY_COMPARE(f.state(), State::Recording);
             desktop.handler(ShortcutAction::Dictate, true); // the desktop repeats it
         };
-        hold();
-        QCOMPARE(f.state(), State::Recording);
-        desktop.handler(ShortcutAction::Dictate, false);
-        QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
-        QTRY_COMPARE(f.state(), State::Idle);
-
-        f.pasted.clear();
-        f.c().hotkey().toggleFromDesktop("commande");
-        QTRY_COMPARE(f.state(), State::Recording);
-        QVERIFY(f.c().handsFree());
-        QTRY_VERIFY(f.platform.audio().capturing());
-        f.platform.audio().feed(tone());
-        f.advance(DictationController::kDoubleTapGuardMs);
-        f.c().hotkey().toggleFromDesktop("commande");
-        QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
-        QTRY_COMPARE(f.state(), State::Idle);
-
-        f.pasted.clear();
         hold();
         f.advance(DictationController::kMaxHoldMs - 1000);
         QTest::qWait(20);
@@ -110,45 +92,33 @@ private Q_SLOTS:
         f.setUp();
     }
 
-    // AltGr followed by a key within 0.6 s types a character (@, €, # on French keyboards):
-    // a chord, of which nothing shows, sounds, records or is sent, whether the key comes
-    // before or after the release of AltGr, and whatever the key. Later in a hold, keys do
-    // nothing to the dictation.
-    void chords_data() {
-        QTest::addColumn<int>("heldMs");
-        QTest::newRow("AltGr+2 at once") << 50;
-        QTest::newRow("a key at 0.59 s") << 590;
-    }
+    // AltGr followed by a key within 0.6 s types a character (@, €, # on French keyboards): a
+    // chord, of which nothing shows, sounds, records or is sent (at once: the desktop test).
+    // Later in a hold, keys do nothing to the dictation.
     void chords() {
-        QFETCH(int, heldMs);
         AppSettings::shared().setSounds(true);
         FakeKeyboard& kb = f.platform.keyboard();
         const int captures = f.platform.audio().captures;
         const int stored = Store::shared().dictations().size();
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
-                 modifier::Option | modifier::RightOptionDown});
+        rightAlt(true);
         QTRY_VERIFY(f.platform.audio().capturing()); // no first word is lost to the wait
         f.platform.audio().feed(tone(0.5));
-        f.advance(heldMs);
+        f.advance(590); // a key at 0.59 s
         kb.send(
             {KeyEvent::Type::KeyDown, 19 /* 2 */, modifier::Option | modifier::RightOptionDown});
         QTRY_VERIFY(!f.platform.audio().capturing());
         f.advance(1000);
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
+        rightAlt(false);
         QTest::qWait(50);
         QCOMPARE(f.state(), State::Idle);
         QVERIFY(!f.c().handsFree());
         QVERIFY(f.sounds().isEmpty());
-        QVERIFY(!f.c().flash());
         QCOMPARE(f.platform.audio().captures, captures + 1);
         QCOMPARE(Store::shared().dictations().size(), stored);
         QVERIFY(f.models.calls.isEmpty());
-        QVERIFY(f.pasted.isEmpty());
-        QVERIFY(!kb.swallows(keycode::Escape, 0));
 
         // A key typed later in a long hold leaves the dictation alone.
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
-                 modifier::Option | modifier::RightOptionDown});
+        rightAlt(true);
         QTRY_VERIFY(f.platform.audio().capturing());
         f.platform.audio().feed(tone());
         f.advance(700);
@@ -157,63 +127,35 @@ private Q_SLOTS:
         QTest::qWait(20);
         QCOMPARE(f.state(), State::Recording);
         f.advance(500);
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
+        rightAlt(false);
         QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
     }
 
-    // The keys come through the hotkey monitor: the dictation key of the settings, and Escape,
-    // which is taken from the application only while a recording runs.
-    void keysThroughTheMonitor() {
-        FakeKeyboard& kb = f.platform.keyboard();
-        QVERIFY(!kb.swallows(keycode::Escape, 0));
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
-                 modifier::Option | modifier::RightOptionDown});
-        QTRY_VERIFY(f.platform.audio().capturing());
-        f.advance(DictationController::kHoldMs);
-        QTRY_COMPARE(f.state(), State::Recording);
-        QVERIFY(kb.swallows(keycode::Escape, 0));
-        kb.send({KeyEvent::Type::KeyDown, keycode::Escape, 0});
-        QTRY_COMPARE(f.state(), State::Idle);
-        QCOMPARE(*f.c().flash(), QString("Dictée annulée"));
-        QVERIFY(!kb.swallows(keycode::Escape, 0));
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
-        QCOMPARE(f.state(), State::Idle);
-    }
-
-    // A cancel is confirmed by ear even with sounds off; nothing is sent, stored or pasted.
+    // A cancel drops what was heard, confirmed by ear even with sounds off. The focus moved
+    // away while Escape was held: the editor is brought back, unless the user went to another
+    // window before the cancel ended. (Escape itself: the hotkey and desktop tests.)
     void cancelDropsTheRecording() {
         const int stored = Store::shared().dictations().size();
-        QVERIFY(f.press());
-        f.platform.audio().feed(tone(2.0));
-        f.c().handleRelease();
-        QVERIFY(f.c().handsFree());
-        f.c().cancel();
-        QCOMPARE(f.state(), State::Processing);
-        QVERIFY(!f.c().handsFree());
-        QCOMPARE(f.sounds(), QStringList{"Pop"});
-        QTRY_COMPARE(f.state(), State::Idle);
-        QCOMPARE(*f.c().flash(), QString("Dictée annulée"));
-        QTest::qWait(50);
-        QCOMPARE(Store::shared().dictations().size(), stored);
-        QVERIFY(f.models.calls.isEmpty());
-        QVERIFY(f.pasted.isEmpty());
-        QVERIFY(f.platform.windows().activated.isEmpty()); // the editor never lost the focus
-        // The focus moved away while Escape was held: the editor is brought back, unless the
-        // user went to another window before the cancel ended.
         const AppWindow own{77, "", "Ombry Voice", "ombry-voice",
                             QCoreApplication::applicationPid()};
         for (const bool userMoved : {false, true}) {
-            QVERIFY(f.startRecording());
+            QVERIFY(f.press());
+            f.c().handleRelease(); // hands-free, which ends with the cancel
+            f.platform.audio().feed(tone());
             f.platform.windows().front = own;
             f.c().cancel();
+            QVERIFY(!f.c().handsFree());
             if (userMoved) f.platform.windows().front = AppWindow{88, "firefox", "Firefox", "", 88};
             QTRY_COMPARE(f.state(), State::Idle);
+            QCOMPARE(*f.c().flash(), QString("Dictée annulée"));
             QCOMPARE(f.platform.windows().activated.size(), 1);
             QCOMPARE(f.platform.windows().activated.first().id, f.editor.id);
             f.platform.windows().front = f.editor;
         }
         f.c().cancel(); // in idle: nothing at all
-        QCOMPARE(f.sounds(), (QStringList{"Pop", "Pop", "Pop"}));
+        QCOMPARE(f.sounds(), (QStringList{"Pop", "Pop"}));
+        QCOMPARE(Store::shared().dictations().size(), stored);
+        QVERIFY(f.models.calls.isEmpty());
     }
 
     // A press while the pipeline works only says so; its release does nothing either.
@@ -226,7 +168,6 @@ private Q_SLOTS:
         f.c().handleRelease();
         QCOMPARE(f.state(), State::Processing);
         QCOMPARE(*f.c().flash(), QString("Un instant, je termine…"));
-        QVERIFY(!f.c().flashIsError());
         QCOMPARE(f.platform.audio().captures, captures + 1);
         QTRY_COMPARE(f.state(), State::Idle);
         QCOMPARE(f.pasted, QStringList{"Bonjour"});
@@ -265,27 +206,25 @@ private Q_SLOTS:
         f.advance(DictationController::kHoldMs);
         QTRY_COMPARE(f.c().flash().value_or(""), message);
         QCOMPARE(f.state(), State::Idle);
-        QVERIFY(f.c().flashIsError());
         QCOMPARE(*f.c().lastError(), message);
         QCOMPARE(f.sounds(), QStringList{"Basso"});
         QCOMPARE(f.attention, attention);
         QCOMPARE(f.platform.audio().captures, captures);
     }
 
-    void failOpensSettings_data() {
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<int>("attention");
-        QTest::newRow("key") << "Clé OpenRouter absente" << 1;
-        QTest::newRow("accessibility") << "Accessibilité non autorisée" << 1;
-        QTest::newRow("authorisation, any case") << "Ombry : erreur 401 Non AUTORISÉ" << 1;
-        QTest::newRow("microphone unavailable") << "Micro indisponible" << 0;
-    }
+    // Only what the user can fix in the settings brings them forward; fail leaves the state
+    // to its caller.
     void failOpensSettings() {
-        QFETCH(QString, message);
-        QFETCH(int, attention);
-        f.c().fail(message);
-        QCOMPARE(f.attention, attention);
-        QCOMPARE(f.state(), State::Idle); // fail leaves the state to its caller
+        for (const auto& [message, opens] : QList<std::pair<QString, int>>{
+                 {"Clé OpenRouter absente", 1},
+                 {"Accessibilité non autorisée", 1},
+                 {"Ombry : erreur 401 Non AUTORISÉ", 1}, // authorisation, in any case
+                 {"Micro indisponible", 0}}) {
+            f.attention = 0;
+            f.c().fail(message);
+            QCOMPARE(f.attention, opens);
+            QCOMPARE(f.state(), State::Idle);
+        }
     }
 
     // A flash lasts 2 s; the older timer wipes a repeated text at 2 s after the first, but
@@ -339,15 +278,14 @@ private Q_SLOTS:
         f.advance(DictationController::kTrustPollMs);
         QTRY_VERIFY(kb.running());
         QVERIFY(f.c().trusted());
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption,
-                 modifier::Option | modifier::RightOptionDown});
+        rightAlt(true);
         QTRY_VERIFY(f.platform.audio().capturing());
         f.advance(DictationController::kHoldMs);
         QTRY_COMPARE(f.state(), State::Recording);
         f.platform.audio().feed(tone());
         f.advance(DictationController::kTrustPollMs);
         QTest::qWait(20);
-        kb.send({KeyEvent::Type::FlagsChanged, keycode::RightOption, 0});
+        rightAlt(false);
         QCOMPARE(f.state(), State::Processing);
         QTRY_COMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
         QCOMPARE(trusted.count(), 0);
@@ -381,13 +319,9 @@ private Q_SLOTS:
         QCOMPARE(f.pasted, QStringList{"Bonjour tout le monde."});
         QVERIFY(!f.c().handsFree());
 
-        const int captures = f.platform.audio().captures;
         f.c().handlePress();
         f.advance(DictationController::kHoldMs);
         QTRY_COMPARE(f.c().flash().value_or(""), QString("Micro indisponible"));
-        QCOMPARE(f.state(), State::Idle);
-        QCOMPARE(f.platform.audio().captures, captures);
-        QCOMPARE(f.attention, 0);
         f.c().handleRelease();
         QCOMPARE(f.state(), State::Idle);
     }

@@ -1,11 +1,10 @@
 #pragma once
 
-// What the controller tests share: a fresh controller on the fake desktop, a loopback server
-// playing the speech, rewriting, translation and command models, a target application that
-// reads each paste, and the sounds played, by name.
+// What the controller tests share: a fresh controller on the fake desktop, a server playing the
+// models, a target application that reads each paste, the sounds played by name.
 #include "Await.h"
 #include "FakePlatform.h"
-#include "TestHttpServer.h"
+#include "SpeechServer.h"
 
 #include "audio/AudioRecorder.h"
 #include "audio/Sounds.h"
@@ -19,7 +18,6 @@
 
 #include <QJsonArray>
 #include <QTest>
-#include <cmath>
 #include <memory>
 
 namespace ombry::test {
@@ -69,14 +67,7 @@ struct Models {
 
 // One second of a loud tone: speech as far as the recorder is concerned.
 inline QByteArray tone(double seconds = 1.0) {
-    const int n = int(seconds * AudioRecorder::kSampleRate);
-    QByteArray pcm(n * 2, Qt::Uninitialized);
-    for (int i = 0; i < n; ++i) {
-        const auto v = qint16(8000 * std::sin(2 * M_PI * 440 * i / AudioRecorder::kSampleRate));
-        pcm[2 * i] = char(v & 0xFF);
-        pcm[2 * i + 1] = char((v >> 8) & 0xFF);
-    }
-    return pcm;
+    return squareWave(seconds, 8000);
 }
 
 // The fake desktop with a fresh controller for each test, the user's own OpenRouter key, and
@@ -135,18 +126,13 @@ public:
             if (k.keyCode != keycode::V || !targetReads) return;
             const QString text = platform.clipboard().fetch().value_or("");
             pasted << text;
-            // A focused field that exposes its text takes the paste at its caret.
+            // A focused field that exposes its text takes the paste at its caret (texts of
+            // one UTF-16 unit a character here).
             std::optional<FocusedElement>& field = platform.accessibility().focus;
             if (!field || !fieldTakesPastes) return;
-            QList<uint> chars = platform.accessibility().content.toUcs4();
-            const QList<uint> added = text.toUcs4();
-            const int at = std::clamp(field->caretOffset, 0, int(chars.size()));
-            for (int i = 0; i < added.size(); ++i)
-                chars.insert(at + i, added[i]);
-            platform.accessibility().content = QString::fromUcs4(
-                reinterpret_cast<const char32_t*>(chars.constData()), chars.size());
-            field->characterCount = int(chars.size());
-            field->caretOffset = at + int(added.size());
+            platform.accessibility().content.insert(field->caretOffset, text);
+            field->characterCount = int(platform.accessibility().content.size());
+            field->caretOffset += int(text.size());
         };
         controller = std::make_unique<DictationController>();
         controller->onNeedsAttention = [this] { ++attention; };

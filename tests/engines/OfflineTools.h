@@ -1,8 +1,7 @@
 #pragma once
 
-// What the offline speech tests share: the tools that make speech, a grammar that makes
-// pocketsphinx's words the same every run, a French model folder made of the English pieces
-// (the only model a test machine has), and the real program run with the test's folders.
+// What the offline speech tests share: the speech tools, a grammar for stable words, a French
+// model folder made of the English pieces, and the real program run with the test's folders.
 #include "TestHttpServer.h"
 #include "engines/OfflineSpeech.h"
 

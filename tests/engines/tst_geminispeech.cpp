@@ -1,6 +1,5 @@
-// Speech through the chat model, against a local server playing OpenRouter and the product
-// site: the audio message on the wire, the slicing of long recordings on the hosted road, and
-// how each kind of reply is read.
+// Speech through the chat model against servers playing OpenRouter and the product site: the
+// audio message, the slices of long recordings on the hosted road, how each reply is read.
 #include "Await.h"
 #include "FakePlatform.h"
 #include "TestHttpServer.h"
@@ -70,8 +69,6 @@ private Q_SLOTS:
         openRouter.on(kChat, chatCompletion("  Bonjour. Je n'ai pas pu entendre l'audio.\n"));
         QCOMPARE(transcribe(wav, {"Ombry", " \t", " Léa ", "\n"}), QStringLiteral("Bonjour."));
         const RecordedRequest r = openRouter.last();
-        QCOMPARE(r.json().value("model").toString(),
-                 QStringLiteral("google/gemini-2.5-flash-lite"));
         QCOMPARE(message(r, 1).value("content").toArray().size(), 1); // the audio part only
         QCOMPARE(sentAudio(r), wav);
         // Blank entries (spaces, tabs) are left out, the others kept as typed; a line break is
@@ -117,15 +114,11 @@ private Q_SLOTS:
             QCOMPARE(sentAudio(sent[i]), AudioRecorder::wav(pcm.mid(offset, sentPcm[i])));
             offset += sentPcm[i];
         }
-    }
-
-    void aFailingSliceFailsTheWhole() {
-        useOwnKey(false);
-        site.enqueue(kVoice, chatCompletion("début"));
-        site.enqueue(kVoice, Reply::text("panne", 500));
-        const QByteArray file =
-            AudioRecorder::wav(QByteArray(GeminiSpeech::kHostedSliceBytes + 2, '\1'));
-        QCOMPARE(failureOf<EngineError>([&] { transcribe(file); }),
+        if (own || sentPcm.size() < 2) return;
+        // A failing slice fails the whole.
+        server.enqueue(kVoice, chatCompletion("début"));
+        server.enqueue(kVoice, Reply::text("panne", 500));
+        QCOMPARE(failureOf<EngineError>([&] { transcribe(AudioRecorder::wav(pcm)); }),
                  QStringLiteral("Ombry : erreur 500 "));
     }
 

@@ -1,6 +1,5 @@
 // The engines of the user's machine: the offline decoder's model and thread, the local chat
-// server's requests and failures. Reading WAV files is the WAV reader's test; transcription of
-// real speech is exercised by the --test process test.
+// server's requests and failures.
 #include "audio/AudioRecorder.h"
 #include "engines/LocalEngine.h"
 #include "engines/OfflineSpeech.h"
