@@ -10,10 +10,9 @@ bool SessionBus::start(bool activation) {
     ::chmod(QFile::encodeName(runtime_.path()).constData(), 0700);
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime_.path()));
     qunsetenv("NO_AT_BRIDGE");
-    QStringList args{QStringLiteral("--session"), QStringLiteral("--nofork"),
-                     QStringLiteral("--print-address")};
+    QStringList args{"--session", "--nofork", "--print-address"};
     if (!activation) {
-        const QString config = runtime_.filePath(QStringLiteral("bus.conf"));
+        const QString config = runtime_.filePath("bus.conf");
         QFile file(config);
         if (!file.open(QIODevice::WriteOnly)) return false;
         file.write(
@@ -24,9 +23,9 @@ bool SessionBus::start(bool activation) {
             "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
             "<allow own=\"*\"/></policy></busconfig>\n");
         file.close();
-        args[0] = QStringLiteral("--config-file=") + config;
+        args[0] = "--config-file=" + config;
     }
-    daemon_.start(QStringLiteral("dbus-daemon"), args);
+    daemon_.start("dbus-daemon", args);
     if (!daemon_.waitForStarted(5000) || !daemon_.waitForReadyRead(5000)) {
         qunsetenv("DBUS_SESSION_BUS_ADDRESS");
         return false;
