@@ -2,8 +2,6 @@
 
 #include "DesktopSession.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -71,12 +69,8 @@ bool GnomeSession::start() {
     // A French user's layout: mutter reads it from the system's keyboard settings, here a mock
     // on the private bus that mutter takes for the system bus.
     locale_.start("/usr/bin/python3", {supportFile("wayland/locale1_mock.py")});
-    if (!DesktopSession::waitUntil(
-            [] {
-                return QDBusConnection::sessionBus().interface()->isServiceRegistered(
-                    "org.freedesktop.locale1");
-            },
-            10000)) {
+    if (!DesktopSession::waitUntil([] { return SessionBus::owned("org.freedesktop.locale1"); },
+                                   10000)) {
         error_ = "réglages du clavier factices absents";
         return false;
     }
@@ -89,8 +83,7 @@ bool GnomeSession::start() {
     const bool up = DesktopSession::waitUntil(
         [&] {
             return QFile::exists(socket) && !display_.isEmpty() &&
-                   QDBusConnection::sessionBus().interface()->isServiceRegistered(
-                       "org.gnome.Mutter.RemoteDesktop");
+                   SessionBus::owned("org.gnome.Mutter.RemoteDesktop");
         },
         15000);
     if (!up) {

@@ -2,8 +2,6 @@
 
 #include "Processes.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFile>
 #include <QTest>
@@ -69,10 +67,8 @@ bool KdeSession::start() {
                         QFile::encodeName(dir_.filePath("kwin.log")));
     const QString socket =
         QDir(qEnvironmentVariable("XDG_RUNTIME_DIR")).filePath(QString::fromLatin1(kSocket));
-    QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
     const bool ready = QTest::qWaitFor(
-        [&] { return QFile::exists(socket) && bus->isServiceRegistered("org.kde.kglobalaccel"); },
-        20000);
+        [&] { return QFile::exists(socket) && SessionBus::owned("org.kde.kglobalaccel"); }, 20000);
     QString display;
     const bool xReady = ready && QTest::qWaitFor(
                                      [&] {

@@ -1,7 +1,7 @@
 #include "PortalMock.h"
+#include "SessionBus.h"
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QFile>
 #include <QTest>
 #include <csignal>
@@ -12,9 +12,6 @@ namespace {
 const QString kName = "org.freedesktop.portal.Desktop";
 const QString kPython = "/usr/bin/python3";
 
-bool owned() {
-    return QDBusConnection::sessionBus().interface()->isServiceRegistered(kName);
-}
 } // namespace
 
 bool PortalMock::installed() {
@@ -30,14 +27,15 @@ bool PortalMock::start() {
     process_.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
     process_.start(
         kPython, {"-m", "dbusmock", "--session", "--template", QStringLiteral(OMBRY_PORTAL_MOCK)});
-    return process_.waitForStarted(5000) && QTest::qWaitFor([] { return owned(); }, 10000);
+    return process_.waitForStarted(5000) &&
+           QTest::qWaitFor([] { return SessionBus::owned(kName); }, 10000);
 }
 
 void PortalMock::stop() {
     if (process_.state() == QProcess::NotRunning) return;
     process_.kill();
     process_.waitForFinished(3000);
-    (void)QTest::qWaitFor([] { return !owned(); }, 5000);
+    (void)QTest::qWaitFor([] { return !SessionBus::owned(kName); }, 5000);
 }
 
 QDBusMessage PortalMock::call(const QString& method, const QVariantList& args) {

@@ -1,5 +1,6 @@
 #include "SoundServer.h"
 #include "Processes.h"
+#include "SessionBus.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -166,18 +167,8 @@ bool SoundServer::startPipeWire() {
     // wireplumber does not run without a session bus: one of their own, which starts no
     // service on demand.
     const QString bus = dir + "/bus";
-    QFile config(dir + "/bus.conf");
-    if (!config.open(QIODevice::WriteOnly)) return false;
-    config.write(
-        QStringLiteral("<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
-                       "1.0//EN\"\n \"http://www.freedesktop.org/standards/dbus/1.0/"
-                       "busconfig.dtd\">\n<busconfig><type>session</type><listen>unix:path=%1"
-                       "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow "
-                       "send_destination=\"*\"/><allow receive_sender=\"*\"/><allow "
-                       "own=\"*\"/></policy></busconfig>\n")
-            .arg(bus)
-            .toUtf8());
-    config.close();
+    const QString config = dir + "/bus.conf";
+    if (!SessionBus::writeConfig(config, "unix:path=" + bus)) return false;
     // The servers' configuration and saved state (wireplumber keeps the default devices and
     // volumes it saw) in the runtime folder, so that none of the user's comes in; no display.
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -206,11 +197,10 @@ bool SoundServer::startPipeWire() {
         }
         return false;
     };
-    const bool up = launch({"dbus-daemon", "--nofork",
-                            "--config-file=" + QFile::encodeName(config.fileName())}) &&
-                    listening(bus) && launch({"pipewire"}) && listening(dir + "/pipewire-0") &&
-                    launch({"wireplumber"}) && launch({"pipewire-pulse"}) &&
-                    listening(dir + "/pulse/native");
+    const bool up =
+        launch({"dbus-daemon", "--nofork", "--config-file=" + QFile::encodeName(config)}) &&
+        listening(bus) && launch({"pipewire"}) && listening(dir + "/pipewire-0") &&
+        launch({"wireplumber"}) && launch({"pipewire-pulse"}) && listening(dir + "/pulse/native");
     if (!up) error_ = QString("PipeWire did not start (see %1)").arg(QString::fromUtf8(log));
     return up;
 }
