@@ -4,6 +4,7 @@
 #include <QCoroTask>
 #include <QList>
 #include <QPair>
+#include <QPointF>
 #include <QString>
 #include <QStringList>
 #include <algorithm>
@@ -306,11 +307,21 @@ public:
     virtual bool speaking() const = 0;
 };
 
-// A surface of the compositor for the dictation strip, outside every window list: the
-// compositor never gives it the keyboard, the pointer passes through it, and it moves no other
-// window. It shows a picture made by the caller, centred at the bottom of the output.
+// The pointer over a surface that takes it, in the picture's logical pixels.
+struct SurfacePointer {
+    enum class Kind { Move, Press, Release, Leave, Scroll };
+    Kind kind = Kind::Move;
+    QPointF at;
+    double scroll = 0; // Scroll: logical pixels, down when positive
+};
+
+// A surface of the compositor for the dictation strip or the result card, outside every window
+// list: the compositor never gives it the keyboard, and it moves no other window. It shows a
+// picture made by the caller, centred at the bottom of the output. The pointer passes through
+// it unless a handler takes it.
 class OverlaySurface {
 public:
+    enum class Role { Strip, Card };
     virtual ~OverlaySurface() = default;
     // Shows `image` (its device pixel ratio is the scale it was drawn at), its bottom edge
     // `bottomMargin` logical pixels above the bottom of the output's usable area. A picture
@@ -318,6 +329,11 @@ public:
     virtual bool show(const QImage& image, int bottomMargin) = 0;
     // Takes the surface off the screen; the next show() brings it back.
     virtual void hide() = 0;
+    // Makes the surface take the pointer over its picture (before the first show()), and tells
+    // the handler of it.
+    virtual void setPointerHandler(std::function<void(const SurfacePointer&)> handler) {
+        (void)handler;
+    }
 };
 
 } // namespace ombry

@@ -29,7 +29,9 @@ Platform::Platform()
         windows_ = wayland::makeWindows(*accessibility_);
         shortcuts_ = wayland::makePortalShortcuts();
         if (!shortcuts_) shortcuts_ = makeNoShortcuts();
-        overlaySurfaces_ = [] { return wayland::makeLayerSurface(); };
+        overlaySurfaces_ = [](OverlaySurface::Role role) {
+            return wayland::makeLayerSurface(role);
+        };
         return;
     }
     keyboard_ = x11::makeKeyboardHook();
@@ -85,8 +87,8 @@ void Platform::setOverlaySurfaces(OverlaySurfaceFactory factory) {
     overlaySurfaces_ = std::move(factory);
 }
 
-std::unique_ptr<OverlaySurface> Platform::makeOverlaySurface() {
-    return overlaySurfaces_ ? overlaySurfaces_() : nullptr;
+std::unique_ptr<OverlaySurface> Platform::makeOverlaySurface(OverlaySurface::Role role) {
+    return overlaySurfaces_ ? overlaySurfaces_(role) : nullptr;
 }
 
 } // namespace ombry

@@ -83,9 +83,10 @@ public:
     Accessibility& accessibility() { return *accessibility_; }
     GlobalShortcuts& shortcuts() { return *shortcuts_; }
     DisplaySession& session() { return *session_; }
-    // A new surface for the dictation strip where the session has one (the compositor's layer
-    // shell); null elsewhere: the strip is then a window of its own.
-    std::unique_ptr<OverlaySurface> makeOverlaySurface();
+    // A new surface for the dictation strip or the result card where the session has one (the
+    // compositor's layer shell); null elsewhere: each is then a window of its own.
+    std::unique_ptr<OverlaySurface>
+    makeOverlaySurface(OverlaySurface::Role role = OverlaySurface::Role::Strip);
 
     // Replacing a service; the previous one is destroyed. For start-up and tests only.
     void setClock(std::unique_ptr<Clock> c);
@@ -102,7 +103,8 @@ public:
     void setAccessibility(std::unique_ptr<Accessibility> a);
     void setShortcuts(std::unique_ptr<GlobalShortcuts> s);
     void setSession(std::unique_ptr<DisplaySession> s);
-    using OverlaySurfaceFactory = std::function<std::unique_ptr<OverlaySurface>()>;
+    using OverlaySurfaceFactory =
+        std::function<std::unique_ptr<OverlaySurface>(OverlaySurface::Role)>;
     void setOverlaySurfaces(OverlaySurfaceFactory factory);
 
 private:

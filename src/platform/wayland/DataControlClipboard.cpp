@@ -1,12 +1,13 @@
-// CLIPBOARD and PRIMARY through the wlr data-control protocol, which reads and sets a seat's
-// selections without a focused window (a clipboard manager's road). The connection is the
-// service's own, dispatched from a QSocketNotifier on the main thread; every wait on it has a
-// deadline, and a compositor that goes away leaves the service empty until the next call,
-// which connects again.
+// CLIPBOARD and PRIMARY through data-control, which reads and sets a seat's selections without
+// a focused window (a clipboard manager's road): ext data-control where the compositor has it,
+// else the wlr protocol it came from. The connection is the service's own, dispatched from a
+// QSocketNotifier on the main thread; every wait on it has a deadline, and a compositor that
+// goes away leaves the service empty until the next call, which connects again.
 #include "platform/wayland/Pipes.h"
 #include "platform/wayland/WaylandConnection.h"
 #include "platform/wayland/WaylandPlatform.h"
 
+#include "ext-data-control-v1-client-protocol.h"
 #include "wlr-data-control-unstable-v1-client-protocol.h"
 
 #include <QCoreApplication>
@@ -154,20 +155,20 @@ private:
     // Content this process serves on one selection.
     struct Served {
         DataControlClipboard* clipboard = nullptr;
-        zwlr_data_control_source_v1* source = nullptr;
+        ext_data_control_source_v1* source = nullptr;
         Board board = Clipboard_;
         ClipboardSnapshot formats;
         std::function<void(const ClipboardFetch&)> onFetched;
     };
     struct State {
-        zwlr_data_control_offer_v1* offer = nullptr; // what the selection holds now
-        QStringList types;                           // ... in the owner's order
-        Served* own = nullptr;                       // ours, while no one took it since
+        ext_data_control_offer_v1* offer = nullptr; // what the selection holds now
+        QStringList types;                          // ... in the owner's order
+        Served* own = nullptr;                      // ours, while no one took it since
         uint64_t changes = 0;
         bool seen = false; // the state at connection came (it is no change)
     };
 
-    bool primaryOffered() const { return managerVersion_ >= 2; }
+    bool primaryOffered() const { return primary_; }
 
     // Connected, with the events that have arrived handled.
     bool update() {
@@ -182,15 +183,29 @@ private:
 
     bool connect() {
         if (!connection_.open(answerMs)) return false;
-        manager_ = static_cast<zwlr_data_control_manager_v1*>(
-            connection_.bind(&zwlr_data_control_manager_v1_interface, 2, &managerVersion_));
+        // ext data-control is wlr data-control renamed: the same requests and events in the same
+        // order with the same arguments, and a message carries its opcode and the ids of its
+        // objects, never an interface's name. So a wlr manager is driven through the ext calls
+        // too: the objects it makes (sources, the device, its offers) are ext proxies here, at
+        // the wlr manager's version, and wlr objects in the compositor; libwayland writes a
+        // request by the signature of its proxy's own interface (the same in both) and checks
+        // an event's objects against the proxies', all ext. PRIMARY is in ext from version 1,
+        // in wlr from version 2.
+        void* manager = connection_.bind(&ext_data_control_manager_v1_interface, 1);
+        primary_ = manager != nullptr;
+        if (!manager) {
+            uint32_t version = 0;
+            manager = connection_.bind(&zwlr_data_control_manager_v1_interface, 2, &version);
+            primary_ = version >= 2;
+        }
+        manager_ = static_cast<ext_data_control_manager_v1*>(manager);
         seat_ = static_cast<wl_seat*>(connection_.bind(&wl_seat_interface, 1));
         if (!manager_ || !seat_) {
             reset();
             return false;
         }
-        device_ = zwlr_data_control_manager_v1_get_data_device(manager_, seat_);
-        zwlr_data_control_device_v1_add_listener(device_, &deviceListener, this);
+        device_ = ext_data_control_manager_v1_get_data_device(manager_, seat_);
+        ext_data_control_device_v1_add_listener(device_, &deviceListener, this);
         // The selections as they are now come at once.
         if (!connection_.roundtrip(answerMs)) {
             reset();
@@ -213,25 +228,25 @@ private:
             notifier_ = nullptr;
         }
         for (const auto& served : served_)
-            zwlr_data_control_source_v1_destroy(served->source);
+            ext_data_control_source_v1_destroy(served->source);
         served_.clear();
         for (State& state : boards_) {
-            if (state.offer) zwlr_data_control_offer_v1_destroy(state.offer);
+            if (state.offer) ext_data_control_offer_v1_destroy(state.offer);
             state.offer = nullptr;
             state.types.clear();
             state.own = nullptr;
             state.seen = false;
         }
         for (auto it = pendingOffers_.begin(); it != pendingOffers_.end(); ++it)
-            zwlr_data_control_offer_v1_destroy(it.key());
+            ext_data_control_offer_v1_destroy(it.key());
         pendingOffers_.clear();
-        if (device_) zwlr_data_control_device_v1_destroy(device_);
+        if (device_) ext_data_control_device_v1_destroy(device_);
         if (seat_) wl_seat_destroy(seat_);
-        if (manager_) zwlr_data_control_manager_v1_destroy(manager_);
+        if (manager_) ext_data_control_manager_v1_destroy(manager_);
         device_ = nullptr;
         seat_ = nullptr;
         manager_ = nullptr;
-        managerVersion_ = 0;
+        primary_ = false;
         finished_ = false;
         connection_.close();
     }
@@ -241,21 +256,21 @@ private:
     void serve(Board board, const ClipboardSnapshot& formats,
                std::function<void(const ClipboardFetch&)> onFetched, bool wait = true) {
         if (!update()) return;
-        zwlr_data_control_source_v1* source = nullptr;
+        ext_data_control_source_v1* source = nullptr;
         if (!formats.isEmpty()) {
-            source = zwlr_data_control_manager_v1_create_data_source(manager_);
+            source = ext_data_control_manager_v1_create_data_source(manager_);
             auto served = std::make_unique<Served>();
             served->clipboard = this;
             served->source = source;
             served->board = board;
             served->formats = formats;
             served->onFetched = std::move(onFetched);
-            zwlr_data_control_source_v1_add_listener(source, &sourceListener, served.get());
+            ext_data_control_source_v1_add_listener(source, &sourceListener, served.get());
             QSet<QString> offered;
             for (const auto& [type, bytes] : formats) {
                 if (offered.contains(type)) continue;
                 offered.insert(type);
-                zwlr_data_control_source_v1_offer(source, type.toUtf8().constData());
+                ext_data_control_source_v1_offer(source, type.toUtf8().constData());
             }
             boards_[board].own = served.get();
             served_.push_back(std::move(served));
@@ -263,9 +278,9 @@ private:
             boards_[board].own = nullptr;
         }
         if (board == Primary_)
-            zwlr_data_control_device_v1_set_primary_selection(device_, source);
+            ext_data_control_device_v1_set_primary_selection(device_, source);
         else
-            zwlr_data_control_device_v1_set_selection(device_, source);
+            ext_data_control_device_v1_set_selection(device_, source);
         if (wait)
             connection_.roundtrip(answerMs);
         else
@@ -302,14 +317,14 @@ private:
     }
 
     ClipboardSnapshot read(Board board, const QStringList& types) {
-        zwlr_data_control_offer_v1* offer = boards_[board].offer;
+        ext_data_control_offer_v1* offer = boards_[board].offer;
         if (!offer || types.isEmpty()) return {};
         QList<int> fds;
         QStringList asked;
         for (const QString& type : types) {
             int ends[2];
             if (pipe2(ends, O_CLOEXEC) != 0) continue;
-            zwlr_data_control_offer_v1_receive(offer, type.toUtf8().constData(), ends[1]);
+            ext_data_control_offer_v1_receive(offer, type.toUtf8().constData(), ends[1]);
             close(ends[1]); // libwayland sends a duplicate
             fds.append(ends[0]);
             asked.append(type);
@@ -330,39 +345,39 @@ private:
     }
 
     // Events of the data device and of the offers.
-    static void onDataOffer(void* self, zwlr_data_control_device_v1*,
-                            zwlr_data_control_offer_v1* offer) {
+    static void onDataOffer(void* self, ext_data_control_device_v1*,
+                            ext_data_control_offer_v1* offer) {
         static_cast<DataControlClipboard*>(self)->pendingOffers_.insert(offer, {});
-        zwlr_data_control_offer_v1_add_listener(offer, &offerListener, self);
+        ext_data_control_offer_v1_add_listener(offer, &offerListener, self);
     }
-    static void onOfferType(void* self, zwlr_data_control_offer_v1* offer, const char* type) {
+    static void onOfferType(void* self, ext_data_control_offer_v1* offer, const char* type) {
         auto& pending = static_cast<DataControlClipboard*>(self)->pendingOffers_;
         if (const auto it = pending.find(offer); it != pending.end())
             it->append(QString::fromUtf8(type));
     }
-    void selectionChanged(Board board, zwlr_data_control_offer_v1* offer) {
+    void selectionChanged(Board board, ext_data_control_offer_v1* offer) {
         State& state = boards_[board];
-        if (state.offer && state.offer != offer) zwlr_data_control_offer_v1_destroy(state.offer);
+        if (state.offer && state.offer != offer) ext_data_control_offer_v1_destroy(state.offer);
         state.offer = offer;
         state.types = offer ? pendingOffers_.take(offer) : QStringList();
         if (state.seen) ++state.changes;
         state.seen = true;
     }
-    static void onSelection(void* self, zwlr_data_control_device_v1*,
-                            zwlr_data_control_offer_v1* offer) {
+    static void onSelection(void* self, ext_data_control_device_v1*,
+                            ext_data_control_offer_v1* offer) {
         static_cast<DataControlClipboard*>(self)->selectionChanged(Clipboard_, offer);
     }
-    static void onPrimarySelection(void* self, zwlr_data_control_device_v1*,
-                                   zwlr_data_control_offer_v1* offer) {
+    static void onPrimarySelection(void* self, ext_data_control_device_v1*,
+                                   ext_data_control_offer_v1* offer) {
         static_cast<DataControlClipboard*>(self)->selectionChanged(Primary_, offer);
     }
-    static void onFinished(void* self, zwlr_data_control_device_v1*) {
+    static void onFinished(void* self, ext_data_control_device_v1*) {
         // The seat is gone: the next call connects again.
         static_cast<DataControlClipboard*>(self)->finished_ = true;
     }
 
     // Events of our sources.
-    static void onSend(void* data, zwlr_data_control_source_v1*, const char* type, int32_t fd) {
+    static void onSend(void* data, ext_data_control_source_v1*, const char* type, int32_t fd) {
         auto* served = static_cast<Served*>(data);
         const QString wanted = QString::fromUtf8(type);
         QByteArray bytes;
@@ -386,29 +401,29 @@ private:
                 callback(ClipboardFetch{});
         }
     }
-    static void onCancelled(void* data, zwlr_data_control_source_v1* source) {
+    static void onCancelled(void* data, ext_data_control_source_v1* source) {
         auto* served = static_cast<Served*>(data);
         DataControlClipboard* clipboard = served->clipboard;
         State& state = clipboard->boards_[served->board];
         if (state.own == served) state.own = nullptr;
-        zwlr_data_control_source_v1_destroy(source);
+        ext_data_control_source_v1_destroy(source);
         clipboard->served_.remove_if([served](const auto& s) { return s.get() == served; });
     }
 
-    static constexpr zwlr_data_control_device_v1_listener deviceListener = {
+    static constexpr ext_data_control_device_v1_listener deviceListener = {
         onDataOffer, onSelection, onFinished, onPrimarySelection};
-    static constexpr zwlr_data_control_offer_v1_listener offerListener = {onOfferType};
-    static constexpr zwlr_data_control_source_v1_listener sourceListener = {onSend, onCancelled};
+    static constexpr ext_data_control_offer_v1_listener offerListener = {onOfferType};
+    static constexpr ext_data_control_source_v1_listener sourceListener = {onSend, onCancelled};
 
     Connection connection_;
     QStringList late_; // formats left out by the reads since the last snapshot
-    zwlr_data_control_manager_v1* manager_ = nullptr;
-    uint32_t managerVersion_ = 0;
+    ext_data_control_manager_v1* manager_ = nullptr;
+    bool primary_ = false; // the compositor has PRIMARY
     wl_seat* seat_ = nullptr;
-    zwlr_data_control_device_v1* device_ = nullptr;
+    ext_data_control_device_v1* device_ = nullptr;
     QSocketNotifier* notifier_ = nullptr;
-    bool finished_ = false;                                         // the device is no longer valid
-    QHash<zwlr_data_control_offer_v1*, QStringList> pendingOffers_; // types, until named
+    bool finished_ = false;                                        // the device is no longer valid
+    QHash<ext_data_control_offer_v1*, QStringList> pendingOffers_; // types, until named
     State boards_[2];
     std::list<std::unique_ptr<Served>> served_;
 };

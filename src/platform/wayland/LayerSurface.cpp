@@ -1,6 +1,7 @@
-// The dictation strip as a layer-shell surface: on the overlay layer, anchored at the bottom
-// of the output, no keyboard, an empty input region (clicks reach the window under it), no
-// exclusive zone (nothing moves for it). It has its own connection to the compositor, dispatched
+// The dictation strip or the result card as a layer-shell surface: on the overlay layer,
+// anchored at the bottom of the output, no keyboard, no exclusive zone (nothing moves for it).
+// The strip has an empty input region (clicks reach the window under it); the card takes the
+// pointer of the seat over its picture. It has its own connection to the compositor, dispatched
 // from a QSocketNotifier on the main thread; pictures go through two shared-memory buffers,
 // each drawn again only once the compositor has released it. Nothing here waits on the
 // compositor after the first connection: a compositor that goes away leaves a surface that
@@ -15,6 +16,7 @@
 #include <QSocketNotifier>
 #include <array>
 #include <cstring>
+#include <linux/input-event-codes.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -32,6 +34,7 @@ constexpr int kAnswerMs = 300;
 
 class LayerSurface final : public OverlaySurface {
 public:
+    explicit LayerSurface(Role role) : role_(role) {}
     ~LayerSurface() override { teardown(); }
 
     bool connect() {
@@ -86,6 +89,14 @@ public:
         connection_.flush();
     }
 
+    void setPointerHandler(std::function<void(const SurfacePointer&)> handler) override {
+        onPointer_ = std::move(handler);
+        if (!onPointer_ || seat_ || !compositor_) return;
+        seat_ = static_cast<wl_seat*>(connection_.bind(&wl_seat_interface, 5, &seatVersion_));
+        if (seat_) wl_seat_add_listener(seat_, &seatListener, this);
+        connection_.flush();
+    }
+
 private:
     struct Buffer {
         LayerSurface* owner = nullptr;
@@ -97,12 +108,14 @@ private:
 
     void map(const FrameLayout& frame) {
         surface_ = wl_compositor_create_surface(compositor_);
-        // An empty input region: the pointer goes to whatever is under the strip.
-        wl_region* none = wl_compositor_create_region(compositor_);
-        wl_surface_set_input_region(surface_, none);
-        wl_region_destroy(none);
-        layer_ = zwlr_layer_shell_v1_get_layer_surface(
-            shell_, surface_, nullptr, ZWLR_LAYER_SHELL_V1_LAYER_OVERLAY, "ombry-voice-strip");
+        if (!onPointer_) {
+            // An empty input region: the pointer goes to whatever is under the surface.
+            wl_region* none = wl_compositor_create_region(compositor_);
+            wl_surface_set_input_region(surface_, none);
+            wl_region_destroy(none);
+        }
+        layer_ = zwlr_layer_shell_v1_get_layer_surface(shell_, surface_, nullptr,
+                                                       ZWLR_LAYER_SHELL_V1_LAYER_OVERLAY, name());
         zwlr_layer_surface_v1_add_listener(layer_, &layerListener, this);
         zwlr_layer_surface_v1_set_anchor(layer_, ZWLR_LAYER_SURFACE_V1_ANCHOR_BOTTOM);
         zwlr_layer_surface_v1_set_size(layer_, uint32_t(frame.logical.width()),
@@ -168,7 +181,7 @@ private:
     bool allocate(Buffer& b, const FrameLayout& frame) {
         release(b);
         const size_t bytes = size_t(frame.stride) * size_t(frame.buffer.height());
-        const int fd = memfd_create("ombry-voice-strip", MFD_CLOEXEC);
+        const int fd = memfd_create(name(), MFD_CLOEXEC);
         if (fd < 0) return false;
         if (ftruncate(fd, off_t(bytes)) != 0) {
             ::close(fd);
@@ -210,6 +223,10 @@ private:
         unmap();
         for (Buffer& b : buffers_)
             release(b);
+        if (pointer_) wl_pointer_destroy(pointer_);
+        if (seat_) wl_seat_destroy(seat_);
+        pointer_ = nullptr;
+        seat_ = nullptr;
         if (shell_) zwlr_layer_shell_v1_destroy(shell_);
         if (shm_) wl_shm_destroy(shm_);
         if (compositor_) wl_compositor_destroy(compositor_);
@@ -241,11 +258,77 @@ private:
         b->owner->connection_.flush();
     }
 
+    const char* name() const {
+        return role_ == Role::Card ? "ombry-voice-card" : "ombry-voice-strip";
+    }
+
+    void tell(SurfacePointer::Kind kind, wl_fixed_t x, wl_fixed_t y, double scroll = 0) {
+        if (kind != SurfacePointer::Kind::Scroll && kind != SurfacePointer::Kind::Leave)
+            at_ = QPointF(wl_fixed_to_double(x), wl_fixed_to_double(y));
+        if (onPointer_) onPointer_({kind, at_, scroll});
+    }
+
+    static void onCapabilities(void* data, wl_seat* seat, uint32_t caps) {
+        auto* self = static_cast<LayerSurface*>(data);
+        const bool has = caps & WL_SEAT_CAPABILITY_POINTER;
+        if (has && !self->pointer_) {
+            self->pointer_ = wl_seat_get_pointer(seat);
+            wl_pointer_add_listener(self->pointer_, &pointerListener, self);
+        } else if (!has && self->pointer_) {
+            wl_pointer_destroy(self->pointer_);
+            self->pointer_ = nullptr;
+        }
+    }
+    static void onSeatName(void*, wl_seat*, const char*) {}
+
+    // The pointer of this connection only ever enters the card's surface. The cursor's picture
+    // is left as the compositor had it.
+    static void onEnter(void* data, wl_pointer*, uint32_t, wl_surface*, wl_fixed_t x,
+                        wl_fixed_t y) {
+        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Move, x, y);
+    }
+    static void onLeave(void* data, wl_pointer*, uint32_t, wl_surface*) {
+        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Leave, 0, 0);
+    }
+    static void onMotion(void* data, wl_pointer*, uint32_t, wl_fixed_t x, wl_fixed_t y) {
+        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Move, x, y);
+    }
+    static void onButton(void* data, wl_pointer*, uint32_t, uint32_t, uint32_t button,
+                         uint32_t state) {
+        if (button != BTN_LEFT) return;
+        auto* self = static_cast<LayerSurface*>(data);
+        const auto at = [&](double v) { return wl_fixed_from_double(v); };
+        self->tell(state == WL_POINTER_BUTTON_STATE_PRESSED ? SurfacePointer::Kind::Press
+                                                            : SurfacePointer::Kind::Release,
+                   at(self->at_.x()), at(self->at_.y()));
+    }
+    static void onAxis(void* data, wl_pointer*, uint32_t, uint32_t axis, wl_fixed_t value) {
+        if (axis != WL_POINTER_AXIS_VERTICAL_SCROLL) return;
+        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Scroll, 0, 0,
+                                               wl_fixed_to_double(value));
+    }
+    static void onFrame(void*, wl_pointer*) {}
+    static void onAxisSource(void*, wl_pointer*, uint32_t) {}
+    static void onAxisStop(void*, wl_pointer*, uint32_t, uint32_t) {}
+    static void onAxisDiscrete(void*, wl_pointer*, uint32_t, int32_t) {}
+    static void onAxisValue120(void*, wl_pointer*, uint32_t, int32_t) {}
+
     static constexpr zwlr_layer_surface_v1_listener layerListener = {onConfigure, onClosed};
     static constexpr wl_buffer_listener bufferListener = {onRelease};
+    static constexpr wl_seat_listener seatListener = {onCapabilities, onSeatName};
+    // Version 5 is bound at most: the later events never come.
+    static constexpr wl_pointer_listener pointerListener = {
+        onEnter, onLeave,      onMotion,   onButton,       onAxis,
+        onFrame, onAxisSource, onAxisStop, onAxisDiscrete, onAxisValue120};
 
+    const Role role_;
     Connection connection_;
     QSocketNotifier* notifier_ = nullptr;
+    std::function<void(const SurfacePointer&)> onPointer_;
+    wl_seat* seat_ = nullptr;
+    uint32_t seatVersion_ = 0;
+    wl_pointer* pointer_ = nullptr;
+    QPointF at_;
     wl_compositor* compositor_ = nullptr;
     uint32_t compositorVersion_ = 0;
     wl_shm* shm_ = nullptr;
@@ -264,9 +347,9 @@ private:
 
 } // namespace
 
-std::unique_ptr<OverlaySurface> makeLayerSurface() {
+std::unique_ptr<OverlaySurface> makeLayerSurface(OverlaySurface::Role role) {
     if (!QCoreApplication::instance()) return nullptr;
-    auto surface = std::make_unique<LayerSurface>();
+    auto surface = std::make_unique<LayerSurface>(role);
     if (!surface->connect()) return nullptr;
     return surface;
 }

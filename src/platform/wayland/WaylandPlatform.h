@@ -26,9 +26,10 @@ std::optional<CompositorGlobals> probeCompositor();
 std::unique_ptr<KeyPoster> makeVirtualKeyboard();
 // CLIPBOARD (and PRIMARY where offered) through data-control, without focus.
 std::unique_ptr<Clipboard> makeDataControlClipboard();
-// The dictation strip on a layer-shell surface of its own connection (above the windows, no
-// keyboard, clicks pass through); null when the compositor has no layer shell.
-std::unique_ptr<OverlaySurface> makeLayerSurface();
+// The dictation strip or the result card on a layer-shell surface of its own connection (above
+// the windows, no keyboard); null when the compositor has no layer shell.
+std::unique_ptr<OverlaySurface>
+makeLayerSurface(OverlaySurface::Role role = OverlaySurface::Role::Strip);
 // The focused window as sway's IPC (SWAYSOCK) or Hyprland's socket says; nullopt when neither
 // answers.
 std::optional<AppWindow> swayFocused();

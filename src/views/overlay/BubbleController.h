@@ -1,6 +1,7 @@
 #pragma once
 
 #include "views/overlay/BubbleView.h"
+#include "views/overlay/SurfaceHost.h"
 
 #include "platform/InputWatch.h"
 
@@ -12,7 +13,8 @@ namespace ombry {
 
 // The one result card of the process. show() replaces any card already open; the card stays
 // until its close button, close(), the next show(), or, when an input watch is given, a click
-// outside it or Escape anywhere (typing goes on without closing it).
+// outside it or Escape anywhere (typing goes on without closing it). Where the strip is on the
+// compositor's layer shell, so is the card: above the strip, taking clicks, never the keyboard.
 class BubbleController {
 public:
     static BubbleController& shared();
@@ -30,6 +32,7 @@ private:
     void onInput(bool escape);
 
     QPointer<BubbleView> panel_;
+    std::unique_ptr<SurfaceHost> host_; // the card's surface, where it has one
     std::unique_ptr<InputWatch> watch_;
 };
 

@@ -1,5 +1,7 @@
 #include "views/overlay/OverlayView.h"
 
+#include "views/overlay/SurfaceHost.h"
+
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "views/common/Glyphs.h"
@@ -117,15 +119,9 @@ void OverlayView::redraw() {
 void OverlayView::pushPicture() {
     pictureQueued_ = false;
     if (!surface_ || !surfaceShown_ || size().isEmpty()) return;
-    // Drawn at the screen's ratio rounded up: the compositor scales surfaces by whole numbers.
-    const qreal ratio = std::max<qreal>(1, std::ceil(devicePixelRatioF() - 0.001));
-    QImage picture(size() * ratio, QImage::Format_ARGB32_Premultiplied);
-    picture.setDevicePixelRatio(ratio);
-    picture.fill(Qt::transparent);
-    render(&picture, QPoint(), QRegion(), QWidget::DrawChildren);
     // The compositor places the surface at the bottom of the output's usable area, as the
     // anchor of a window would be.
-    surface_->show(picture, Placement::kOverlayLift);
+    surface_->show(surfacePicture(*this), Placement::kOverlayLift);
 }
 
 Qt::WindowFlags OverlayView::surfaceFlags() {

@@ -20,6 +20,9 @@ QRect overlayRect(const QPoint& anchor, const QSize& size);
 inline constexpr int kBubbleWidth = 380;
 inline constexpr int kBubbleMinHeight = 120;
 inline constexpr int kBubbleMaxHeight = 420;
+// On a compositor surface the card stands this far above the bottom of the usable area, clear
+// of the strip.
+inline constexpr int kBubbleLift = 96;
 
 // The card's height for the height its content asks for.
 int bubbleHeight(int fittingHeight);

@@ -49,6 +49,7 @@ struct SurfaceLog {
     QList<QImage> pictures;
     QList<int> margins;
     int hides = 0;
+    std::function<void(const SurfacePointer&)> pointer;
 };
 
 class FakeSurface final : public OverlaySurface {
@@ -60,6 +61,9 @@ public:
         return true;
     }
     void hide() override { ++log_.hides; }
+    void setPointerHandler(std::function<void(const SurfacePointer&)> handler) override {
+        log_.pointer = std::move(handler);
+    }
 
 private:
     SurfaceLog& log_;
@@ -278,7 +282,7 @@ private Q_SLOTS:
         platform_.session().offered.display = SessionOffer::Display::Wayland;
         platform_.session().offered.layerShell = true;
         Platform::current().setOverlaySurfaces(
-            [&log] { return std::make_unique<FakeSurface>(log); });
+            [&log](OverlaySurface::Role) { return std::make_unique<FakeSurface>(log); });
         OverlayView view;
         OverlayController::shared().setPanel(&view);
         OverlayController::shared().position();
@@ -317,6 +321,47 @@ private Q_SLOTS:
         OverlayController::shared().setPanel(nullptr);
         Platform::current().setOverlaySurfaces(nullptr);
         platform_.session().offered = test::FakeSession().offered;
+    }
+
+    // On a layer shell the card is a surface too: drawn offscreen above the strip, its buttons
+    // worked by the pointer the compositor reports over it.
+    void bubbleOnTheLayerSurface() {
+        SurfaceLog log;
+        platform_.session().offered.display = SessionOffer::Display::Wayland;
+        platform_.session().offered.layerShell = true;
+        Platform::current().setOverlaySurfaces([&log](OverlaySurface::Role role) {
+            return role == OverlaySurface::Role::Card ? std::make_unique<FakeSurface>(log)
+                                                      : nullptr;
+        });
+        BubbleController& bubble = BubbleController::shared();
+        bubble.show(QStringLiteral("Texte non collé"), {}, QStringLiteral("à coller"));
+        QPointer<BubbleView> card = bubble.panel();
+        QTRY_COMPARE(log.pictures.size(), 1);
+        QVERIFY(!card->isVisible() && !card->windowHandle());
+        QCOMPARE(log.margins.last(), Placement::kBubbleLift);
+        QCOMPARE(log.pictures.last().size(), card->size() * log.pictures.last().devicePixelRatio());
+        QVERIFY(log.pointer);
+
+        const auto click = [&](const QString& tip) {
+            for (auto* b : card->findChildren<QAbstractButton*>()) {
+                if (b->toolTip() != tip) continue;
+                const QPointF at = b->mapTo(card.data(), b->rect().center());
+                log.pointer({SurfacePointer::Kind::Move, at});
+                log.pointer({SurfacePointer::Kind::Press, at});
+                log.pointer({SurfacePointer::Kind::Release, at});
+            }
+        };
+        click(QStringLiteral("Copier"));
+        QVERIFY(card->copied());
+        QCOMPARE(platform_.clipboard().text(), std::optional<QString>(QStringLiteral("à coller")));
+        QTRY_COMPARE(log.pictures.size(), 2); // the check mark is drawn
+        click(QStringLiteral("Fermer"));
+        QVERIFY(!bubble.panel());
+        QCOMPARE(log.hides, 1);
+
+        Platform::current().setOverlaySurfaces(nullptr);
+        platform_.session().offered = test::FakeSession().offered;
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
     void bubbleCardBehaviour() {

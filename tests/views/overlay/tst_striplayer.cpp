@@ -5,9 +5,12 @@
 #include "SwaySession.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
+#include "platform/wayland/WaylandConnection.h"
 #include "platform/wayland/WaylandPlatform.h"
+#include "views/overlay/BubbleView.h"
 #include "views/overlay/OverlayView.h"
 #include "views/overlay/Placement.h"
+#include "views/overlay/SurfaceHost.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -16,7 +19,9 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <linux/input-event-codes.h>
 #include <sys/resource.h>
+#include <wayland-client.h>
 
 using namespace ombry;
 using ombry::test::DesktopSession;
@@ -42,6 +47,47 @@ double cpuSeconds() {
     return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
            double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
 }
+
+// A mouse for the headless seat, which has none: sway's virtual-pointer protocol, written out
+// for the requests the test plays.
+extern const wl_interface virtualPointer;
+const wl_interface* noTypes[5] = {};
+const wl_interface* createTypes[] = {&wl_seat_interface, &virtualPointer};
+const wl_message managerRequests[] = {{"create_virtual_pointer", "?on", createTypes}};
+const wl_interface pointerManager = {
+    "zwlr_virtual_pointer_manager_v1", 1, 1, managerRequests, 0, nullptr};
+const wl_message pointerRequests[] = {{"motion", "uff", noTypes},
+                                      {"motion_absolute", "uuuuu", noTypes},
+                                      {"button", "uuu", noTypes},
+                                      {"axis", "uuf", noTypes},
+                                      {"frame", "", noTypes}};
+const wl_interface virtualPointer = {"zwlr_virtual_pointer_v1", 1, 5, pointerRequests, 0, nullptr};
+
+class Mouse {
+public:
+    bool open() {
+        if (!connection_.open(2000)) return false;
+        auto* seat = static_cast<wl_proxy*>(connection_.bind(&wl_seat_interface, 1));
+        auto* manager = static_cast<wl_proxy*>(connection_.bind(&pointerManager, 1));
+        if (!seat || !manager) return false;
+        pointer_ = wl_proxy_marshal_flags(manager, 0, &virtualPointer, 1, 0, seat, nullptr);
+        return connection_.roundtrip(2000);
+    }
+    void click(const QPoint& at, const QSize& output) {
+        wl_proxy_marshal_flags(pointer_, 1, nullptr, 1, 0, 0u, uint32_t(at.x()), uint32_t(at.y()),
+                               uint32_t(output.width()), uint32_t(output.height()));
+        wl_proxy_marshal_flags(pointer_, 4, nullptr, 1, 0);
+        for (const uint32_t state : {1u, 0u}) {
+            wl_proxy_marshal_flags(pointer_, 2, nullptr, 1, 0, 0u, uint32_t(BTN_LEFT), state);
+            wl_proxy_marshal_flags(pointer_, 4, nullptr, 1, 0);
+        }
+        connection_.roundtrip(2000);
+    }
+
+private:
+    wayland::Connection connection_;
+    wl_proxy* pointer_ = nullptr;
+};
 
 } // namespace
 
@@ -144,6 +190,45 @@ private Q_SLOTS:
         QVERIFY(fieldInFront());
         QCOMPARE(windowCount(), windows);
         QVERIFY(!view.isVisible());
+    }
+
+    // The result card on its layer surface takes the seat's clicks (sway's own cursor here):
+    // its copy button puts the text on the clipboard, its close button takes it away, and the
+    // field keeps the keyboard all along.
+    void cardTakesClicksWithoutTheFocus() {
+        const int windows = windowCount();
+        BubbleView card(QStringLiteral("Texte non collé"), {}, QStringLiteral("collègues, été"),
+                        false, false);
+        card.resize(Placement::kBubbleWidth, Placement::kBubbleMinHeight);
+        bool closed = false;
+        card.onClose = [&] { closed = true; };
+        Mouse mouse; // before the card: the card's seat gains a pointer
+        QVERIFY(mouse.open());
+        const QImage before = screenshot();
+        const QPoint middle(before.width() / 2, before.height() - Placement::kBubbleLift - 20);
+        SurfaceHost host(card, wayland::makeLayerSurface(OverlaySurface::Role::Card));
+        host.show(Placement::kBubbleLift);
+        QImage screen;
+        QVERIFY(DesktopSession::waitUntil([&] {
+            screen = screenshot();
+            return !screen.isNull() && screen.pixel(middle) != before.pixel(middle);
+        }));
+        const QPoint origin((screen.width() - card.width()) / 2,
+                            screen.height() - Placement::kBubbleLift - card.height());
+        const auto click = [&](const QString& tip) {
+            for (auto* b : card.findChildren<QAbstractButton*>()) {
+                if (b->toolTip() == tip)
+                    mouse.click(origin + b->mapTo(&card, b->rect().center()), screen.size());
+            }
+        };
+        click(QStringLiteral("Copier"));
+        QVERIFY(DesktopSession::waitUntil([&] { return card.copied(); }));
+        QCOMPARE(sway_.run(QStringLiteral("wl-paste"), {"-n"}).out,
+                 QStringLiteral("collègues, été").toUtf8());
+        click(QStringLiteral("Fermer"));
+        QVERIFY(DesktopSession::waitUntil([&] { return closed; }));
+        QVERIFY(fieldInFront());
+        QCOMPARE(windowCount(), windows);
     }
 
     // What one picture costs the main thread (reported, not judged).
