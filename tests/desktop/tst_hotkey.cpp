@@ -16,6 +16,8 @@ using namespace ombry::test;
 namespace {
 
 constexpr uint64_t kCtrlAlt = modifier::Control | modifier::Option;
+// Right Alt as the hook reports it: the Alt flag and the right-hand device bit.
+constexpr uint64_t kRightAltDown = modifier::Option | modifier::RightOptionDown;
 
 KeyEvent flagsEvent(uint16_t code, uint64_t flags, int64_t pid = 0) {
     KeyEvent e;
@@ -26,16 +28,14 @@ KeyEvent flagsEvent(uint16_t code, uint64_t flags, int64_t pid = 0) {
     return e;
 }
 
-KeyEvent keyDown(uint16_t code, uint64_t flags, bool repeat = false) {
+KeyEvent keyDown(uint16_t code, uint64_t flags, bool repeat = false, int64_t pid = 0) {
     KeyEvent e;
     e.keyCode = code;
     e.flags = flags;
     e.autoRepeat = repeat;
+    e.sourcePid = pid;
     return e;
 }
-
-// Right Alt down and up, as the hook reports them (Alt flag plus the right-hand device bit).
-const uint64_t kRightAltDown = modifier::Option | modifier::RightOptionDown;
 
 } // namespace
 
@@ -49,9 +49,17 @@ class TstHotkey : public QObject {
 
     AppSettings& settings() { return AppSettings::shared(); }
     FakeKeyboard& keys() { return platform.keyboard(); }
-    void send(const KeyEvent& e) {
-        keys().send(e);
+    void send(std::initializer_list<KeyEvent> events) {
+        for (const KeyEvent& e : events)
+            keys().send(e);
         QCoreApplication::processEvents(); // callbacks come on a later turn of the loop
+    }
+    // The callbacks called so far: "cancel=1 press=2".
+    QString counts() const {
+        QStringList out;
+        for (auto it = calls.cbegin(); it != calls.cend(); ++it)
+            out << it.key() + QLatin1Char('=') + QString::number(it.value());
+        return out.join(QLatin1Char(' '));
     }
     QString journal() {
         Log::sync();
@@ -59,7 +67,6 @@ class TstHotkey : public QObject {
         f.open(QIODevice::ReadOnly);
         return QString::fromUtf8(f.readAll());
     }
-    bool swallowed(uint16_t code, uint64_t mods) { return keys().swallows(code, mods); }
 
 private Q_SLOTS:
     void initTestCase() { Log::resetForTests(dir.filePath("journal.log")); }
@@ -92,197 +99,150 @@ private Q_SLOTS:
 
     void dictationKeyGivesOnePressAndOneRelease() {
         QVERIFY(monitor->running());
-        send(flagsEvent(keycode::LeftOption, modifier::Option)); // the left key of the pair
-        QCOMPARE(calls.value("press"), 0);
-        send(flagsEvent(keycode::RightOption, kRightAltDown));
-        send(flagsEvent(keycode::RightOption, kRightAltDown)); // the same state seen twice
-        QCOMPARE(calls.value("press"), 1);
-        send(flagsEvent(keycode::RightOption, 0));
-        QCOMPARE(calls.value("release"), 1);
-        QVERIFY(
-            journal().contains("touche: rightOption enfoncée (0x80040, source clavier, état 1)"));
-        QVERIFY(journal().contains("touche: rightOption relâchée (0x0, source clavier, état 1)"));
+        send({flagsEvent(keycode::LeftOption, modifier::Option)}); // the left key of the pair
+        QCOMPARE(counts(), "");
+        send({flagsEvent(keycode::RightOption, kRightAltDown),
+              flagsEvent(keycode::RightOption, kRightAltDown)}); // the same state seen twice
+        QCOMPARE(counts(), "press=1");
+        send({flagsEvent(keycode::RightOption, 0)});
+        QCOMPARE(counts(), "press=1 release=1");
+
+        // Keys posted by other programs are refused (and named in the journal) unless the user
+        // accepts them (a remote desktop).
+        platform.windows().names[4242] = "Remmina";
+        send({flagsEvent(keycode::RightOption, kRightAltDown, -1),
+              flagsEvent(keycode::RightOption, kRightAltDown, 4242)});
+        QCOMPARE(counts(), "press=1 release=1");
+        QVERIFY(journal().contains("source Remmina"));
+        settings().setAcceptPostedKeys(true);
+        QCOMPARE(keys().acceptPosted, true);
+        send({flagsEvent(keycode::RightOption, kRightAltDown, -1),
+              flagsEvent(keycode::RightOption, 0, -1)});
+        QCOMPARE(counts(), "press=2 release=2");
 
         // Another key chosen: its own code and device bit; recording a shortcut changes nothing.
         settings().setKey(DictationKey::RightControl);
         monitor->setRecording(true);
-        send(flagsEvent(keycode::RightOption, kRightAltDown));
-        send(flagsEvent(keycode::RightControl, modifier::Control)); // left Ctrl's bit only
-        QCOMPARE(calls.value("press"), 1);
-        send(flagsEvent(keycode::RightControl, modifier::Control | modifier::RightControlDown));
-        QCOMPARE(calls.value("press"), 2);
-        QVERIFY(journal().contains("touche: rightControl enfoncée (0x42000"));
-    }
-
-    void keysPostedByOtherProgramsAreLoggedAndRefusedUnlessAccepted() {
-        QCOMPARE(keys().acceptPosted, false);
-        send(flagsEvent(keycode::RightOption, kRightAltDown, -1));
-        QCOMPARE(calls.value("press"), 0);
-        QVERIFY(journal().contains("source programme (XTEST)"));
-        platform.windows().names[4242] = "Remmina";
-        send(flagsEvent(keycode::RightOption, kRightAltDown, 4242));
-        QCOMPARE(calls.value("press"), 0);
-        QVERIFY(journal().contains("source Remmina"));
-
-        settings().setAcceptPostedKeys(true); // a remote desktop
-        QCOMPARE(keys().acceptPosted, true);
-        send(flagsEvent(keycode::RightOption, kRightAltDown, -1));
-        QCOMPARE(calls.value("press"), 1);
+        send({flagsEvent(keycode::RightOption, kRightAltDown),
+              flagsEvent(keycode::RightControl, modifier::Control)}); // left Ctrl's bit only
+        QCOMPARE(counts(), "press=2 release=2");
+        send({flagsEvent(keycode::RightControl, modifier::Control | modifier::RightControlDown)});
+        QCOMPARE(counts(), "press=3 release=2");
     }
 
     void swallowedKeysFollowStateAndSettings() {
-        // Idle: the two fixed shortcuts only; Escape belongs to the application in front.
-        QVERIFY(swallowed(keycode::V, kCtrlAlt));
-        QVERIFY(swallowed(keycode::R, kCtrlAlt));
-        QVERIFY(!swallowed(keycode::Escape, 0));
-        // With the double copy on, the correction shortcut is not acted on, so not taken.
-        QVERIFY(!swallowed(keycode::C, kCtrlAlt));
-
+        using L = QList<KeyCombo>;
+        const KeyCombo paste{keycode::V, kCtrlAlt}, speak{keycode::R, kCtrlAlt};
+        const KeyCombo escape = KeyCombo::withAnyModifiers(keycode::Escape);
+        const KeyCombo menu = KeyCombo::withAnyModifiers(keycode::Fn);
+        // Idle: the two fixed shortcuts only; Escape belongs to the application in front. With
+        // the double copy on, the correction shortcut is not acted on, so not taken.
+        QCOMPARE(keys().swallowed, (L{paste, speak}));
+        // Dictating: Escape whatever is held. In hold-to-talk the dictation key (AltGr, Right
+        // Ctrl, Right Super) is down with it, and Escape must not reach the application.
         dictating = true;
         monitor->refresh();
-        QVERIFY(swallowed(keycode::Escape, 0));
-        // Whatever is held: in hold-to-talk the dictation key (AltGr, Right Ctrl, Right Super)
-        // is down with it, and Escape must not reach the application (a dialog, vim).
-        QVERIFY(swallowed(keycode::Escape, modifier::Option));
-        QVERIFY(swallowed(keycode::Escape, modifier::Control));
-        QVERIFY(swallowed(keycode::Escape, modifier::Command | modifier::Shift));
+        QCOMPARE(keys().swallowed, (L{escape, paste, speak}));
         dictating = false;
         monitor->refresh();
-        QVERIFY(!swallowed(keycode::Escape, 0));
-
         // The shortcut replaces the double copy: taken from the moment the setting changes.
         settings().setCorrectionDoubleCopy(false);
-        QVERIFY(swallowed(keycode::C, kCtrlAlt));
-        settings().setCorrectionModifiers(modifier::Control | modifier::Shift);
-        QVERIFY(swallowed(keycode::C, modifier::Control | modifier::Shift));
-        QVERIFY(!swallowed(keycode::C, kCtrlAlt));
+        QCOMPARE(keys().swallowed, (L{paste, speak, {keycode::C, kCtrlAlt}}));
+        const KeyCombo correct{keycode::C, modifier::Control | modifier::Shift};
+        settings().setCorrectionModifiers(correct.modifiers);
+        QCOMPARE(keys().swallowed, (L{paste, speak, correct}));
         settings().setCorrectionShortcut(false);
-        QVERIFY(!swallowed(keycode::C, modifier::Control | modifier::Shift));
+        QCOMPARE(keys().swallowed, (L{paste, speak}));
+        // The Menu key only as the dictation key.
+        settings().setKey(DictationKey::Fn);
+        QCOMPARE(keys().swallowed, (L{menu, paste, speak}));
+        send({flagsEvent(keycode::Fn, modifier::FnDown), flagsEvent(keycode::Fn, modifier::FnDown),
+              flagsEvent(keycode::Fn, 0)});
+        QCOMPARE(counts(), "press=1 release=1");
 
-        // Capturing a shortcut in the settings: nothing but Escape of a running dictation.
+        // Capturing a shortcut in the settings: nothing but Escape of a running dictation, and
+        // the dictation key, which still works.
         settings().setCorrectionShortcut(true);
         dictating = true;
         monitor->setRecording(true);
-        QCOMPARE(keys().swallowed, QList<KeyCombo>{KeyCombo::withAnyModifiers(keycode::Escape)});
-        monitor->setRecording(false);
-        QVERIFY(swallowed(keycode::V, kCtrlAlt));
-    }
-
-    void menuKeyTakenOnlyAsTheDictationKey() {
-        // Another key chosen: the Menu key belongs to the application in front.
-        QVERIFY(!swallowed(keycode::Fn, 0));
-        settings().setKey(DictationKey::Fn);
-        QVERIFY(swallowed(keycode::Fn, 0));
-        QVERIFY(swallowed(keycode::Fn, modifier::Shift));
-        send(flagsEvent(keycode::Fn, modifier::FnDown));
-        send(flagsEvent(keycode::Fn, modifier::FnDown));
-        send(flagsEvent(keycode::Fn, 0));
-        QCOMPARE(calls.value("press"), 1);
-        QCOMPARE(calls.value("release"), 1);
-        // Capturing a shortcut leaves the dictation key working, so taken.
-        monitor->setRecording(true);
-        QVERIFY(swallowed(keycode::Fn, 0));
+        QCOMPARE(keys().swallowed, (L{escape, menu}));
         monitor->setRecording(false);
         settings().setKey(DictationKey::RightControl);
-        QVERIFY(!swallowed(keycode::Fn, 0));
+        QCOMPARE(keys().swallowed, (L{escape, paste, speak, correct}));
     }
 
     void escapeAndFixedShortcuts() {
-        send(keyDown(keycode::Escape, 0));
-        QCOMPARE(calls.value("cancel"), 0);
+        send({keyDown(keycode::Escape, 0)}); // idle: the application's
         dictating = true;
-        send(keyDown(keycode::Escape, 0));
-        QCOMPARE(calls.value("cancel"), 1);
         // With the dictation key held (AltGr reported as Alt), still the cancel.
-        send(keyDown(keycode::Escape, kRightAltDown));
-        send(keyDown(keycode::Escape, modifier::Control | modifier::RightControlDown));
-        QCOMPARE(calls.value("cancel"), 3);
+        send({keyDown(keycode::Escape, 0), keyDown(keycode::Escape, kRightAltDown),
+              keyDown(keycode::Escape, modifier::Control | modifier::RightControlDown)});
+        QCOMPARE(counts(), "cancel=3");
+        // Ctrl+AltGr+V, as French users type Ctrl+Alt+V; held down, one paste.
         dictating = false;
-        // Ctrl+AltGr+V, as French users type Ctrl+Alt+V.
-        send(keyDown(keycode::V, modifier::Control | kRightAltDown));
-        QCOMPARE(calls.value("pasteLast"), 1);
-        calls.remove("pasteLast");
+        send({keyDown(keycode::V, modifier::Control | kRightAltDown)});
         dictating = true;
-
-        // Held down: one paste, the repeats give nothing more.
-        send(keyDown(keycode::V, kCtrlAlt));
-        send(keyDown(keycode::V, kCtrlAlt, true));
-        send(keyDown(keycode::V, kCtrlAlt, true));
-        QCOMPARE(calls.value("pasteLast"), 1);
-        send(keyDown(keycode::R, kCtrlAlt | modifier::Shift)); // other modifiers: not ours
-        send(keyDown(keycode::R, kCtrlAlt));
-        QCOMPARE(calls.value("speak"), 1);
-
+        send({keyDown(keycode::V, kCtrlAlt), keyDown(keycode::V, kCtrlAlt, true),
+              keyDown(keycode::V, kCtrlAlt, true)});
+        QCOMPARE(counts(), "cancel=3 pasteLast=2");
+        // Other modifiers: not ours.
+        send({keyDown(keycode::R, kCtrlAlt | modifier::Shift), keyDown(keycode::R, kCtrlAlt)});
+        QCOMPARE(counts(), "cancel=3 pasteLast=2 speak=1");
         monitor->setRecording(true);
-        send(keyDown(keycode::V, kCtrlAlt));
-        send(keyDown(keycode::R, kCtrlAlt));
-        QCOMPARE(calls.value("pasteLast"), 1);
-        QCOMPARE(calls.value("speak"), 1);
-    }
-
-    void correctionShortcutOnlyWithoutDoubleCopy() {
-        send(keyDown(keycode::C, kCtrlAlt));
-        QCOMPARE(calls.value("correct"), 0);
-        settings().setCorrectionDoubleCopy(false);
-        send(keyDown(keycode::C, kCtrlAlt));
-        send(keyDown(keycode::C, kCtrlAlt, true));
-        QCOMPARE(calls.value("correct"), 1);
-        // A plain Ctrl+C counts for nothing now.
-        send(keyDown(keycode::C, modifier::Control));
-        send(keyDown(keycode::C, modifier::Control));
-        QTest::qWait(HotkeyMonitor::kDoubleCopyDelayMs + 100);
-        QCOMPARE(calls.value("double"), 0);
+        send({keyDown(keycode::V, kCtrlAlt), keyDown(keycode::R, kCtrlAlt)});
+        QCOMPARE(counts(), "cancel=3 pasteLast=2 speak=1");
     }
 
     void copyRuns() {
         ManualClock& clock = platform.clock();
         const KeyEvent copy = keyDown(keycode::C, modifier::Control);
-
         // Twice within half a second: the double comes after the delay, not before.
-        send(copy);
+        send({copy});
         clock.advance(300);
-        send(copy);
-        QCOMPARE(calls.value("double"), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(calls.value("double"), 1, 2000);
+        send({copy});
+        QCOMPARE(counts(), "");
+        QTRY_COMPARE_WITH_TIMEOUT(counts(), "double=1", 2000);
 
         // Three times: the triple at once, and the pending double then does nothing.
         clock.advance(5000);
-        send(copy);
+        send({copy});
         clock.advance(200);
-        send(copy);
+        send({copy});
         clock.advance(200);
-        send(copy);
-        QCOMPARE(calls.value("triple"), 1);
-        QTest::qWait(HotkeyMonitor::kDoubleCopyDelayMs + 100);
-        QCOMPARE(calls.value("double"), 1);
+        send({copy});
+        QCOMPARE(counts(), "double=1 triple=1");
 
         // Half a second apart: each starts a new run.
         clock.advance(5000);
-        send(copy);
+        send({copy});
         clock.advance(500);
-        send(copy);
+        send({copy});
         // Not the copy key: with Shift, repeated, posted by this program or by another.
         clock.advance(5000);
-        send(keyDown(keycode::C, modifier::Control | modifier::Shift));
-        send(keyDown(keycode::C, modifier::Control | modifier::Shift));
         KeyEvent own = copy;
         own.postedBySelf = true;
-        send(copy);
-        send(own);
-        send(keyDown(keycode::C, modifier::Control, true));
-        KeyEvent xtest = copy;
-        xtest.sourcePid = -1;
-        send(xtest);
+        send({keyDown(keycode::C, modifier::Control | modifier::Shift),
+              keyDown(keycode::C, modifier::Control | modifier::Shift), copy, own,
+              keyDown(keycode::C, modifier::Control, true),
+              keyDown(keycode::C, modifier::Control, false, -1)});
+        // The correction shortcut counts only without the double copy.
+        send({keyDown(keycode::C, kCtrlAlt)});
         QTest::qWait(HotkeyMonitor::kDoubleCopyDelayMs + 100);
-        QCOMPARE(calls.value("double"), 1);
+        QCOMPARE(counts(), "double=1 triple=1");
 
         // Keys of a remote desktop count when the user says so.
         settings().setAcceptPostedKeys(true);
         clock.advance(5000);
-        send(xtest);
-        send(xtest);
-        QTRY_COMPARE_WITH_TIMEOUT(calls.value("double"), 2, 2000);
-        QCOMPARE(calls.value("triple"), 1);
+        send({keyDown(keycode::C, modifier::Control, false, -1),
+              keyDown(keycode::C, modifier::Control, false, -1)});
+        QTRY_COMPARE_WITH_TIMEOUT(counts(), "double=2 triple=1", 2000);
+
+        // The shortcut instead of the double copy: a plain Ctrl+C counts for nothing then.
+        settings().setCorrectionDoubleCopy(false);
+        clock.advance(5000);
+        send({keyDown(keycode::C, kCtrlAlt), keyDown(keycode::C, kCtrlAlt, true), copy, copy});
+        QTest::qWait(HotkeyMonitor::kDoubleCopyDelayMs + 100);
+        QCOMPARE(counts(), "correct=1 double=2 triple=1");
     }
 
     void keyboardMissingIsLogged() {

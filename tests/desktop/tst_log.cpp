@@ -25,6 +25,12 @@ class TstLog : public QObject {
         QFile f(path_);
         return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
     }
+    // A file of an earlier run, its folder made.
+    static bool earlier(const QString& path, const QByteArray& content) {
+        QFile f(path);
+        return QDir().mkpath(QFileInfo(path).absolutePath()) && f.open(QIODevice::WriteOnly) &&
+               f.write(content) == content.size();
+    }
 
 private Q_SLOTS:
     void init() {
@@ -54,10 +60,7 @@ private Q_SLOTS:
     void sizeRuleAtFirstWrite() {
         QFETCH(int, existing);
         QFETCH(bool, kept);
-        QVERIFY(QDir().mkpath(QFileInfo(path_).absolutePath()));
-        QFile old(path_);
-        QVERIFY(old.open(QIODevice::WriteOnly) && old.write(QByteArray(existing, 'x')) == existing);
-        old.close();
+        QVERIFY(earlier(path_, QByteArray(existing, 'x')));
         Log::write(QStringLiteral("premier"));
         const QByteArray line = "2026-03-14T09:26:53.000Z premier\n";
         QCOMPARE(journal(), (kept ? QByteArray(existing, 'x') : QByteArray()) + line);
@@ -73,10 +76,7 @@ private Q_SLOTS:
     void firstLineMovesTheFormerDataFolderFirst() {
         const QString home = dir_.filePath(QStringLiteral("xdg"));
         qputenv("XDG_DATA_HOME", home.toUtf8());
-        QVERIFY(QDir().mkpath(home + QStringLiteral("/Talvo")));
-        QFile old(home + QStringLiteral("/Talvo/talvo.log"));
-        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("ancien\n") == 7);
-        old.close();
+        QVERIFY(earlier(home + QStringLiteral("/Talvo/talvo.log"), "ancien\n"));
         Log::resetForTests(); // the default place, as in a real run
         Log::write(QStringLiteral("premier"));
         path_ = home + QStringLiteral("/Ombry Voice/journal.log");
@@ -103,8 +103,7 @@ private Q_SLOTS:
         QCOMPARE(lines.size(), kThreads * kLines + 1);
         std::vector<int> next(kThreads, 0); // each thread's lines come in its own order
         for (int i = 0; i < kThreads * kLines; ++i) {
-            const int t = lines[i].size() > 28 ? lines[i].at(28) - '0' : -1;
-            QVERIFY2(t >= 0 && t < kThreads, lines[i].left(80).constData());
+            const int t = qBound(0, lines[i].size() > 28 ? lines[i].at(28) - '0' : 0, kThreads - 1);
             QCOMPARE(QString::fromUtf8(lines[i]),
                      QStringLiteral("2026-03-14T09:26:53.000Z ") + line(t, next[size_t(t)]++));
         }

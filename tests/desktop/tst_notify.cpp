@@ -60,18 +60,16 @@ private Q_SLOTS:
         // The service answers on this thread's event loop, which has not turned yet: post()
         // returned without waiting for it.
         QVERIFY(service.calls.isEmpty());
-        QTRY_COMPARE(service.calls.size(), 1);
-        QCOMPARE(service.calls[0], QStringList({"Ombry Voice", "0", "ombry-voice",
-                                                "Crédits épuisés", "Recharge ton compte", "-1"}));
-
-        // From a thread that has no event loop of its own.
-        std::thread([&] { notifier->post(QStringLiteral("fil"), QStringLiteral("b")); }).join();
+        // From a thread that has no event loop of its own; the body is markup for the server:
+        // what would start a tag or an entity is escaped.
+        std::thread([&] {
+            notifier->post(QStringLiteral("fil"), QStringLiteral("x < 2 & y > 3"));
+        }).join();
         QTRY_COMPARE(service.calls.size(), 2);
-        QCOMPARE(service.calls[1][3], QStringLiteral("fil"));
-        // The body is markup for the server: what would start a tag or an entity is escaped.
-        notifier->post(QStringLiteral("t"), QStringLiteral("x < 2 & y > 3"));
-        QTRY_COMPARE(service.calls.size(), 3);
-        QCOMPARE(service.calls[2][4], QStringLiteral("x &lt; 2 &amp; y &gt; 3"));
+        QVERIFY(service.calls.contains(QStringList(
+            {"Ombry Voice", "0", "ombry-voice", "Crédits épuisés", "Recharge ton compte", "-1"})));
+        QVERIFY(service.calls.contains(QStringList(
+            {"Ombry Voice", "0", "ombry-voice", "fil", "x &lt; 2 &amp; y &gt; 3", "-1"})));
         QDBusConnection::disconnectFromBus(QStringLiteral("fake"));
     }
 };

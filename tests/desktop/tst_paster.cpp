@@ -1,6 +1,8 @@
 // The paster on the fake desktop: the paste and copy keys each kind of window gets, the
 // user's clipboard (and PRIMARY selection) coming back only once the target itself read the
-// text, on the platform clock, the wait for the user's modifiers, and reading the selection.
+// text, on the platform clock, the wait for the user's modifiers, reading the selection, and
+// what it takes from the focused element of the window in front (selection, editable state,
+// whether a pasted text arrived).
 #include "Await.h"
 #include "FakePlatform.h"
 
@@ -11,16 +13,14 @@
 
 using namespace ombry;
 using namespace ombry::test;
+using Paster::CopyKeys;
 
 namespace {
 
-AppWindow windowOf(const QString& windowClass, const QString& appId = {}) {
-    AppWindow w;
-    w.id = 7;
-    w.windowClass = windowClass;
-    w.appId = appId.isEmpty() ? windowClass.toLower() : appId;
-    w.name = windowClass;
-    return w;
+// A window by "class/appId"; without an appId, the lower-case class is the id.
+AppWindow windowOf(const QString& spec) {
+    const QStringList p = spec.split(QLatin1Char('/'));
+    return AppWindow{7, p.value(1, p[0].toLower()), p[0], p[0], 0};
 }
 
 const ClipboardSnapshot kUserClipboard{
@@ -33,9 +33,24 @@ const KeyCombo kCtrlV{keycode::V, modifier::Control};
 const KeyCombo kCtrlShiftV{keycode::V, modifier::Control | modifier::Shift};
 const KeyCombo kShiftInsert{keycode::Insert, modifier::Shift};
 const KeyCombo kCtrlC{keycode::C, modifier::Control};
-const KeyCombo kCtrlShiftC{keycode::C, modifier::Control | modifier::Shift};
+
+constexpr int64_t kEditorPid = 31;
+
+FocusedElement element(int count, int caret, std::optional<QString> selection = {}) {
+    FocusedElement e;
+    e.element = {":1.9", "/org/a11y/atspi/accessible/3"};
+    e.pid = kEditorPid;
+    e.editable = true;
+    e.hasText = true;
+    e.characterCount = count;
+    e.caretOffset = caret;
+    e.selection = std::move(selection);
+    return e;
+}
 
 } // namespace
+
+Q_DECLARE_METATYPE(ombry::FocusedElement)
 
 class TstPaster : public QObject {
     Q_OBJECT
@@ -44,7 +59,6 @@ class TstPaster : public QObject {
 
     FakeClipboard& clip() { return platform.clipboard(); }
     QList<KeyCombo>& posted() { return platform.keyPoster().posted; }
-    std::optional<QString> pastedText() { return clip().text(); }
 
     // A paste with restore, awaited until its keys were posted.
     void pasteRestoring(const QString& text, std::optional<ClipboardSnapshot> saved = {}) {
@@ -57,6 +71,11 @@ class TstPaster : public QObject {
         platform.clock().advance(ms);
         QTest::qWait(realMs);
     }
+    // Moves the clock on and waits for the user's clipboard to be back.
+    bool restoredAfter(int64_t ms) {
+        platform.clock().advance(ms);
+        return QTest::qWaitFor([&] { return clip().content == kUserClipboard; }, 1000);
+    }
 
 private Q_SLOTS:
     void init() {
@@ -67,53 +86,36 @@ private Q_SLOTS:
         platform.keyPoster().onPost = {};
         platform.keyboard().flags = 0;
         platform.windows().front = windowOf("firefox");
+        platform.accessibility().focus.reset();
+        platform.clipboard().primaryInFront = true;
         settled.reset();
     }
 
     void eachWindowGetsTheKeysItUnderstands() {
-        struct Case {
-            AppWindow window;
+        const struct {
+            QStringList windows;
             KeyCombo paste;
-            Paster::CopyKeys copy;
-        };
-        using Paster::CopyKeys;
-        const QList<Case> cases{
-            {windowOf("firefox"), kCtrlV, CopyKeys::ControlC},
-            {windowOf("", "org.mozilla.firefox"), kCtrlV, CopyKeys::ControlC},
-            {windowOf("Gnome-terminal"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("gnome-terminal-server", "org.gnome.Terminal"), kCtrlShiftV,
+            CopyKeys copy;
+        } groups[] = {
+            {{"firefox", "/org.mozilla.firefox", ""}, kCtrlV, CopyKeys::ControlC},
+            {{"Gnome-terminal", "gnome-terminal-server/org.gnome.Terminal", "/org.gnome.Ptyxis",
+              "kitty"},
+             kCtrlShiftV,
              CopyKeys::ControlShiftC},
-            {windowOf("konsole"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("kitty"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("Alacritty"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("org.wezfurlong.wezterm"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("foot"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("st-256color"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("Ptyxis", "org.gnome.Ptyxis"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("", "org.gnome.Ptyxis"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("Blackbox", "com.raggesilver.BlackBox"), kCtrlShiftV,
-             CopyKeys::ControlShiftC},
-            {windowOf("com.mitchellh.ghostty"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("Tabby"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("Hyper"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("cool-retro-term"), kCtrlShiftV, CopyKeys::ControlShiftC},
-            {windowOf("XTerm"), kShiftInsert, CopyKeys::None},
-            {windowOf("URxvt"), kShiftInsert, CopyKeys::None},
-            {windowOf("mlterm"), kShiftInsert, CopyKeys::None},
-            {windowOf(""), kCtrlV, CopyKeys::ControlC},
+            {{"XTerm", "URxvt"}, kShiftInsert, CopyKeys::None},
         };
-        for (const Case& c : cases) {
-            const QString name = c.window.windowClass + QLatin1Char('/') + c.window.appId;
-            QVERIFY2(Paster::copyKeysFor(c.window) == c.copy, qPrintable(name));
-            posted().clear();
-            clip().select(std::nullopt);
-            platform.windows().front = c.window;
-            await(Paster::paste("ls -la", false));
-            QVERIFY2(posted() == QList<KeyCombo>{c.paste}, qPrintable(name));
-            QCOMPARE(clip().text(), std::optional<QString>("ls -la"));
-            // Shift+Insert pastes PRIMARY: the text is there too.
-            QCOMPARE(clip().selection.has_value(), c.paste == kShiftInsert);
-        }
+        for (const auto& g : groups)
+            for (const QString& spec : g.windows) {
+                QVERIFY2(Paster::copyKeysFor(windowOf(spec)) == g.copy, qPrintable(spec));
+                posted().clear();
+                clip().select(std::nullopt);
+                platform.windows().front = windowOf(spec);
+                await(Paster::paste("ls -la", false));
+                QVERIFY2(posted() == QList<KeyCombo>{g.paste}, qPrintable(spec));
+                QCOMPARE(clip().text(), std::optional<QString>("ls -la"));
+                // Shift+Insert pastes PRIMARY: the text is there too.
+                QCOMPARE(clip().selection.has_value(), g.paste == kShiftInsert);
+            }
         platform.windows().front.reset(); // nothing in front: the ordinary paste
         posted().clear();
         await(Paster::paste("x", false));
@@ -122,134 +124,106 @@ private Q_SLOTS:
 
     // A clipboard manager (CopyQ, Parcellite, Klipper…) copies every new content at once; a
     // slow target (an office suite, an Electron application) reads it much later. Only the
-    // target's own read brings the user's clipboard back, kAfterFetchMs after it.
-    void onlyTheTargetsReadBringsTheClipboardBack() {
-        pasteRestoring("Bonjour à tous.");
-        QCOMPARE(clip().fetchByAnotherApplication(), std::optional<QString>("Bonjour à tous."));
-        advance(1000);
-        QCOMPARE(pastedText(), std::optional<QString>("Bonjour à tous."));
+    // target's own read brings the user's clipboard back: kAfterFetchMs after it, no sooner
+    // than kMinHoldMs after the keys (for the further formats it may ask for), and at the
+    // time-out at the latest. With no window known in front, any reader counts.
+    void theClipboardComesBackOnceTheTargetReadIt_data() {
+        QTest::addColumn<bool>("front");    // a window known in front
+        QTest::addColumn<int>("managerAt"); // when another client reads (-1: never)
+        QTest::addColumn<int>("targetAt");  // when the window in front reads (-1: never)
+        QTest::addColumn<int>("backAt");
+        QTest::addColumn<bool>("read"); // what the paste reports
+        using namespace Paster;
+        QTest::newRow("slow target") << true << 0 << 1000 << 1000 + kAfterFetchMs << true;
+        QTest::newRow("early read") << true << -1 << 0 << kMinHoldMs << true;
+        QTest::newRow("no window known") << false << 0 << -1 << kMinHoldMs << true;
+        QTest::newRow("only a manager") << true << 0 << -1 << kRestoreTimeoutMs << false;
+        QTest::newRow("late read")
+            << true << -1 << kRestoreTimeoutMs - 100 << kRestoreTimeoutMs << true;
+    }
+    void theClipboardComesBackOnceTheTargetReadIt() {
+        QFETCH(bool, front);
+        QFETCH(int, managerAt);
+        QFETCH(int, targetAt);
+        QFETCH(int, backAt);
+        QFETCH(bool, read);
+        if (!front) platform.windows().front.reset();
+        const std::optional<QString> text = QStringLiteral("Bonjour à tous.");
+        pasteRestoring(*text);
+        int now = 0;
+        for (const auto& [at, byTarget] : {std::pair{managerAt, false}, {targetAt, true}}) {
+            if (at < 0) continue;
+            advance(at - now);
+            now = at;
+            QCOMPARE(byTarget ? clip().fetch() : clip().fetchByAnotherApplication(), text);
+        }
+        advance(backAt - now - 1);
+        QCOMPARE(clip().text(), text);
         QVERIFY(!settled);
-
-        QCOMPARE(clip().fetch(platform.windows().front->id),
-                 std::optional<QString>("Bonjour à tous."));
-        advance(Paster::kAfterFetchMs - 20);
-        QCOMPARE(pastedText(), std::optional<QString>("Bonjour à tous."));
-        advance(20, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
-        QCOMPARE(settled, std::optional<bool>(true));
+        QVERIFY(restoredAfter(1));
+        QCOMPARE(settled, std::optional<bool>(read));
     }
 
-    // The target may read at once: the text stays kMinHoldMs after the keys all the same, for
-    // the further formats it may ask for.
-    void anEarlyReadStillLeavesTheTextItsTime() {
-        pasteRestoring("tout de suite");
-        clip().fetch();
-        advance(Paster::kAfterFetchMs);
-        advance(Paster::kMinHoldMs - Paster::kAfterFetchMs - 10);
-        QCOMPARE(pastedText(), std::optional<QString>("tout de suite"));
-        advance(10, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
-        QCOMPARE(settled, std::optional<bool>(true));
-
-        // With no window known in front, any reader counts, with the same least time.
-        platform.windows().front.reset();
-        pasteRestoring("sans cible");
-        clip().fetchByAnotherApplication();
-        advance(Paster::kMinHoldMs - 10);
-        QCOMPARE(pastedText(), std::optional<QString>("sans cible"));
-        advance(10, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
-        QCOMPARE(settled, std::optional<bool>(true));
-    }
-
-    void withoutTheTargetsReadTheClipboardComesBackAfterTheTimeOut() {
-        pasteRestoring("personne ne lit");
-        clip().fetchByAnotherApplication();
-        advance(Paster::kRestoreTimeoutMs - 1);
-        QCOMPARE(pastedText(), std::optional<QString>("personne ne lit"));
-        advance(1, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
-        QCOMPARE(settled, std::optional<bool>(false));
-
-        // A target that reads late in the wait still has it until the time-out at most.
-        pasteRestoring("lu tard");
-        advance(Paster::kRestoreTimeoutMs - 100);
-        clip().fetch();
-        advance(99);
-        QCOMPARE(pastedText(), std::optional<QString>("lu tard"));
-        advance(1, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
-        QCOMPARE(settled, std::optional<bool>(true));
-    }
-
-    void theUsersClipboardComesBackWhateverCameBetween() {
+    void whatComesBack() {
         // A second paste before the first was read: the user's clipboard still comes back,
         // not the first pasted text.
         await(Paster::paste("un", true));
         pasteRestoring("deux");
         QCOMPARE(clip().fetch(), std::optional<QString>("deux"));
-        advance(Paster::kMinHoldMs, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
+        QVERIFY(restoredAfter(Paster::kMinHoldMs));
 
         // A saved snapshot wins over the clipboard of the moment; an empty one clears.
         pasteRestoring("deux", ClipboardSnapshot{});
         clip().fetch();
-        advance(Paster::kMinHoldMs, 0);
+        platform.clock().advance(Paster::kMinHoldMs);
         QTRY_VERIFY_WITH_TIMEOUT(clip().content.isEmpty(), 1000);
-    }
 
-    // xterm pastes PRIMARY: the selection the user had comes back as well as the clipboard,
-    // unless the user selected something else meanwhile.
-    void aShiftInsertPasteGivesBackThePrimarySelectionToo() {
-        platform.windows().front = windowOf("XTerm", "xterm");
-        clip().select("choix d'avant");
-        pasteRestoring("make test");
-        QCOMPARE(clip().selection, std::optional<QString>("make test"));
-        QCOMPARE(clip().fetch(), std::optional<QString>("make test"));
-        advance(Paster::kMinHoldMs, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().selection, std::optional<QString>("choix d'avant"), 1000);
-        QCOMPARE(clip().content, kUserClipboard);
-
-        // Nothing was selected before: nothing is after.
-        clip().select(std::nullopt);
-        pasteRestoring("ls");
-        clip().fetch();
-        advance(Paster::kMinHoldMs, 0);
-        QTRY_VERIFY_WITH_TIMEOUT(!clip().selection, 1000);
-
-        // A new selection made during the wait is the user's: it stays.
-        clip().select("choix d'avant");
-        pasteRestoring("pwd");
-        clip().select("choix d'après");
-        advance(Paster::kRestoreTimeoutMs, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
-        QCOMPARE(clip().selection, std::optional<QString>("choix d'après"));
-
-        // Ctrl+V pastes leave PRIMARY alone.
-        platform.windows().front = windowOf("firefox");
-        clip().select("choix d'avant");
-        const uint64_t selections = clip().selectionChanges;
-        pasteRestoring("texte");
-        clip().fetch();
-        advance(Paster::kMinHoldMs, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(clip().content, kUserClipboard, 1000);
-        QCOMPARE(clip().selectionChanges, selections);
-    }
-
-    void noRestoreWhenNotAskedOrWhenTheUserCopiedMeanwhile() {
+        // No restore when not asked, nor when the user copied before the target read.
         settled.reset();
         await(Paster::paste("reste", false, std::nullopt, [this](bool t) { settled = t; }));
         clip().fetch();
         advance(Paster::kRestoreTimeoutMs, 0);
         QTRY_COMPARE_WITH_TIMEOUT(settled, std::optional<bool>(true), 1000);
         QCOMPARE(clip().text(), std::optional<QString>("reste"));
-
-        clip().restore(kUserClipboard);
         pasteRestoring("texte");
-        clip().setText("copié ensuite", false, {}); // the user copies before the target reads
+        clip().setText("copié ensuite", false, {});
         advance(Paster::kRestoreTimeoutMs);
         QCOMPARE(clip().text(), std::optional<QString>("copié ensuite"));
         QCOMPARE(settled, std::optional<bool>(false));
+    }
+
+    // xterm pastes PRIMARY: the selection the user had comes back as well as the clipboard,
+    // unless the user selected something else meanwhile.
+    void aShiftInsertPasteGivesBackThePrimarySelectionToo() {
+        platform.windows().front = windowOf("XTerm");
+        clip().select("choix d'avant");
+        pasteRestoring("make test");
+        QCOMPARE(clip().selection, std::optional<QString>("make test"));
+        QCOMPARE(clip().fetch(), std::optional<QString>("make test"));
+        QVERIFY(restoredAfter(Paster::kMinHoldMs));
+        QCOMPARE(clip().selection, std::optional<QString>("choix d'avant"));
+
+        // Nothing was selected before: nothing is after.
+        clip().select(std::nullopt);
+        pasteRestoring("ls");
+        clip().fetch();
+        platform.clock().advance(Paster::kMinHoldMs);
+        QTRY_VERIFY_WITH_TIMEOUT(!clip().selection, 1000);
+
+        // A new selection made during the wait is the user's: it stays.
+        clip().select("choix d'avant");
+        pasteRestoring("pwd");
+        clip().select("choix d'après");
+        QVERIFY(restoredAfter(Paster::kRestoreTimeoutMs));
+        QCOMPARE(clip().selection, std::optional<QString>("choix d'après"));
+
+        // Ctrl+V pastes leave PRIMARY alone.
+        platform.windows().front = windowOf("firefox");
+        const uint64_t selections = clip().selectionChanges;
+        pasteRestoring("texte");
+        clip().fetch();
+        QVERIFY(restoredAfter(Paster::kMinHoldMs));
+        QCOMPARE(clip().selectionChanges, selections);
     }
 
     void keysWaitUntilTheUserLetsGoOfModifiers() {
@@ -260,8 +234,7 @@ private Q_SLOTS:
             *d = true;
         }(&done);
         QTest::qWait(400);
-        QVERIFY(posted().isEmpty());
-        QVERIFY(!done);
+        QVERIFY(posted().isEmpty() && !done);
         QElapsedTimer t;
         t.start();
         platform.keyboard().flags = modifier::RightOptionDown; // a device bit alone is no modifier
@@ -270,59 +243,54 @@ private Q_SLOTS:
         QCOMPARE(posted().size(), 1);
 
         // A modifier that never comes up: given up after two seconds.
-        posted().clear();
         platform.keyboard().flags = modifier::Shift;
         t.restart();
         await(Paster::paste("texte", false));
         QVERIFY(t.elapsed() >= 1900);
-        QCOMPARE(posted().size(), 1);
+        QCOMPARE(posted().size(), 2);
     }
 
-    void copySelectionReadsPrimaryElseCopies() {
-        clip().selection = "  mot choisi\n";
-        QCOMPARE(await(Paster::copySelection()), std::optional<QString>("  mot choisi\n"));
-        QVERIFY(posted().isEmpty());
-        QCOMPARE(clip().content, kUserClipboard);
-
-        // A blank selection: Ctrl+C, and the application answers with its text.
-        clip().selection = " \n";
-        platform.keyPoster().onPost = [this](const KeyCombo&) {
-            QTimer::singleShot(100, [this] { clip().setText("copié", false, {}); });
+    // The selection is PRIMARY when it holds more than blanks; else the window's copy key and
+    // what the application puts on the clipboard, after a second of polling at most, nothing
+    // when nothing came (the clipboard was cleared first). In a terminal Ctrl+C would
+    // interrupt the running job: its own copy key, or none in xterm, whose selection is
+    // PRIMARY already.
+    void copySelection() {
+        const struct {
+            const char* window;
+            std::optional<QString> primary, answer, result;
+            QList<KeyCombo> keys;
+            int minMs, maxMs;
+        } rows[] = {
+            {"firefox", "  mot choisi\n", {}, "  mot choisi\n", {}, 0, 600},
+            {"firefox", " \n", "copié", "copié", {kCtrlC}, 0, 600},
+            {"firefox", {}, {}, {}, {kCtrlC}, 950, 5000},
+            {"Gnome-terminal/org.gnome.Terminal",
+             {},
+             "make -j2",
+             "make -j2",
+             {{keycode::C, modifier::Control | modifier::Shift}},
+             0,
+             600},
+            {"XTerm", {}, {}, {}, {}, 0, 500},
+            {"XTerm", "tail -f", {}, "tail -f", {}, 0, 500},
         };
-        QElapsedTimer t;
-        t.start();
-        QCOMPARE(await(Paster::copySelection()), std::optional<QString>("copié"));
-        QCOMPARE(posted(), QList<KeyCombo>{kCtrlC});
-        QVERIFY(t.elapsed() < 600);
-
-        // Nothing selected anywhere: a second of polling, and nothing, since it was cleared.
-        platform.keyPoster().onPost = {};
-        clip().selection.reset();
-        t.restart();
-        QCOMPARE(await(Paster::copySelection()), std::nullopt);
-        QVERIFY(t.elapsed() >= 950);
-    }
-
-    // In a terminal Ctrl+C would interrupt the running job: its own copy key, or none.
-    void copySelectionInATerminalNeverSendsControlC() {
-        platform.windows().front = windowOf("Gnome-terminal", "org.gnome.Terminal");
-        platform.keyPoster().onPost = [this](const KeyCombo&) {
-            QTimer::singleShot(50, [this] { clip().setText("make -j2", false, {}); });
-        };
-        QCOMPARE(await(Paster::copySelection()), std::optional<QString>("make -j2"));
-        QCOMPARE(posted(), QList<KeyCombo>{kCtrlShiftC});
-
-        // xterm has no copy key: what is selected in it is PRIMARY, read before any key.
-        posted().clear();
-        platform.windows().front = windowOf("XTerm", "xterm");
-        QElapsedTimer t;
-        t.start();
-        QCOMPARE(await(Paster::copySelection()), std::nullopt);
-        QVERIFY(posted().isEmpty());
-        QVERIFY(t.elapsed() < 500);
-        clip().selection = "tail -f";
-        QCOMPARE(await(Paster::copySelection()), std::optional<QString>("tail -f"));
-        QVERIFY(posted().isEmpty());
+        for (const auto& r : rows) {
+            platform.windows().front = windowOf(r.window);
+            clip().selection = r.primary;
+            posted().clear();
+            platform.keyPoster().onPost = [this, answer = r.answer](const KeyCombo&) {
+                if (answer)
+                    QTimer::singleShot(50, [this, answer] { clip().setText(*answer, false, {}); });
+            };
+            const uint64_t changes = clip().changeCount();
+            QElapsedTimer t;
+            t.start();
+            QCOMPARE(await(Paster::copySelection()), r.result);
+            QVERIFY2(t.elapsed() >= r.minMs && t.elapsed() < r.maxMs, r.window);
+            QCOMPARE(posted(), r.keys);
+            if (r.keys.isEmpty()) QCOMPARE(clip().changeCount(), changes);
+        }
     }
 
     // Where no key can be posted (a desktop that refused), the text is left on the clipboard,
@@ -334,7 +302,7 @@ private Q_SLOTS:
         pasteRestoring("Bonjour.");
         QCOMPARE(settled, std::optional<bool>(false));
         advance(Paster::kRestoreTimeoutMs + 100);
-        QCOMPARE(pastedText(), std::optional<QString>("Bonjour."));
+        QCOMPARE(clip().text(), std::optional<QString>("Bonjour."));
         platform.keyPoster().fails = false;
 
         clip().restore(kUserClipboard);
@@ -351,16 +319,73 @@ private Q_SLOTS:
         QCOMPARE(clip().changeCount(), changes);
 
         o.remoteDesktopPortalVersion = 0;
-        o.virtualKeyboard = true;
-        o.dataControl = true;
+        o.virtualKeyboard = o.dataControl = true;
         platform.keyPoster().onPost = [this](const KeyCombo&) {
             clip().onFetched({}); // a read by some client, which Wayland does not name
         };
         pasteRestoring("Salut.");
-        advance(Paster::kMinHoldMs + 50);
+        QVERIFY(restoredAfter(Paster::kMinHoldMs + 50));
         QCOMPARE(settled, std::optional<bool>(true));
-        QCOMPARE(clip().content, kUserClipboard);
         platform.session().offered = FakeSession().offered;
+    }
+
+    // The application in front answers: its selection, even empty, is the selection, and
+    // PRIMARY is not looked at; its editable state is the answer. A focus reported by another
+    // process than the window in front's is not the user's, nor is a focus never reported:
+    // then PRIMARY when the window in front owns it, and editable unknown.
+    void theApplicationInFront() {
+        platform.windows().front =
+            AppWindow{5, "org.gnome.TextEditor", "Éditeur", "editor", kEditorPid};
+        platform.clipboard().selection = QStringLiteral("sélection primaire");
+        platform.accessibility().focus = element(20, 5, QStringLiteral("mot"));
+        QCOMPARE(await(Paster::selectedTextViaAX()), std::optional<QString>("mot"));
+        platform.accessibility().focus = element(20, 5);
+        QCOMPARE(await(Paster::selectedTextViaAX()), std::nullopt);
+        QCOMPARE(await(Paster::focusedIsEditable()), std::optional<bool>(true));
+        platform.accessibility().focus->editable = false;
+        QCOMPARE(await(Paster::focusedIsEditable()), std::optional<bool>(false));
+
+        platform.accessibility().focus->pid = kEditorPid + 1;
+        platform.accessibility().focus->selection = QStringLiteral("autre appli");
+        QCOMPARE(await(Paster::selectedTextViaAX()), std::optional<QString>("sélection primaire"));
+        QCOMPARE(await(Paster::focusedIsEditable()), std::nullopt);
+        platform.accessibility().focus.reset();
+        QCOMPARE(await(Paster::selectedTextViaAX()), std::optional<QString>("sélection primaire"));
+        platform.clipboard().primaryInFront = false;
+        QCOMPARE(await(Paster::selectedTextViaAX()), std::nullopt);
+        QCOMPARE(await(Paster::focusedIsEditable()), std::nullopt);
+    }
+
+    // A paste arrived when the text grew by its length less the selection it replaced, or
+    // when the text before the caret is the pasted text.
+    void landed_data() {
+        QTest::addColumn<FocusedElement>("before");
+        QTest::addColumn<FocusedElement>("after");
+        QTest::addColumn<QString>("beforeCaret");
+        QTest::addColumn<bool>("arrived");
+        const QString text = QStringLiteral("Été 😀");
+        QTest::newRow("appended") << element(10, 10) << element(15, 15) << "" << true;
+        QTest::newRow("inserted, caret read late")
+            << element(10, 3) << element(15, 3) << "" << true;
+        QTest::newRow("replaced a selection of the same length")
+            << element(10, 8, QStringLiteral("abcde")) << element(10, 8) << text << true;
+        QTest::newRow("replaced a longer selection")
+            << element(10, 8, QStringLiteral("abcdefg")) << element(8, 6) << text << true;
+        QTest::newRow("nothing changed") << element(10, 10) << element(10, 10) << "" << false;
+        QTest::newRow("the selection was only deleted")
+            << element(10, 8, QStringLiteral("abcde")) << element(5, 3) << "" << false;
+        QTest::newRow("something else was typed")
+            << element(10, 10) << element(11, 11) << "x" << false;
+    }
+    void landed() {
+        QFETCH(FocusedElement, before);
+        QFETCH(FocusedElement, after);
+        QFETCH(QString, beforeCaret);
+        QFETCH(bool, arrived);
+        QCOMPARE(Paster::landed(before, after, QStringLiteral("Été 😀"),
+                                beforeCaret.isEmpty() ? std::nullopt
+                                                      : std::optional<QString>(beforeCaret)),
+                 arrived);
     }
 };
 

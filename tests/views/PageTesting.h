@@ -61,8 +61,7 @@ template <class W> W* named(QWidget* root, const char* name) {
     return nullptr;
 }
 
-// Measures how long the event loop goes without turning: a 5 ms timer notes the longest gap
-// between its ticks while it runs.
+// The longest the event loop went without turning, seen by a 5 ms timer.
 class LoopProbe : public QObject {
 public:
     LoopProbe() {

@@ -31,11 +31,8 @@ private Q_SLOTS:
         // An event that did not come back (the hook was not listening) is passed over.
         QCOMPARE(ledger.claim(37, false, t).claim, KeyClaim::Own);
         QCOMPARE(ledger.pending(), size_t(0));
-    }
 
-    void forgottenAfterTheTimeOut() {
-        OwnKeyLedger ledger;
-        const auto t = OwnKeyLedger::Clock::now();
+        // Forgotten after the time-out.
         ledger.expect(64, false, {true, std::nullopt}, t);
         ledger.expect(55, true, {}, t);
         QCOMPARE(ledger.claim(64, false, t + 1s).claim, KeyClaim::Transparent);

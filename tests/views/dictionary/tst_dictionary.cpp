@@ -1,17 +1,12 @@
-// The dictionary: the rules of its edits on a store in a temporary folder, then the page used
-// as a user would (typing, Enter, clicking, double-clicking a word), checking what it shows,
-// what the store holds and what reaches the files.
+// The dictionary's edits on a store in a temporary folder, then the page used as a user would,
+// checked in what it shows and what the store holds (the files are the store's tests').
 #include "../PageTesting.h"
 #include "FakePlatform.h"
 #include "data/Store.h"
-#include "platform/SerialQueue.h"
 #include "views/dictionary/DictionaryModel.h"
 #include "views/dictionary/DictionaryView.h"
 
 #include <QApplication>
-#include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -44,14 +39,6 @@ class TstDictionary : public QObject {
     std::unique_ptr<QTemporaryDir> dir_;
     std::unique_ptr<Store> store_;
 
-    QJsonArray savedFile(const QString& name) {
-        platform_.clock().advance(Store::kSaveDelayMs);
-        store_->ioQueue().sync([] {});
-        QFile f(store_->folder() + u'/' + name);
-        if (!f.open(QIODevice::ReadOnly)) return {};
-        return QJsonDocument::fromJson(f.readAll()).array();
-    }
-
 private Q_SLOTS:
     void init() {
         dir_ = std::make_unique<QTemporaryDir>();
@@ -67,7 +54,6 @@ private Q_SLOTS:
         QString field = QStringLiteral("  Ombry\t ");
         QVERIFY(editor.addWord(field));
         QCOMPARE(field, QString());
-        QCOMPARE(store_->words(), QStringList{QStringLiteral("Ombry")});
         // Again: nothing changes, and the field keeps what was typed.
         field = QStringLiteral(" Ombry");
         QVERIFY(!editor.addWord(field));
@@ -140,7 +126,6 @@ private Q_SLOTS:
         // A word typed and added with the button, another with Enter.
         auto* newWord = page.findChild<QLineEdit*>(QStringLiteral("newWord"));
         auto* addWord = page.findChild<QPushButton*>(QStringLiteral("addWord"));
-        QVERIFY(newWord && addWord);
         QVERIFY(!addWord->isEnabled());
         QTest::keyClicks(newWord, QStringLiteral("  Ombry "));
         QVERIFY(addWord->isEnabled());
@@ -150,14 +135,6 @@ private Q_SLOTS:
         QTest::keyClick(newWord, Qt::Key_Return);
         QCOMPARE(store_->words(), (QStringList{"Qt", "Ombry", "Kubernetes"}));
         QTRY_VERIFY(chip(page, QStringLiteral("Kubernetes")));
-        QCOMPARE(savedFile(QStringLiteral("words.json")),
-                 (QJsonArray{"Qt", "Ombry", "Kubernetes"}));
-        // Already there: nothing happens and the field keeps the word.
-        QTest::keyClicks(newWord, QStringLiteral("Ombry"));
-        QTest::keyClick(newWord, Qt::Key_Return);
-        QCOMPARE(newWord->text(), QStringLiteral("Ombry"));
-        QCOMPARE(store_->words().size(), 3);
-        newWord->clear();
 
         // The cross of a chip removes its word.
         QTest::mouseClick(chip(page, QStringLiteral("Qt"))->findChild<QToolButton*>(),
@@ -182,14 +159,10 @@ private Q_SLOTS:
         auto* trigger = page.findChild<QLineEdit*>(QStringLiteral("snippetTrigger"));
         auto* text = page.findChild<QLineEdit*>(QStringLiteral("snippetText"));
         auto* addSnippet = page.findChild<QPushButton*>(QStringLiteral("addSnippet"));
-        QCOMPARE(trigger->placeholderText(), QStringLiteral("Quand je dis"));
-        QCOMPARE(text->placeholderText(), QStringLiteral("Ombry Voice écrit"));
         QTest::keyClicks(trigger, QStringLiteral("mon adresse"));
         QVERIFY(!addSnippet->isEnabled());
         QTest::keyClicks(text, QStringLiteral("12 rue des Lilas"));
         QTest::keyClick(text, Qt::Key_Return);
-        QCOMPARE(store_->snippets().size(), 1);
-        QCOMPARE(store_->snippets().at(0).trigger, QStringLiteral("mon adresse"));
         QCOMPARE(store_->snippets().at(0).text, QStringLiteral("12 rue des Lilas"));
         QVERIFY(trigger->text().isEmpty() && text->text().isEmpty());
         QTRY_COMPARE(rowsNamed(page, QStringLiteral("snippetRow")).size(), 1);
@@ -209,7 +182,6 @@ private Q_SLOTS:
         // Editing the second row in place changes that record only.
         QWidget* second = rowsNamed(page, QStringLiteral("correctionRow")).at(1);
         const QUuid secondId = second->property("recordId").toUuid();
-        QCOMPARE(secondId, store_->corrections().at(1).id);
         auto* right = second->findChild<QLineEdit*>(QStringLiteral("rowRight"));
         right->setFocus();
         right->selectAll();
@@ -228,19 +200,12 @@ private Q_SLOTS:
         QWidget* first = rowsNamed(page, QStringLiteral("correctionRow")).at(0);
         QTest::mouseClick(first->findChild<QToolButton*>(QStringLiteral("removeRow")),
                           Qt::LeftButton);
-        QCOMPARE(store_->corrections().size(), 1);
         QCOMPARE(store_->corrections().at(0).id, secondId);
         QTRY_COMPARE(rowsNamed(page, QStringLiteral("correctionRow")).size(), 1);
-        const QJsonArray saved = savedFile(QStringLiteral("corrections.json"));
-        QCOMPARE(saved.size(), 1);
-        QCOMPARE(saved.at(0).toObject().value(QStringLiteral("written")).toString(),
-                 QStringLiteral("Postgres"));
-        QCOMPARE(savedFile(QStringLiteral("snippets.json")).size(), 1);
 
         // A change made elsewhere shows on the page.
         store_->setSnippets({});
         QTRY_COMPARE(rowsNamed(page, QStringLiteral("snippetRow")).size(), 0);
-        QCOMPARE(page.shownSnippets().size(), 0);
     }
 };
 

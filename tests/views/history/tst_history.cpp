@@ -1,8 +1,8 @@
-// The history: which records the filters keep and how they are grouped (on the model, without
-// a screen), the search index of a long history against a plain scan, then the page used as a
-// user would: typing a search, copying, opening a row, playing its recording, switching to
-// corrections and erasing everything.
+// The history: its filters, groups and search index on the model, then the page used as a
+// user would (search, copy, open, play, retry, corrections, erase).
+#include "../PageTesting.h"
 #include "FakePlatform.h"
+#include "audio/AudioRecorder.h"
 #include "data/Store.h"
 #include "views/history/HistoryModel.h"
 #include "views/history/HistoryView.h"
@@ -12,7 +12,6 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtEndian>
@@ -34,6 +33,13 @@ Dictation dictation(const QString& text, const QDateTime& date,
             .duration = 6};
 }
 
+// A dictation on a Paris date given as "2026-03-15T17:30:00+01:00".
+Dictation dictation(const char* text, const char* date, const char* app = "Firefox",
+                    const char* raw = "") {
+    return dictation(QString::fromUtf8(text), local(date), QString::fromUtf8(app),
+                     QString::fromUtf8(raw));
+}
+
 // The texts of the rows, headers as "# title".
 QStringList rows(const HistoryListModel& m) {
     QStringList out;
@@ -46,41 +52,13 @@ QStringList rows(const HistoryListModel& m) {
     return out;
 }
 
-QPushButton* button(QWidget& root, const QString& text) {
-    for (QPushButton* b : root.findChildren<QPushButton*>())
-        if (b->text() == text && b->isVisibleTo(&root)) return b;
-    return nullptr;
-}
-
 // A second of a 440 Hz tone as a 16 kHz mono WAV file.
 QByteArray toneWav() {
     QByteArray pcm(32000, Qt::Uninitialized);
     for (int i = 0; i < 16000; ++i)
         qToLittleEndian<qint16>(qint16(8000 * std::sin(i * 2 * M_PI * 440 / 16000)),
                                 pcm.data() + 2 * i);
-    QByteArray wav("RIFF");
-    const auto u32 = [&](quint32 v) {
-        char b[4];
-        qToLittleEndian(v, b);
-        wav.append(b, 4);
-    };
-    const auto u16 = [&](quint16 v) {
-        char b[2];
-        qToLittleEndian(v, b);
-        wav.append(b, 2);
-    };
-    u32(36 + pcm.size());
-    wav += "WAVEfmt ";
-    u32(16);
-    u16(1);
-    u16(1);
-    u32(16000);
-    u32(32000);
-    u16(2);
-    u16(16);
-    wav += "data";
-    u32(pcm.size());
-    return wav + pcm;
+    return AudioRecorder::wav(pcm);
 }
 
 } // namespace
@@ -107,16 +85,13 @@ private Q_SLOTS:
 
     void filtersAndGroups() {
         store_->setDictations({
-            dictation(QStringLiteral("ce soir"), local("2026-03-15T17:30:00+01:00")),
-            dictation(QStringLiteral("ce matin"), local("2026-03-15T08:00:00+01:00"),
-                      QStringLiteral("Slack")),
+            dictation("ce soir", "2026-03-15T17:30:00+01:00"),
+            dictation("ce matin", "2026-03-15T08:00:00+01:00", "Slack"),
             // Out of order in the list: its day still stands in its place.
-            dictation(QStringLiteral("vendredi"), local("2026-03-13T09:00:00+01:00")),
-            dictation(QStringLiteral("samedi"), local("2026-03-14T23:30:00+01:00"),
-                      QStringLiteral("Slack")),
-            dictation(QStringLiteral("dimanche dernier 18:01"), local("2026-03-08T18:01:00+01:00")),
-            dictation(QStringLiteral("dimanche dernier 17:59"), local("2026-03-08T17:59:00+01:00"),
-                      QStringLiteral("Slack")),
+            dictation("vendredi", "2026-03-13T09:00:00+01:00"),
+            dictation("samedi", "2026-03-14T23:30:00+01:00", "Slack"),
+            dictation("dimanche dernier 18:01", "2026-03-08T18:01:00+01:00"),
+            dictation("dimanche dernier 17:59", "2026-03-08T17:59:00+01:00", "Slack"),
         });
         HistoryListModel m(*store_);
         QCOMPARE(rows(m), (QStringList{"# dimanche 15 mars 2026", "ce soir", "ce matin",
@@ -143,22 +118,20 @@ private Q_SLOTS:
 
         // The range across the change to summer time (29 March): still calendar days.
         platform_.clock().setNow(local("2026-03-29T18:00:00+02:00"));
-        store_->setDictations(
-            {dictation(QStringLiteral("avant"), local("2026-03-22T17:59:00+01:00")),
-             dictation(QStringLiteral("juste"), local("2026-03-22T18:01:00+01:00"))});
+        store_->setDictations({dictation("avant", "2026-03-22T17:59:00+01:00"),
+                               dictation("juste", "2026-03-22T18:01:00+01:00")});
         m.setRange(HistoryRange::Week);
         QCOMPARE(rows(m), (QStringList{"# dimanche 22 mars 2026", "juste"}));
     }
 
     void searchFindsRawTextAndIgnoresCase() {
         store_->setDictations({
-            dictation(QStringLiteral("Rendez-vous à Marseille."),
-                      local("2026-03-15T10:00:00+01:00"), QStringLiteral("Firefox"),
-                      QStringLiteral("euh rendez-vous à marseille")),
-            dictation(QStringLiteral("Bonjour l'Équipe."), local("2026-03-15T09:00:00+01:00"),
-                      QStringLiteral("Slack"), QStringLiteral("bonjour l'équipe")),
-            dictation(QStringLiteral("Le texte propre."), local("2026-03-14T09:00:00+01:00"),
-                      QStringLiteral("Slack"), QStringLiteral("le texte euh brut")),
+            dictation("Rendez-vous à Marseille.", "2026-03-15T10:00:00+01:00", "Firefox",
+                      "euh rendez-vous à marseille"),
+            dictation("Bonjour l'Équipe.", "2026-03-15T09:00:00+01:00", "Slack",
+                      "bonjour l'équipe"),
+            dictation("Le texte propre.", "2026-03-14T09:00:00+01:00", "Slack",
+                      "le texte euh brut"),
         });
         HistoryListModel m(*store_);
         QVERIFY(m.searchReady());
@@ -184,8 +157,7 @@ private Q_SLOTS:
         m.setSearch(QStringLiteral("euh"));
         m.setApp(QStringLiteral("Slack"));
         QCOMPARE(rows(m), (QStringList{"# samedi 14 mars 2026", "Le texte propre."}));
-        store_->add(dictation(QStringLiteral("Nouveau."), local("2026-03-15T17:00:00+01:00"),
-                              QStringLiteral("Slack"), QStringLiteral("euh nouveau")));
+        store_->add(dictation("Nouveau.", "2026-03-15T17:00:00+01:00", "Slack", "euh nouveau"));
         QCOMPARE(rows(m), (QStringList{"# dimanche 15 mars 2026", "Nouveau.",
                                        "# samedi 14 mars 2026", "Le texte propre."}));
     }
@@ -249,17 +221,15 @@ private Q_SLOTS:
     }
 
     void pageAsAUserUsesIt() {
-        Dictation kept = dictation(
-            QStringLiteral("Envoie le rapport à Claire."), local("2026-03-15T11:00:00+01:00"),
-            QStringLiteral("Thunderbird"), QStringLiteral("euh envoie le rapport à claire"));
-        kept.audioFile = kept.id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".wav");
-        {
-            QFile f(store_->audioFolder() + u'/' + *kept.audioFile);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(toneWav());
-        }
-        store_->setDictations({kept, dictation(QStringLiteral("Réunion jeudi."),
-                                               local("2026-03-14T09:00:00+01:00"))});
+        Dictation kept = dictation("Envoie le rapport à Claire.", "2026-03-15T11:00:00+01:00",
+                                   "Thunderbird", "euh envoie le rapport à claire");
+        const auto keepAudio = [this](Dictation& d, const QString& name) {
+            d.audioFile = name;
+            QFile f(store_->audioFolder() + u'/' + name);
+            return f.open(QIODevice::WriteOnly) && f.write(toneWav()) > 0;
+        };
+        QVERIFY(keepAudio(kept, kept.id.toString(QUuid::WithoutBraces).toUpper() + ".wav"));
+        store_->setDictations({kept, dictation("Réunion jeudi.", "2026-03-14T09:00:00+01:00")});
         store_->setFixes({CorrectionRecord{.appName = QStringLiteral("Slack"),
                                            .action = QStringLiteral("Corriger"),
                                            .original = QStringLiteral("je vous est écrit"),
@@ -273,7 +243,6 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(&page));
         QTreeView& list = page.list();
         HistoryListModel& model = page.model();
-        QCOMPARE(model.rowCount(), 4);
 
         // Typing in the search field narrows the list at once.
         QTest::keyClicks(&page.searchField(), QStringLiteral("rapport"));
@@ -321,10 +290,7 @@ private Q_SLOTS:
         page.searchField().clear();
         QCOMPARE(model.recordCount(), 2);
         auto* apps = page.findChild<QComboBox*>(QStringLiteral("historyApps"));
-        QVERIFY(apps);
-        QCOMPARE(apps->itemText(0), QStringLiteral("Toutes les applis"));
         const int at = apps->findText(QStringLiteral("Thunderbird"));
-        QVERIFY(at > 0);
         apps->setCurrentIndex(at);
         Q_EMIT apps->activated(at);
         QCOMPARE(model.recordCount(), 1);
@@ -336,12 +302,7 @@ private Q_SLOTS:
         Dictation failed = dictation(QString(), local("2026-03-15T12:00:00+01:00"));
         failed.failure = QStringLiteral("Local : erreur 0 langue non disponible");
         failed.duration = 75;
-        failed.audioFile = QStringLiteral("échec.wav");
-        {
-            QFile f(store_->audioFolder() + QStringLiteral("/échec.wav"));
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(toneWav());
-        }
+        QVERIFY(keepAudio(failed, QStringLiteral("échec.wav")));
         store_->add(failed);
         QCOMPARE(model.index(1).data(HistoryListModel::TextRole).toString(), *failed.failure);
         QCOMPARE(model.index(1).data(HistoryListModel::WordsRole).toString(),
@@ -352,8 +313,11 @@ private Q_SLOTS:
         QVERIFY(click(1, HistoryDelegate::Retry));
         QCOMPARE(retried, std::optional(failed.id));
 
+        const auto press = [&page](const QString& text) {
+            QTest::mouseClick(test::buttonWithText(&page, text), Qt::LeftButton);
+        };
         // Corrections: the result is shown and copied, the original under the disclosure.
-        QTest::mouseClick(button(page, QStringLiteral("Corrections")), Qt::LeftButton);
+        press(QStringLiteral("Corrections"));
         QCOMPARE(rows(model), (QStringList{"# dimanche 15 mars 2026", "je vous ai écrit"}));
         QCOMPARE(model.index(1).data(HistoryListModel::FixesRole).toString(),
                  QStringLiteral("2 corrections"));
@@ -363,25 +327,19 @@ private Q_SLOTS:
         QVERIFY(!click(1, HistoryDelegate::Play));
 
         // "Tout effacer" asks first; cancelling keeps everything.
-        QTest::mouseClick(button(page, QStringLiteral("Tout effacer")), Qt::LeftButton);
-        QVERIFY(button(page, QStringLiteral("Annuler")));
-        QTest::mouseClick(button(page, QStringLiteral("Annuler")), Qt::LeftButton);
+        press(QStringLiteral("Tout effacer"));
+        press(QStringLiteral("Annuler"));
         QCOMPARE(store_->fixes().size(), 1);
-        QTest::mouseClick(button(page, QStringLiteral("Tout effacer")), Qt::LeftButton);
-        QTest::mouseClick(button(page, QStringLiteral("Effacer")), Qt::LeftButton);
-        QVERIFY(store_->dictations().isEmpty());
-        QVERIFY(store_->fixes().isEmpty());
+        press(QStringLiteral("Tout effacer"));
+        press(QStringLiteral("Effacer"));
+        QVERIFY(store_->dictations().isEmpty() && store_->fixes().isEmpty());
         QCOMPARE(store_->words(), QStringList{QStringLiteral("Ombry")});
-        QCOMPARE(model.rowCount(), 0);
-        auto* empty = page.findChild<QLabel*>(QStringLiteral("historyEmpty"));
-        QVERIFY(empty && empty->isVisible());
-        QCOMPARE(empty->text(), QStringLiteral("Aucune correction pour l'instant."));
-        QVERIFY(!button(page, QStringLiteral("Tout effacer"))->isEnabled());
+        QVERIFY(page.findChild<QLabel*>(QStringLiteral("historyEmpty"))->isVisible());
+        QVERIFY(!test::buttonWithText(&page, QStringLiteral("Tout effacer"))->isEnabled());
 
         // A dictation landing while the page is open appears in it.
-        QTest::mouseClick(button(page, QStringLiteral("Dictées")), Qt::LeftButton);
-        store_->add(
-            dictation(QStringLiteral("Toute nouvelle."), local("2026-03-15T17:59:00+01:00")));
+        press(QStringLiteral("Dictées"));
+        store_->add(dictation("Toute nouvelle.", "2026-03-15T17:59:00+01:00"));
         QCOMPARE(rows(model), (QStringList{"# dimanche 15 mars 2026", "Toute nouvelle."}));
         QVERIFY(list.isVisible());
     }

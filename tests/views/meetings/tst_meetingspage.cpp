@@ -1,6 +1,5 @@
-// The meetings page: the rules of the record button and of a copied meeting, then the page used
-// as a user would, offscreen: the cards with their tasks, transcript, copy and delete, and a
-// meeting recorded from the button, transcribed and summarised by a server playing the model.
+// The meetings page's rules, then the page used as a user would against a server playing the
+// models: cards, tasks, transcript, copy, delete, a meeting recorded and one tried again.
 #include "../../correction/ServiceReplies.h"
 #include "../PageTesting.h"
 #include "FakePlatform.h"
@@ -93,18 +92,11 @@ private Q_SLOTS:
     void cleanup() { page.reset(); }
 
     void rules() {
-        QCOMPARE(MeetingsRules::elapsedText(65), QStringLiteral("1:05"));
-        QCOMPARE(MeetingsRules::elapsedText(0), QStringLiteral("0:00"));
         QCOMPARE(MeetingsRules::elapsedText(3725), QStringLiteral("62:05"));
         const QDateTime t0 = QDateTime::fromSecsSinceEpoch(1000, Qt::UTC);
-        auto look = MeetingsRules::recordButton({Kind::Recording, {}}, t0, t0.addSecs(65));
-        QCOMPARE(look.label, QStringLiteral("Arrêter · 1:05"));
-        QVERIFY(look.enabled);
-        look = MeetingsRules::recordButton({Kind::Processing, QStringLiteral("Résumé…")}, t0, t0);
-        QCOMPARE(look.label, QStringLiteral("Résumé…"));
-        QVERIFY(!look.enabled && look.busy);
-        QCOMPARE(MeetingsRules::recordButton({}, t0, t0).label,
-                 QStringLiteral("Démarrer une réunion"));
+        const auto look =
+            MeetingsRules::recordButton({Kind::Processing, QStringLiteral("Résumé…")}, t0, t0);
+        QVERIFY(look.label == QStringLiteral("Résumé…") && !look.enabled && look.busy);
 
         Meeting m =
             meeting(QStringLiteral("Point hebdo"),
@@ -115,7 +107,6 @@ private Q_SLOTS:
         m.tasks.clear();
         QCOMPARE(MeetingsRules::copyText(m),
                  QStringLiteral("Point hebdo\n\nPoint d'avancement sur la refonte du site.\n\n"));
-        QCOMPARE(MeetingsRules::durationText(1865), QStringLiteral("31 min"));
         QCOMPARE(MeetingsRules::durationText(59), QStringLiteral("0 min"));
         QVERIFY(MeetingsRules::dateText(m.date).contains(QStringLiteral("mars 2026")));
     }
@@ -129,9 +120,6 @@ private Q_SLOTS:
                      {QStringLiteral("Envoyer le devis"), QStringLiteral("Relire la maquette")}, 0),
              meeting(QStringLiteral("Appel client"), {}, 60 * 24)});
         QTRY_COMPARE(cards().size(), 2);
-        QVERIFY(!showsLabel(
-            page.get(),
-            QStringLiteral("Enregistre une réunion, un appel ou une idée à voix haute")));
         const QPointer<MeetingCard> first = static_cast<MeetingCard*>(cards().first());
         QCOMPARE(named<QLabel>(first, "meetingTitle")->text(), QStringLiteral("Point hebdo"));
         QVERIFY(named<QLabel>(first, "meetingDate")->text().endsWith(QStringLiteral(" · 31 min")));
@@ -165,7 +153,6 @@ private Q_SLOTS:
         QTest::mouseClick(named<QPushButton>(cards().last(), "deleteMeeting"), Qt::LeftButton);
         QTRY_COMPARE(cards().size(), 1);
         QTRY_VERIFY(!QFile::exists(audio));
-        QCOMPARE(store().meetings().size(), 1);
         store().flush();
         QFile file(store().folder() + QStringLiteral("/meetings.json"));
         QVERIFY(file.open(QIODevice::ReadOnly));
@@ -189,8 +176,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(record()->text(), QStringLiteral("Arrêter · 1:05"), 3000);
 
         QTest::mouseClick(record(), Qt::LeftButton);
-        QTRY_VERIFY(!record()->isEnabled());
-        QCOMPARE(record()->text().endsWith(QStringLiteral("…")), true);
+        QTRY_VERIFY(!record()->isEnabled() && record()->text().endsWith(QStringLiteral("…")));
         QTest::mouseClick(record(), Qt::LeftButton); // does nothing while processing
         QTRY_COMPARE_WITH_TIMEOUT(record()->text(), QStringLiteral("Démarrer une réunion"), 10000);
         QVERIFY(record()->isEnabled());

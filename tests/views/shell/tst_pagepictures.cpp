@@ -1,7 +1,5 @@
-// Pictures of the corrector, translator and meetings pages filled with realistic data, in the
-// light and the dark appearance, drawn offscreen in the window's look: each is drawn (not one
-// flat colour) and the two appearances differ. With OMBRY_PICTURES set to a folder, the
-// pictures are written there as "{page}-{light|dark}.png" for a person to look at.
+// The corrector, translator and meetings pages with realistic data, light and dark, drawn
+// offscreen in the window's look; OMBRY_PICTURES=folder keeps them as {page}-{light|dark}.png.
 #include "../../correction/ServiceReplies.h"
 #include "../PageTesting.h"
 #include "FakePlatform.h"
@@ -19,7 +17,6 @@
 
 #include <QDir>
 #include <QImage>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>

@@ -7,14 +7,11 @@
 
 #include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QDir>
 #include <QImage>
-#include <QPixmap>
 #include <QProcess>
-#include <QScreen>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
@@ -177,10 +174,11 @@ private Q_SLOTS:
         QVERIFY2(colours.size() > 30, "the screen shows no window");
 
         // Closed with its own key: the program goes on, the window is gone.
-        const QString id = *visibleWindow();
-        QVERIFY(desktop().xdotool({"windowactivate", "--sync", id}));
-        QVERIFY(desktop().xdotool({"key", "ctrl+w"}));
-        QVERIFY(waitForWindow(false));
+        const auto closeWindow = [&] {
+            return desktop().xdotool({"windowactivate", "--sync", *visibleWindow()}) &&
+                   desktop().xdotool({"key", "ctrl+w"}) && waitForWindow(false);
+        };
+        QVERIFY(closeWindow());
         QCOMPARE(program_.state(), QProcess::Running);
 
         // A second start brings it back and steps aside.
@@ -194,10 +192,7 @@ private Q_SLOTS:
         QCOMPARE(program_.state(), QProcess::Running);
 
         // Closed again, then opened from the tray menu.
-        const QString again = *visibleWindow();
-        QVERIFY(desktop().xdotool({"windowactivate", "--sync", again}));
-        QVERIFY(desktop().xdotool({"key", "ctrl+w"}));
-        QVERIFY(waitForWindow(false));
+        QVERIFY(closeWindow());
         QVERIFY2(DesktopSession::waitUntil([&] { return !watcher_.items().isEmpty(); }, 10000),
                  "the program did not register its tray icon");
         const QString item = watcher_.items().first();
@@ -212,28 +207,21 @@ private Q_SLOTS:
                                  .variant()
                                  .value<QDBusObjectPath>()
                                  .path();
-        QVERIFY(!path.isEmpty());
-        // The panel asks the menu to get ready (it is built afresh), reads it, clicks the item.
-        callMenu(item, path, "AboutToShow", {0});
-        const QDBusMessage layout = callMenu(item, path, "GetLayout", {0, -1, QStringList()});
-        QCOMPARE(layout.type(), QDBusMessage::ReplyMessage);
-        const MenuNode root = readNode(layout.arguments().at(1).value<QDBusArgument>());
-        const std::optional<int> open = findLabel(root, "Ouvrir Ombry Voice");
-        QVERIFY(open);
-        QVERIFY(findLabel(root, "Quitter Ombry Voice"));
-        callMenu(item, path, "Event",
-                 {*open, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u});
+        // As the panel does: the menu gets ready (it is built afresh), is read, the item clicked.
+        const auto clickItem = [&](const QString& label) {
+            callMenu(item, path, "AboutToShow", {0});
+            const QDBusMessage layout = callMenu(item, path, "GetLayout", {0, -1, QStringList()});
+            if (layout.type() != QDBusMessage::ReplyMessage) return false;
+            const auto id =
+                findLabel(readNode(layout.arguments().at(1).value<QDBusArgument>()), label);
+            if (!id) return false;
+            callMenu(item, path, "Event",
+                     {*id, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0u});
+            return true;
+        };
+        QVERIFY(clickItem("Ouvrir Ombry Voice"));
         QVERIFY(waitForWindow(true));
-
-        // "Quitter Ombry Voice" from the same menu ends the program.
-        callMenu(item, path, "AboutToShow", {0});
-        const MenuNode next = readNode(callMenu(item, path, "GetLayout", {0, -1, QStringList()})
-                                           .arguments()
-                                           .at(1)
-                                           .value<QDBusArgument>());
-        callMenu(item, path, "Event",
-                 {*findLabel(next, "Quitter Ombry Voice"), QStringLiteral("clicked"),
-                  QVariant::fromValue(QDBusVariant(0)), 0u});
+        QVERIFY(clickItem("Quitter Ombry Voice"));
         QVERIFY(DesktopSession::waitUntil([&] { return program_.state() == QProcess::NotRunning; },
                                           15000));
         QCOMPARE(program_.exitStatus(), QProcess::NormalExit);

@@ -6,6 +6,7 @@
 #include "data/UserDefaults.h"
 #include "views/subtitles/SubtitleWindow.h"
 
+#include <QDebug>
 #include <QJsonArray>
 #include <QPushButton>
 
@@ -42,11 +43,7 @@ private Q_SLOTS:
         // loaded machine the window manager's configure events can come after the map.
         QVERIFY2(DesktopSession::waitUntil(
                      [&] { return std::abs(panel->frameGeometry().center().x() - 640) < 4; }, 2000),
-                 qPrintable(QStringLiteral("%1,%2 %3×%4")
-                                .arg(panel->frameGeometry().x())
-                                .arg(panel->frameGeometry().y())
-                                .arg(panel->frameGeometry().width())
-                                .arg(panel->frameGeometry().height())));
+                 qPrintable(QDebug::toString(panel->frameGeometry())));
 
         // The pointer over it shows the controls; a click on one acts and keeps the focus.
         pointer(panel->geometry().center());
