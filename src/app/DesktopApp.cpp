@@ -120,6 +120,7 @@ void openDesktopRoads(DictationController& controller) {
         SessionStatus::shared().setPostProblem(ok ? std::nullopt : std::optional<QString>(message));
         if (ok) {
             Log::write(QStringLiteral("collage: envoi des touches prêt"));
+            if (!message.isEmpty()) Log::write(QStringLiteral("collage: %1").arg(message));
             return;
         }
         Log::write(QStringLiteral("collage: envoi des touches impossible (%1)").arg(message));

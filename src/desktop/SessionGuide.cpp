@@ -126,6 +126,12 @@ GuideRow clipboardRow(const GuideInput& in) {
                      ? QStringLiteral("data-control du compositeur (avec la sélection)")
                      : QStringLiteral("data-control du compositeur");
         break;
+    case ClipboardRoad::Portal:
+        r.road = QStringLiteral("Portail presse-papiers, dans la session « bureau à distance »");
+        r.todo = QStringLiteral("La fenêtre du bureau qui demande l'envoi des touches doit aussi "
+                                "autoriser le presse-papiers : laisse-le coché, sinon le texte "
+                                "est tapé touche par touche.");
+        break;
     case ClipboardRoad::None:
         if (in.roads.typeInsteadOfPaste) {
             r.road = QStringLiteral("Aucun : le texte est tapé touche par touche");

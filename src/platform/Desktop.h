@@ -124,7 +124,8 @@ public:
         return false;
     }
     // Opens the road ahead of the first key (a desktop may ask the user once); onReady is called
-    // on the main thread with the answer: ok, or why not (French).
+    // on the main thread with the answer: ok, or why not (French). With ok, the message says
+    // what the desktop left out of what was asked, if anything.
     using ReadyHandler = std::function<void(bool ok, const QString& message)>;
     virtual void prepare(ReadyHandler onReady) {
         if (onReady) onReady(true, QString());

@@ -24,8 +24,9 @@ Platform::Platform()
       accessibility_(linux_platform::makeAccessibility()), session_(makeDisplaySession()) {
     if (displayFromEnvironment() == SessionOffer::Display::Wayland) {
         keyboard_ = wayland::makeKeyboardHook(*session_);
-        keyPoster_ = wayland::makeKeyPoster(*session_);
-        clipboard_ = wayland::makeClipboard(*session_);
+        const auto remote = std::make_shared<wayland::RemoteDesktopSession>();
+        keyPoster_ = wayland::makeKeyPoster(*session_, remote);
+        clipboard_ = wayland::makeClipboard(*session_, remote);
         windows_ = wayland::makeWindows(*accessibility_);
         shortcuts_ = wayland::makePortalShortcuts();
         if (!shortcuts_) shortcuts_ = makeNoShortcuts();

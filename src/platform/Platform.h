@@ -60,7 +60,17 @@ public:
     virtual const SessionOffer& offer() = 0;
     // The user's choices of the opt-in roads (the keyboard devices, uinput).
     virtual void setChoices(bool evdev, bool uinput) = 0;
-    SessionRoads roads() { return chooseRoads(offer()); }
+    // The desktop's answer on the clipboard inside the RemoteDesktop session, known once that
+    // session has started: a refusal takes the clipboard's road away until another answer.
+    void setClipboardPortalRefused(bool refused) { clipboardPortalRefused_ = refused; }
+    SessionRoads roads() {
+        SessionOffer o = offer();
+        o.clipboardPortalRefused = clipboardPortalRefused_;
+        return chooseRoads(o);
+    }
+
+private:
+    bool clipboardPortalRefused_ = false;
 };
 
 // Every service of the operating system that the logic needs, behind one injectable object.

@@ -60,6 +60,8 @@ const char* name(ClipboardRoad r) {
         return "x11";
     case ClipboardRoad::DataControl:
         return "data-control";
+    case ClipboardRoad::Portal:
+        return "portail presse-papiers";
     case ClipboardRoad::None:
         break;
     }
@@ -127,9 +129,12 @@ SessionRoads chooseRoads(const SessionOffer& o) {
     if (o.display != SessionOffer::Display::Wayland) return r;
     r.key = keyRoad(o);
     r.post = postRoad(o);
-    // The Clipboard portal (GNOME 48) is not spoken yet: without data-control the text is
-    // typed, which leaves the user's clipboard alone.
-    if (o.dataControl) r.clipboard = ClipboardRoad::DataControl;
+    // The Clipboard portal (GNOME 48) works only inside the RemoteDesktop session that posts
+    // the keys, and only where the user let the desktop's dialog grant it.
+    if (o.dataControl)
+        r.clipboard = ClipboardRoad::DataControl;
+    else if (o.clipboardPortal && !o.clipboardPortalRefused && r.post == PostRoad::RemoteDesktop)
+        r.clipboard = ClipboardRoad::Portal;
     // Without a clipboard the portal types the text itself, which keeps the user's clipboard.
     r.typeInsteadOfPaste = r.clipboard == ClipboardRoad::None && r.post == PostRoad::RemoteDesktop;
     if (o.accessibilityBus)

@@ -18,6 +18,9 @@ struct SessionOffer {
     bool globalShortcutsPortal = false;
     int remoteDesktopPortalVersion = 0; // 0: no RemoteDesktop portal
     bool clipboardPortal = false;
+    // The desktop left the clipboard out of the RemoteDesktop session (its dialog's box
+    // unticked): for this session the text is typed.
+    bool clipboardPortalRefused = false;
 
     bool virtualKeyboard = false;    // zwp_virtual_keyboard_manager_v1
     bool dataControl = false;        // wlr or ext data-control: the clipboard without focus
@@ -36,7 +39,7 @@ struct SessionOffer {
 // The road each service of the program takes on this session.
 enum class KeyRoad { X11, Portal, Bindings, Toggle, Evdev, None };
 enum class PostRoad { X11, VirtualKeyboard, RemoteDesktop, Uinput, None };
-enum class ClipboardRoad { X11, DataControl, None };
+enum class ClipboardRoad { X11, DataControl, Portal, None };
 enum class FrontRoad { X11, AccessibilityBus, SwayIpc, Hyprland, None };
 enum class StripRoad { X11, LayerShell, Window };
 

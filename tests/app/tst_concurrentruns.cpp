@@ -1,6 +1,4 @@
-// Many runs of the real program at once on one data folder, against a local server that plays
-// OpenRouter and answers late: each run must end normally, and no run may lose the cost
-// another one recorded.
+// Many runs of the real program at once on one data folder: each ends well, no cost is lost.
 #include "TestHttpServer.h"
 
 #include "audio/AudioRecorder.h"

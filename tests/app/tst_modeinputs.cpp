@@ -1,11 +1,9 @@
-// The real program run as a script runs it: a start without a mode or a display, the icon set
-// it writes, and awkward inputs and answers: each run ends at once with its lines, failures as
-// one "erreur: " line.
+// The real program run as a script runs it, with awkward inputs and answers: each run ends at
+// once with its lines, failures as one "erreur: " line.
 #include "TestHttpServer.h"
 
 #include "audio/AudioRecorder.h"
 
-#include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QProcess>
@@ -65,12 +63,20 @@ private Q_SLOTS:
         }
     }
 
+    // The icon set in every size, in a new nested folder whose name is taken literally; no
+    // folder, or a file in its place, is refused.
     void iconSetOfEverySize() {
-        const QString folder = home.filePath("set/nested");
+        QVERIFY(isOneError(ombry({"--icon", ""})));
+        QFile blocker(home.filePath("file"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        QVERIFY(isOneError(ombry({"--icon", blocker.fileName()})));
+        QVERIFY(!QFile::exists("/hicolor/16x16/apps/ombry-voice.png"));
+        const QString folder = home.filePath("set/a%2b %1");
         QCOMPARE(ombry({"--icon", folder}), QStringList());
         for (int n : {16, 24, 32, 48, 64, 128, 256, 512, 1024}) {
-            const QImage image(
-                QStringLiteral("%1/hicolor/%2x%2/apps/ombry-voice.png").arg(folder).arg(n));
+            const QImage image(folder +
+                               QStringLiteral("/hicolor/%1x%1/apps/ombry-voice.png").arg(n));
             QCOMPARE(image.size(), QSize(n, n));
             // Not blank: opaque inside, see-through corners, a white glyph on an accent tile.
             QCOMPARE(qAlpha(image.pixel(n / 2, n * 3 / 4)), 255);
@@ -129,18 +135,6 @@ private Q_SLOTS:
                 {"-c", R"sh(exec "$OMBRY_BINARY" --fasttest "$(printf '\351t\351.wav')")sh"});
         QCOMPARE(lines.size(), 1);
         QVERIFY2(lines.first().contains("clean=[Été.]"), qPrintable(lines.first()));
-    }
-
-    void iconFolderIsTakenLiterally() {
-        QVERIFY(isOneError(ombry({"--icon", ""})));
-        QFile blocker(home.filePath("file")); // a file, not a folder
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
-        QVERIFY(isOneError(ombry({"--icon", blocker.fileName()})));
-        QVERIFY(!QFile::exists("/hicolor/16x16/apps/ombry-voice.png"));
-        const QString odd = home.filePath("a%2b %1");
-        QCOMPARE(ombry({"--icon", odd}), QStringList());
-        QVERIFY(QFile::exists(odd + "/hicolor/16x16/apps/ombry-voice.png"));
     }
 };
 

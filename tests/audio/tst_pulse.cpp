@@ -1,8 +1,6 @@
-// The PulseAudio side against a private sound server: speech played into the test microphone
-// is recorded whole and as loud as it was played, monitors are not microphones (not even as the
-// server's default source), plugging and unplugging a source is heard, a source unplugged
-// mid-recording ends it with what was said so far, the journal names the source's own format, and
-// the program's sounds and speech reach the speakers but never the microphone.
+// The recorder, the microphones and the program's sounds against a private sound server:
+// speech recorded whole and as loud as played, monitors never taken for microphones, devices
+// plugged, unplugged and restarted, and sounds that reach the speakers only.
 #include "FakePlatform.h"
 #include "SoundServer.h"
 #include "audio/AudioRecorder.h"
@@ -34,35 +32,24 @@ namespace {
 class Tap {
 public:
     Tap(AudioSystem& audio, const QString& source) {
-        stream_ = audio.capture(
-            source,
-            [this](const QByteArray& pcm) {
-                std::lock_guard guard(mutex_);
-                pcm_ += pcm;
-            },
-            [this](const QString&) { ended_ = true; });
+        stream_ = audio.capture(source,
+                                [this](const QByteArray& pcm) {
+                                    std::lock_guard guard(mutex_);
+                                    pcm_ += pcm;
+                                },
+                                {});
     }
     ~Tap() { stream_->stop(); }
     QByteArray pcm() {
         std::lock_guard guard(mutex_);
         return pcm_;
     }
-    bool ended() const { return ended_; }
 
 private:
     std::mutex mutex_;
     QByteArray pcm_;
-    std::atomic<bool> ended_{false};
     std::unique_ptr<CaptureStream> stream_;
 };
-
-// The largest sample on the positive side, which is what tells voice for the pauses.
-int highest(const QByteArray& pcm) {
-    int best = 0;
-    for (qsizetype i = 0; i + 1 < pcm.size(); i += 2)
-        best = std::max<int>(best, qFromLittleEndian<qint16>(pcm.constData() + i));
-    return best;
-}
 
 QStringList names(const QList<AudioSource>& sources) {
     QStringList out;
@@ -81,29 +68,18 @@ class TstPulse : public QObject {
     QByteArray speechPcm;
 
     AudioSystem& audio() { return Platform::current().audio(); }
-    // Makes a source the default, and waits until the program's own connection names it:
-    // PipeWire's server tells each client of a new default in its own time.
+    // Makes a source the default, and waits until the program's own connection names it.
     bool makeDefault(const QString& name) {
         return server.setDefaultSource(name) &&
                QTest::qWaitFor([&] { return audio().defaultSource() == name; }, 5000);
     }
-    QString journalPath() const { return dir.filePath(QStringLiteral("journal.log")); }
-
-    // The last journal line that starts with the text (after the time stamp).
-    QString lastLine(const QString& start) const {
+    QString journal() const {
         Log::sync();
-        QFile f(journalPath());
-        if (!f.open(QIODevice::ReadOnly)) return {};
-        QString found;
-        for (const QString& line : QString::fromUtf8(f.readAll()).split(u'\n')) {
-            const QString message = line.section(u' ', 1);
-            if (message.startsWith(start)) found = message;
-        }
-        return found;
+        QFile f(dir.filePath(QStringLiteral("journal.log")));
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
     }
 
-    // Records the test speech from a new start: empty when it came from `uid` (nullopt: the
-    // default microphone) and was heard, else what went wrong.
+    // Records the speech: empty when it came from `uid` (nullopt: the default) and was heard.
     QString recordSpeech(AudioRecorder& r, const std::optional<QString>& uid) {
         r.start();
         if (r.currentUID() != uid) return QStringLiteral("source ") + r.currentUID().value_or("-");
@@ -138,27 +114,15 @@ private Q_SLOTS:
         Platform::current().setAudio(linux_platform::makeAudioSystem());
         Platform::current().setSpeech(linux_platform::makeSpeechOutput());
         AppSettings::shared().setMicrophoneUID(std::nullopt);
-        Log::resetForTests(journalPath());
+        Log::resetForTests(dir.filePath(QStringLiteral("journal.log")));
     }
     void cleanupTestCase() { Log::resetForTests(); }
-    // Whatever a test did to the devices, the next one finds the test microphone plugged in,
-    // the default source, and nothing chosen.
+    // Each test finds the test microphone plugged in, the default, and nothing chosen.
     void cleanup() {
         if (!server.running()) return;
         server.plugTestMic(); // false when it is there already
         QVERIFY(makeDefault(QStringLiteral("testmic")));
         AppSettings::shared().setMicrophoneUID(std::nullopt);
-    }
-
-    void microphonesLeaveOutMonitors() {
-        QVERIFY(audio().serverAvailable());
-        QVERIFY(audio().microphoneAvailable());
-        QCOMPARE(audio().defaultSource(), QStringLiteral("testmic"));
-        const QStringList mics = names(audio().microphones());
-        QCOMPARE(mics, QStringList{QStringLiteral("testmic")});
-        QCOMPARE(Microphones::device(QStringLiteral("testmic"))->name, QStringLiteral("TestMic"));
-        QVERIFY(!Microphones::device(QStringLiteral("mic.monitor")));
-        QVERIFY(!Microphones::device(QStringLiteral("TestMic"))); // by id, not by name
     }
 
     void speechIsRecordedWhole() {
@@ -181,19 +145,10 @@ private Q_SLOTS:
         // Everything from start to stop: the speech and the silence around it.
         QVERIFY2(s.duration > spoken + 0.2 && s.duration < spoken + 3.0,
                  qPrintable(QString::number(s.duration)));
-        // As loud as it was played: the source is stereo, and a voice alike on both of its
-        // channels is their average in mono, not louder.
+        // As loud as played: the stereo source's channels are averaged in mono, not summed.
         const double gain =
             double(AudioRecorder::peak(r.lastPCM())) / double(AudioRecorder::peak(speechPcm));
         QVERIFY2(gain > 0.9 && gain < 1.1, qPrintable(QString::number(gain)));
-        // The voiced part is the speech's, give or take the edges of a frame.
-        const double voiced = AudioRecorder::speechSeconds(r.lastPCM());
-        const double expected = AudioRecorder::speechSeconds(speechPcm);
-        QVERIFY2(std::abs(voiced - expected) < 0.25,
-                 qPrintable(QStringLiteral("%1 vs %2").arg(voiced).arg(expected)));
-        // The trimmed WAV holds the speech and little more.
-        const double kept = double(s.wav.size() - 44) / AudioRecorder::kBytesPerSecond;
-        QVERIFY2(kept > spoken - 0.5 && kept < spoken + 0.8, qPrintable(QString::number(kept)));
         // Small pieces, as they come: the level and the live preview keep up with the voice.
         QVERIFY(biggest <= 4096);
         QVERIFY(buffers > 20);
@@ -201,48 +156,8 @@ private Q_SLOTS:
         QVERIFY(*std::max_element(levels.begin(), levels.end()) > 0.2);
     }
 
-    void pausesBetweenSentences() {
-        // Speech, a second of silence, speech again, then silence: a pause after each.
-        const QByteArray gap(AudioRecorder::kBytesPerSecond, '\0');
-        const QString twice = dir.filePath(QStringLiteral("twice.wav"));
-        QFile f(twice);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(AudioRecorder::wav(speechPcm + gap + speechPcm));
-        f.close();
-        AudioRecorder r;
-        std::mutex mutex;
-        QList<int64_t> pauses;
-        r.onPause = [&](int64_t offset) {
-            std::lock_guard guard(mutex);
-            pauses << offset;
-        };
-        r.start();
-        QVERIFY(server.play(twice));
-        QTest::qWait(900);
-        const QByteArray pcm = r.stopRaw();
-        std::lock_guard guard(mutex);
-        QVERIFY2(pauses.size() >= 2, qPrintable(QString::number(pauses.size())));
-        // Each pause comes after voice, in the silence that follows it.
-        for (int64_t offset : pauses) {
-            QVERIFY(offset <= pcm.size());
-            QVERIFY(highest(pcm.mid(offset - 9600 * 2, 9600 * 2)) < 901);
-        }
-    }
-
-    void namedAndMissingMicrophones() {
-        AudioRecorder r;
-        AppSettings::shared().setMicrophoneUID(QStringLiteral("testmic"));
-        QCOMPARE(recordSpeech(r, QStringLiteral("testmic")), QString());
-
-        // A microphone that is not there: the default one records instead.
-        AppSettings::shared().setMicrophoneUID(QStringLiteral("usb-absent"));
-        QCOMPARE(recordSpeech(r, std::nullopt), QString());
-    }
-
-    // Without an input the server makes the monitor of an output its default source: the
-    // recorder then refuses to start rather than record what the computer plays, whether a
-    // microphone was chosen (and is gone) or not. A microphone that is there still records,
-    // chosen or as the default.
+    // Without an input the server makes a monitor its default source: the recorder refuses to
+    // start rather than record what the computer plays; a microphone that is there records.
     void monitorIsNoMicrophone() {
         AudioRecorder r;
         QVERIFY(server.unplugTestMic());
@@ -260,8 +175,7 @@ private Q_SLOTS:
         QVERIFY(audio().microphoneAvailable());
         QCOMPARE(recordSpeech(r, QStringLiteral("testmic")), QString());
 
-        // A monitor made the default by hand is no microphone either, though the chosen
-        // microphone still records.
+        // A monitor made the default by hand is no microphone; the chosen one still records.
         QVERIFY(makeDefault(QStringLiteral("speakers.monitor")));
         QVERIFY(!audio().microphoneAvailable());
         QCOMPARE(recordSpeech(r, QStringLiteral("testmic")), QString());
@@ -270,20 +184,20 @@ private Q_SLOTS:
         QVERIFY(!r.isRecording());
     }
 
-    // The journal gives the rate and channels of the source, not the 16 kHz mono that the
-    // server converts them to for the recording.
+    // The journal gives the source's own rate and channels, not the 16 kHz mono recorded.
     void sourceFormatInTheJournal() {
         const QList<std::tuple<QString, int, int>> sources{{QStringLiteral("hifimic"), 44100, 2},
                                                            {QStringLiteral("headset"), 48000, 1}};
         for (const auto& [name, rate, channels] : sources) {
             const int module = server.addSource(name, rate, channels);
             QVERIFY(module >= 0);
+            QTRY_VERIFY(names(audio().microphones()).contains(name)); // listed in its own time
             AppSettings::shared().setMicrophoneUID(name);
             AudioRecorder r;
             r.start();
             QCOMPARE(r.currentUID(), std::optional<QString>(name));
-            QCOMPARE(lastLine(QStringLiteral("audio: entrée")),
-                     QStringLiteral("audio: entrée %1 Hz, %2 canaux").arg(rate).arg(channels));
+            QVERIFY(journal().contains(
+                QStringLiteral("audio: entrée %1 Hz, %2 canaux\n").arg(rate).arg(channels)));
             QTest::qWait(300);
             r.stop();
             QVERIFY(server.unloadModule(module));
@@ -291,6 +205,11 @@ private Q_SLOTS:
     }
 
     void hotPlugIsHeard() {
+        QCOMPARE(audio().defaultSource(), QStringLiteral("testmic"));
+        QCOMPARE(names(audio().microphones()), QStringList{QStringLiteral("testmic")});
+        QCOMPARE(Microphones::device(QStringLiteral("testmic"))->name, QStringLiteral("TestMic"));
+        QVERIFY(!Microphones::device(QStringLiteral("mic.monitor")));
+        QVERIFY(!Microphones::device(QStringLiteral("TestMic"))); // by id, not by name
         Microphones::Watcher watcher;
         QSignalSpy changed(&watcher, &Microphones::Watcher::changed);
         const int module = server.loadModule(
@@ -316,6 +235,7 @@ private Q_SLOTS:
             QStringLiteral("module-remap-source"),
             {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=gonemic")});
         QVERIFY(module >= 0);
+        QTRY_VERIFY(names(audio().microphones()).contains(QStringLiteral("gonemic")));
         AppSettings::shared().setMicrophoneUID(QStringLiteral("gonemic"));
         AudioRecorder r;
         QStringList lost;
@@ -331,8 +251,7 @@ private Q_SLOTS:
         QTRY_COMPARE(lost.size(), 1);
         QVERIFY(lostOnMain);
         QVERIFY(r.isRecording());
-        // The recording does not move on to another source, a monitor least of all: nothing
-        // more comes in.
+        // The recording does not move on to another source: nothing more comes in.
         const int64_t heard = r.size();
         QVERIFY(server.play(speech, QStringLiteral("speakers")));
         QCOMPARE(r.size(), heard);
@@ -340,8 +259,7 @@ private Q_SLOTS:
         QVERIFY(s.duration > double(speechPcm.size()) / AudioRecorder::kBytesPerSecond);
         QVERIFY(AudioRecorder::peak(r.lastPCM()) > 5000);
 
-        // The next start, the microphone still chosen: a monitor as the default is no
-        // fallback, the default microphone is.
+        // At the next start a monitor as the default is no fallback; the default microphone is.
         QVERIFY(makeDefault(QStringLiteral("speakers.monitor")));
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, r.start());
         QVERIFY(!r.isRecording());
@@ -360,10 +278,16 @@ private Q_SLOTS:
         QTRY_VERIFY(AudioRecorder::peak(speakers.pcm()) > 3000);
         QTest::qWait(500);
         QVERIFY(AudioRecorder::peak(mic.pcm()) < 50);
-        QVERIFY(!speakers.ended() && !mic.ended());
     }
 
-    void speechIsSpokenAndCut() {
+    // Speech and a long sound are heard on the speakers; once stopped, nothing more is.
+    void speechAndPlaybackAreCut() {
+        const auto silentAfter = [&] {
+            QTest::qWait(200);
+            Tap after(audio(), QStringLiteral("speakers.monitor"));
+            QTest::qWait(600);
+            return AudioRecorder::peak(after.pcm()) < 50;
+        };
         SpeechOutput& voice = Platform::current().speech();
         {
             Tap speakers(audio(), QStringLiteral("speakers.monitor"));
@@ -379,16 +303,10 @@ private Q_SLOTS:
         QVERIFY(voice.speaking());
         voice.stop();
         QVERIFY(!voice.speaking());
-        QTest::qWait(200);
-        // Nothing more is heard once stopped.
-        Tap after(audio(), QStringLiteral("speakers.monitor"));
-        QTest::qWait(500);
-        QVERIFY(AudioRecorder::peak(after.pcm()) < 50);
+        QVERIFY(silentAfter());
         QVERIFY(!voice.speaking());
-    }
 
-    void playbackIsCutWhenStopped() {
-        // Four seconds of a tone, cut after a moment: nothing more reaches the speakers.
+        // Four seconds of a tone, cut after a moment.
         QByteArray tone(4 * 32000, Qt::Uninitialized);
         for (int i = 0; i < tone.size() / 2; ++i)
             qToLittleEndian<qint16>(qint16(9000 * std::sin(i * 2 * M_PI * 330 / 16000)),
@@ -400,14 +318,10 @@ private Q_SLOTS:
             QTRY_VERIFY(AudioRecorder::peak(speakers.pcm()) > 3000);
         }
         audio().stopPlaying();
-        QTest::qWait(200);
-        Tap after(audio(), QStringLiteral("speakers.monitor"));
-        QTest::qWait(600);
-        QVERIFY(AudioRecorder::peak(after.pcm()) < 50);
+        QVERIFY(silentAfter());
     }
 
-    // A sound server that does not answer (stopped) is a microphone that does not record,
-    // said within seconds rather than a wait without end.
+    // A stopped sound server is a microphone that does not record, said within seconds.
     void frozenServerFailsTheCapture() {
         QVERIFY(audio().serverAvailable());
         std::future<QString> started;
@@ -427,9 +341,7 @@ private Q_SLOTS:
     }
 
     void serverRestart() {
-        // The sound server goes away (a restart of the desktop's audio) and comes back: the
-        // microphones are reported gone then back, and recording works again without a restart
-        // of the program.
+        // The sound server restarts: microphones gone then back, recording works again.
         Microphones::Watcher watcher;
         QSignalSpy changed(&watcher, &Microphones::Watcher::changed);
         QVERIFY(!audio().microphones().isEmpty());

@@ -1,9 +1,9 @@
-// The call translator on the fake audio system against a local server playing the model:
-// how silence cuts sentences, lines that keep their order whatever order the answers come in,
-// the fallback on a plain translation of the preview's words, answers of an earlier run
-// ignored, and the failures of the start and of the capture in the user's words.
+// The call translator on the fake audio system against a local server playing the model: cuts
+// by silence, lines in order whatever the answers, the fallback on the preview's words, answers
+// of an earlier run ignored, and failures in the user's words.
 #include "Await.h"
 #include "FakePlatform.h"
+#include "SentAudio.h"
 #include "TestHttpServer.h"
 
 #include "calls/CallSegmenter.h"
@@ -14,10 +14,8 @@
 #include "desktop/Log.h"
 #include "engines/LivePreview.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QtEndian>
@@ -43,19 +41,6 @@ QList<double> segment(CallSegmenter& s, const QByteArray& pcm) {
     for (qsizetype at = 0; at < pcm.size(); at += 2048)
         if (auto cut = s.add(pcm.mid(at, 2048))) out << cut->size() / 32000.0;
     return out;
-}
-
-std::optional<double> audioSeconds(const RecordedRequest& r) {
-    const QJsonValue content =
-        r.json().value("messages").toArray().last().toObject().value("content");
-    if (!content.isArray()) return std::nullopt;
-    for (const QJsonValue& part : content.toArray()) {
-        const QJsonObject audio = part.toObject().value("input_audio").toObject();
-        if (!audio.isEmpty())
-            return (QByteArray::fromBase64(audio.value("data").toString().toLatin1()).size() - 44) /
-                   32000.0;
-    }
-    return std::nullopt;
 }
 
 Reply pair(const QString& en, const QString& fr) {
@@ -94,8 +79,7 @@ private Q_SLOTS:
 
     void silenceCutsSentences() {
         CallSegmenter s;
-        // A click of 200 ms in silence: sent 0.7 s later, pause included, as more than half a
-        // second; the same click cut short by a stop is dropped.
+        // A click of 200 ms in silence goes out with its pause; cut short by a stop, it is dropped.
         QList<double> cuts = segment(s, quiet(1.0) + tone(0.2) + quiet(1.0));
         QCOMPARE(cuts.size(), 1);
         QVERIFY2(cuts[0] > 1.9 && cuts[0] < 2.1, qPrintable(QString::number(cuts[0])));
@@ -126,7 +110,6 @@ private Q_SLOTS:
             return reply;
         });
         CallTranslator call;
-        QSignalSpy shown(&call, &CallTranslator::runningChanged);
         bool windowShown = false;
         call.onShowWindow = [&] { windowShown = true; };
         call.setTargetBundleID(std::nullopt);

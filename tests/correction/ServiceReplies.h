@@ -44,8 +44,7 @@ inline Reply ltReply(const QList<QJsonObject>& matches) {
 }
 
 inline Reply chatReply(const QString& content) {
-    const QJsonObject message{{"role", "assistant"}, {"content", content}};
-    return Reply::json(QJsonObject{{"choices", QJsonArray{QJsonObject{{"message", message}}}}});
+    return chatCompletion(content);
 }
 
 // A local OpenAI-compatible server with one model.

@@ -1,7 +1,5 @@
-// LanguageTool, the corrector and the analyzer against a server that plays LanguageTool,
-// OpenRouter and the local model: the request on the wire, findings placed on the text sent,
-// which findings are applied blindly, what the model is shown, the fallback from the remote
-// model to the local one, the repairs made to its answer, and the list of changes explained.
+// LanguageTool, the corrector and the analyzer against a server playing LanguageTool, OpenRouter
+// and the local model.
 #include "FakePlatform.h"
 #include "ServiceReplies.h"
 

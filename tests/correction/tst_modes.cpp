@@ -1,5 +1,5 @@
-// `--correct`, `--translate` and `--command` run as the real program, read line by line as a
-// script would, against a loopback server playing LanguageTool, OpenRouter and the local model.
+// `--correct` and `--translate` run as the real program, read line by line as a script would,
+// against a loopback server playing LanguageTool, OpenRouter and the local model.
 #include "ServiceReplies.h"
 
 #include <QProcess>
@@ -63,13 +63,6 @@ private Q_SLOTS:
                  (QStringList{"traduit: Je t'envoie le rapport demain matin.", "0"}));
         QVERIFY(systemOf(server.last()).startsWith("Traduis ce texte en français.\n"));
         QCOMPARE(server.last().header("authorization"), QByteArray("Bearer k"));
-    }
-
-    void commandFallsBackOnLocalModel() {
-        server.on(kOpenRouter, Reply::text("bad gateway", 502));
-        playLocalModel(server, chatReply("réponse locale"));
-        QCOMPARE(run({"--command", "rends-le plus poli", "donne moi ça"}, "k"),
-                 (QStringList{"commande: réponse locale", "0"}));
     }
 };
 

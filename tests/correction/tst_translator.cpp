@@ -1,6 +1,4 @@
-// Translation and voice commands against a server playing OpenRouter and the local model:
-// which language is detected, which direction and model are asked for, and how a failing
-// remote hands over to the local model.
+// Translation and voice commands against a server playing OpenRouter and the local model.
 #include "FakePlatform.h"
 #include "ServiceReplies.h"
 

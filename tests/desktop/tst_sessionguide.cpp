@@ -47,6 +47,10 @@ private Q_SLOTS:
         QCOMPARE(rows[0].lines, QStringList{"'/opt/Ombry Voice/ombry-voice' --toggle"});
         QVERIFY(rows[0].todo.contains("le suivant la termine"));
         QVERIFY(rows[1].works && rows[2].road.contains("tapé"));
+        GuideInput gnome48 = gnome;
+        gnome48.offer.clipboardPortal = true;
+        gnome48.roads = chooseRoads(gnome48.offer);
+        QVERIFY(sessionGuide(gnome48)[2].todo.contains("autoriser le presse-papiers"));
 
         // The desktop refused: said where the road is, with what still works.
         gnome.postProblem = QStringLiteral("Tu as refusé l'envoi des touches");

@@ -1,9 +1,6 @@
-// The meeting recorder over minutes of generated speech with pauses, fed through the recorder
-// faster than real time, against a local server playing the speech and summary models: pieces
-// go out while the meeting goes on, the meeting is filed with its title, summary, tasks and
-// audio, a failed summary or piece still files it, and a quit in the middle of the processing
-// is finished at the next start, whatever the pending files look like then (state cut short,
-// audio alone, names in lower case, audio that cannot be opened, a full disk, over 4 GB).
+// The meeting recorder over minutes of generated speech against a server playing the models:
+// pieces sent while recording, meetings filed whatever fails, what is pending finished later.
+#include "../calls/SentAudio.h"
 #include "Await.h"
 #include "FakePlatform.h"
 #include "SoundServer.h"
@@ -39,21 +36,6 @@ using Kind = MeetingRecorder::State::Kind;
 namespace {
 
 constexpr int64_t kSecond = 32000;
-
-// Seconds of audio in a speech request, or nothing for a text request.
-std::optional<double> audioSeconds(const RecordedRequest& r) {
-    const QJsonValue content =
-        r.json().value("messages").toArray().last().toObject().value("content");
-    if (!content.isArray()) return std::nullopt;
-    for (const QJsonValue& part : content.toArray()) {
-        const QJsonObject audio = part.toObject().value("input_audio").toObject();
-        if (audio.isEmpty()) continue;
-        return double(QByteArray::fromBase64(audio.value("data").toString().toLatin1()).size() -
-                      44) /
-               kSecond;
-    }
-    return std::nullopt;
-}
 
 unsigned modeOf(const QString& path) {
     struct stat st {};
@@ -100,17 +82,29 @@ class TstMeetingRecorder : public QObject {
         r.stop();
         QTRY_VERIFY(r.state().kind != Kind::Recording);
     }
-    QStringList pendingFiles(const MeetingRecorder& r) const {
-        return QDir(r.pendingFolder()).entryList(QDir::Files | QDir::System);
+    static QString pendingFolder() {
+        return QDir(Store::shared().folder()).filePath(MeetingRecorder::kPendingFolder);
+    }
+    static QStringList pendingFiles() {
+        return QDir(pendingFolder()).entryList(QDir::Files | QDir::System);
+    }
+    // A start that resumes what is pending: the meeting it files, once the pending files go.
+    Meeting resume(int timeoutMs = 20000) {
+        MeetingRecorder r;
+        QSignalSpy stored(&r, &MeetingRecorder::meetingStored);
+        r.resumePending();
+        if (!QTest::qWaitFor([&] { return stored.size() == 1; }, timeoutMs)) return {};
+        if (!QTest::qWaitFor([] { return pendingFiles().isEmpty(); }, 5000))
+            qWarning("the meeting is filed, but pending files are left");
+        return stored[0][0].value<Meeting>();
     }
     QString journal() const {
         QFile file(dir.filePath(QStringLiteral("journal.log")));
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     }
-    // Pending files as a crash or an earlier version leaves them: the state (none when empty)
-    // and the audio, under the given name.
+    // Pending files as a crash leaves them: the state (none when empty) and the audio.
     void leavePending(const QString& stem, const QByteArray& json, const QByteArray& pcm) {
-        const QDir folder(MeetingRecorder().pendingFolder());
+        const QDir folder(pendingFolder());
         QVERIFY(folder.mkpath(QStringLiteral(".")));
         for (const auto& [suffix, bytes] : {std::pair{".json", json}, std::pair{".pcm", pcm}}) {
             QFile file(folder.filePath(stem + QLatin1String(suffix)));
@@ -165,9 +159,7 @@ private Q_SLOTS:
         failingPieces.clear();
         summaryFails = false;
         msPerSecond = 2;
-        // Each case starts with no meeting pending.
-        QDir(QDir(Store::shared().folder()).filePath(MeetingRecorder::kPendingFolder))
-            .removeRecursively();
+        QDir(pendingFolder()).removeRecursively(); // each case starts with no meeting pending
     }
 
     void aMeetingIsTranscribedWhileItGoesOnAndFiledWithItsAudio() {
@@ -181,10 +173,10 @@ private Q_SLOTS:
         QTRY_COMPARE(pieces.size(), 1);
         QCOMPARE(r.state().kind, Kind::Recording);
         // The audio so far is the user's alone, as their other files.
-        QCOMPARE(modeOf(r.pendingFolder()), 0700u);
-        QTRY_COMPARE(pendingFiles(r).size(), 2);
-        for (const QString& name : pendingFiles(r))
-            QCOMPARE(modeOf(QDir(r.pendingFolder()).filePath(name)), 0600u);
+        QCOMPARE(modeOf(pendingFolder()), 0700u);
+        QTRY_COMPARE(pendingFiles().size(), 2);
+        for (const QString& name : pendingFiles())
+            QCOMPARE(modeOf(QDir(pendingFolder()).filePath(name)), 0600u);
 
         QVERIFY(pieces[0] > 170 && pieces[0] <= 180.0);
         feed(r, pcm.mid(210 * kSecond));
@@ -208,7 +200,7 @@ private Q_SLOTS:
         QFile audio(MeetingRecorder::audioPath(m));
         QVERIFY(audio.open(QIODevice::ReadOnly));
         QCOMPARE(audio.readAll(), AudioRecorder::wav(pcm));
-        QTRY_VERIFY(pendingFiles(r).isEmpty());
+        QTRY_VERIFY(pendingFiles().isEmpty());
         // Filed on disk, not only in memory.
         QFile list(QDir(Store::shared().folder()).filePath(QStringLiteral("meetings.json")));
         QVERIFY(list.open(QIODevice::ReadOnly));
@@ -244,7 +236,7 @@ private Q_SLOTS:
             QVERIFY(m.transcript.isEmpty());
             QVERIFY(QFileInfo::exists(MeetingRecorder::audioPath(m)));
             QCOMPARE(summaries, 0);
-            QTRY_VERIFY(pendingFiles(r).isEmpty());
+            QTRY_VERIFY(pendingFiles().isEmpty());
         }
         // Three seconds exactly is no meeting, and leaves nothing behind.
         {
@@ -254,7 +246,7 @@ private Q_SLOTS:
             QTRY_COMPARE(r.state().kind, Kind::Idle);
             QTest::qWait(100);
             QCOMPARE(Store::shared().meetings().size(), before);
-            QTRY_VERIFY(pendingFiles(r).isEmpty());
+            QTRY_VERIFY(pendingFiles().isEmpty());
         }
     }
 
@@ -270,14 +262,10 @@ private Q_SLOTS:
             // The program quits here.
         }
         QCOMPARE(Store::shared().meetings().size(), before);
+        QCOMPARE(pendingFiles().size(), 2);
         msPerSecond = 2;
-        MeetingRecorder again;
-        QCOMPARE(pendingFiles(again).size(), 2);
-        QSignalSpy stored(&again, &MeetingRecorder::meetingStored);
-        again.resumePending();
-        QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 20000);
+        const Meeting m = resume();
         QCOMPARE(Store::shared().meetings().size(), before + 1);
-        const Meeting m = stored[0][0].value<Meeting>();
         QCOMPARE(m.duration, 300.0);
         QCOMPARE(m.title, QStringLiteral("Budget et bureaux"));
         // The piece that was under way at the quit is asked again: the transcript is whole.
@@ -285,7 +273,7 @@ private Q_SLOTS:
         QFile audio(MeetingRecorder::audioPath(m));
         QVERIFY(audio.open(QIODevice::ReadOnly));
         QCOMPARE(audio.readAll(), AudioRecorder::wav(pcm));
-        QTRY_VERIFY(pendingFiles(again).isEmpty());
+        QVERIFY(pendingFiles().isEmpty());
     }
 
     void aQuitWhileRecordingKeepsWhatWasHeard() {
@@ -296,16 +284,11 @@ private Q_SLOTS:
             QTRY_VERIFY(r.state().kind == Kind::Recording);
             feed(r, pcm);
         }
-        MeetingRecorder again;
-        QSignalSpy stored(&again, &MeetingRecorder::meetingStored);
-        again.resumePending();
-        QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 20000);
-        QCOMPARE(stored[0][0].value<Meeting>().duration, 40.0);
+        QCOMPARE(resume().duration, 40.0);
     }
 
-    // Pending files as a crash, an older version or the user left them: what can be read is
-    // filed, the audio alone being enough, whatever the case of the names; audio that cannot be
-    // opened stays where it is, said in the journal, for the next start.
+    // What can be read of pending files is filed, the audio alone being enough; audio that cannot
+    // be opened stays, said in the journal, for the next start.
     void pendingFilesAreResumedFromWhatIsThere_data() {
         QTest::addColumn<QString>("state"); // whole, cut short, none
         QTest::addColumn<bool>("openable");
@@ -331,32 +314,29 @@ private Q_SLOTS:
                      : state == "cut" ? json.left(30)
                                       : json,
                      openable ? meeting(200) : QByteArray());
-        const QString audio = QDir(MeetingRecorder().pendingFolder()).filePath(stem + ".pcm");
+        const QString audio = QDir(pendingFolder()).filePath(stem + ".pcm");
         if (!openable) QVERIFY(QFile::link(audio, audio)); // a loop: even root cannot open it
 
-        MeetingRecorder r;
-        QSignalSpy stored(&r, &MeetingRecorder::meetingStored);
-        r.resumePending();
         if (!openable) {
+            MeetingRecorder r;
+            QSignalSpy stored(&r, &MeetingRecorder::meetingStored);
+            r.resumePending();
             QTRY_VERIFY(journal().contains(QStringLiteral("réunion: audio en attente illisible")));
             QTRY_COMPARE(r.state().kind, Kind::Idle);
             QTest::qWait(200);
             QCOMPARE(stored.size(), 0);
-            QCOMPARE(pendingFiles(r).size(), 2); // both kept
+            QCOMPARE(pendingFiles().size(), 2); // both kept
             return;
         }
-        QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 20000);
-        const Meeting m = stored[0][0].value<Meeting>();
+        const Meeting m = resume();
         QCOMPARE(m.id, p.id);
         QCOMPARE(m.duration, 200.0);
         QCOMPARE(m.transcript.startsWith(QStringLiteral("déjà entendu")), state == "whole");
         QCOMPARE(pieces.size(), state == "whole" ? 1 : 2);
-        QTRY_VERIFY(pendingFiles(r).isEmpty());
+        QVERIFY(pendingFiles().isEmpty());
     }
 
-    // A disk that fills up while a meeting is filed, on a small file system made for the test:
-    // the pending files, the only copy, stay until the meeting and its audio are on disk, and
-    // a later start files the meeting.
+    // On a full disk the pending files, the only copy, stay until the meeting is on disk.
     void aFullDiskKeepsTheMeetingPending() {
         if (::geteuid() != 0) QSKIP("a small file system needs root to be mounted");
         const QString folder = Store::shared().folder();
@@ -387,37 +367,27 @@ private Q_SLOTS:
                     journal().contains(QStringLiteral("réunion: audio non enregistré")), 20000);
                 QTRY_COMPARE(r.state().kind, Kind::Idle);
             }
-            QCOMPARE(pendingFiles(MeetingRecorder()).size(), 2);
+            QCOMPARE(pendingFiles().size(), 2);
             QVERIFY(QFile::remove(filler));
             Log::resetForTests(dir.filePath(QStringLiteral("journal.log")));
             QFile::remove(dir.filePath(QStringLiteral("journal.log")));
 
-            MeetingRecorder again;
-            QSignalSpy stored(&again, &MeetingRecorder::meetingStored);
-            again.resumePending();
-            QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 20000);
+            const QString audio = MeetingRecorder::audioPath(resume());
             QCOMPARE(Store::shared().meetings().size(), before + 1);
-            QCOMPARE(QFileInfo(MeetingRecorder::audioPath(stored[0][0].value<Meeting>())).size(),
-                     20 * kSecond + 44);
-            QTRY_VERIFY(pendingFiles(again).isEmpty());
-            QFile::remove(MeetingRecorder::audioPath(stored[0][0].value<Meeting>()));
+            QCOMPARE(QFileInfo(audio).size(), 20 * kSecond + 44);
+            QVERIFY(pendingFiles().isEmpty());
+            QFile::remove(audio);
         }
     }
 
-    // A meeting longer than a WAV header can tell (over 37 hours; silence after a few words, as
-    // a sparse file) is read piece by piece, never whole into memory, and kept whole as RF64.
+    // Beyond a WAV header's reach (a sparse file of 37 hours): read piece by piece, kept as RF64.
     void aMeetingBeyondFourGigabytesIsKeptWhole() {
         const int64_t bytes = (int64_t(1) << 32) + 6 * PendingMeeting::kChunkBytes;
         const QUuid id = QUuid::createUuid();
         leavePending(uuidText(id), {}, speech);
-        QVERIFY(QFile::resize(
-            QDir(MeetingRecorder().pendingFolder()).filePath(uuidText(id) + ".pcm"), bytes));
-        MeetingRecorder r;
-        QSignalSpy stored(&r, &MeetingRecorder::meetingStored);
-        r.resumePending();
-        QTRY_COMPARE_WITH_TIMEOUT(stored.size(), 1, 240000);
+        QVERIFY(QFile::resize(QDir(pendingFolder()).filePath(uuidText(id) + ".pcm"), bytes));
+        QFile audio(MeetingRecorder::audioPath(resume(240000)));
         QCOMPARE(pieces.size(), 1); // the silent pieces are not sent
-        QFile audio(MeetingRecorder::audioPath(stored[0][0].value<Meeting>()));
         const auto remove = qScopeGuard([&] { audio.remove(); });
         QCOMPARE(audio.size(), bytes + 80);
         QVERIFY(audio.open(QIODevice::ReadOnly));

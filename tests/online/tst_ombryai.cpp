@@ -1,6 +1,4 @@
-// The chat door on both roads, against local servers playing OpenRouter and the product site:
-// which road is taken, what goes on the wire, how each answer ends, and OpenRouter::complete on
-// top of it.
+// The chat door on both roads (own key, hosted) against local servers, and OpenRouter::complete.
 #include "Await.h"
 #include "FakePlatform.h"
 #include "TestHttpServer.h"

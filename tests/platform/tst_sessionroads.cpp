@@ -61,10 +61,14 @@ private Q_SLOTS:
         QVERIFY(choose(gnome, typed));
         gnome.canReadInput = true;
         QVERIFY(choose(gnome, {K::Evdev, typed.post, C::None, typed.front, typed.strip, true}));
-        // GNOME 48: the shortcut portal; its clipboard is not used, the text is typed.
+        // GNOME 48: the shortcut portal, the clipboard through the portal inside the
+        // RemoteDesktop session and pasted; typed again where the user unticked the clipboard.
         gnome.globalShortcutsPortal = gnome.clipboardPortal = true;
         gnome.evdevChosen = false;
         gnome.remoteDesktopPortalVersion = 2;
+        QVERIFY(choose(gnome, {K::Portal, typed.post, C::Portal, typed.front, typed.strip}));
+        QVERIFY(describeForJournal(gnome, chooseRoads(gnome)).contains("=portail presse-papiers"));
+        gnome.clipboardPortalRefused = true;
         QVERIFY(choose(gnome, {K::Portal, typed.post, C::None, typed.front, typed.strip, true}));
 
         // sway: its bindings, its virtual keyboard (before any portal), data-control.

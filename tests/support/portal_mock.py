@@ -6,7 +6,16 @@ every request at once. Steered through org.ombry.test.PortalMock:
   Press(s id, b down), ChangeTrigger(s id, s trigger)   on the last shortcut session
   CloseSessions()   Closed on every RemoteDesktop session
   Keysyms() -> ai   every NotifyKeyboardKeysym: keysym, state, keysym, state...
-  LastOptions(s) -> a{sv}   the options of the last "RemoteDesktop.SelectDevices" (...) call'''
+  LastOptions(s) -> a{sv}   the options of the last "RemoteDesktop.SelectDevices" (...) call
+The Clipboard interface, offered once configured with clipboard (b); Start answers
+clipboard_enabled (b, configured, true by default) on a session that called RequestClipboard:
+  Paste(s mime) -> ay   an application pasting: SelectionTransfer to the owning session, the
+                        bytes it wrote through SelectionWrite (or the copied ones, see Copy)
+  Copy(a{sv} mime: ay)  another application copying: SelectionOwnerChanged to every clipboard
+                        session, the bytes served to SelectionRead (small ones: one pipe's worth)
+  Calls() -> as         the mock's calls in order, "Method /session/path" where a session leads'''
+import os
+import fcntl
 import dbus
 from gi.repository import GLib
 from dbusmock import mockobject
@@ -16,6 +25,7 @@ MAIN_OBJ = '/org/freedesktop/portal/desktop'
 MAIN_IFACE = GS = 'org.freedesktop.portal.GlobalShortcuts'
 SYSTEM_BUS = False
 RD, REQ, SESSION = 'org.freedesktop.portal.RemoteDesktop', 'org.freedesktop.portal.Request', 'org.freedesktop.portal.Session'
+CB = 'org.freedesktop.portal.Clipboard'
 
 
 def _object(mock, kind, sender, token, iface):
@@ -67,6 +77,8 @@ def rd_start(self, session, parent, options, sender):
     results = {'devices': dbus.UInt32(1)}
     if self.config.get('restore_token') and self.props[RD]['version'] >= 2:
         results['restore_token'] = self.config['restore_token']
+    if str(session) in self.clipboard_sessions:
+        results['clipboard_enabled'] = dbus.Boolean(self.config.get('clipboard_enabled', True))
     return _request(self, sender, options, results, int(self.config.get('start_response', 0)))
 
 
@@ -78,6 +90,8 @@ def configure(self, settings):
     self.config.update(settings)
     if 'rd_version' in settings:
         self.props[RD]['version'] = dbus.UInt32(settings['rd_version'])
+    if settings.get('clipboard'):
+        self.AddProperties(CB, {'version': dbus.UInt32(1)})
 
 
 def press(self, sid, down):
@@ -97,9 +111,80 @@ def close_sessions(self):
     self.sessions['RemoteDesktop'] = []
 
 
-def _add(mock, iface, name, fn, in_sig, out_sig='o', sender=True):
+def _owner_changed(mock, session, types, is_owner):
+    mock.EmitSignal(CB, 'SelectionOwnerChanged', 'oa{sv}', [dbus.ObjectPath(session), dbus.Dictionary(
+        {'mime_types': dbus.Array(types, signature='s'), 'session_is_owner': dbus.Boolean(is_owner)}, signature='sv')])
+
+
+def cb_request(self, session, options, sender):
+    self.clipboard_sessions.append(str(session))
+
+
+def cb_set_selection(self, session, options, sender):
+    self.options['Clipboard.SetSelection'] = options
+    self.owner = str(session)
+    _owner_changed(self, session, options.get('mime_types', []), True)
+
+
+def _fd(ends, keep):
+    fd = dbus.types.UnixFd(ends[keep])
+    os.close(ends[keep])
+    return fd
+
+
+def cb_write(self, session, serial, sender):
+    ends = os.pipe()
+    self.transfers[int(serial)] = ends[0]
+    return _fd(ends, 1)
+
+
+def cb_write_done(self, session, serial, success, sender):
+    data, r = b'', self.transfers.pop(int(serial), None)
+    if r is not None:
+        fcntl.fcntl(r, fcntl.F_SETFL, os.O_NONBLOCK)
+        try:
+            while chunk := os.read(r, 65536):
+                data += chunk
+        except BlockingIOError:
+            pass
+        os.close(r)
+    ok, err = self.pastes.pop(int(serial))
+    if success:
+        ok(dbus.ByteArray(data))
+    else:
+        err(dbus.exceptions.DBusException('the session did not write', name='org.ombry.test.WriteFailed'))
+
+
+def cb_read(self, session, mime, sender):
+    ends = os.pipe()
+    os.write(ends[1], self.copied.get(str(mime), b''))
+    os.close(ends[1])
+    return _fd(ends, 0)
+
+
+def paste(self, mime, ok, err):
+    if self.owner is None:
+        return ok(dbus.ByteArray(self.copied.get(str(mime), b'')))
+    self.serial += 1
+    self.pastes[self.serial] = (ok, err)
+    self.EmitSignal(CB, 'SelectionTransfer', 'osu', [dbus.ObjectPath(self.owner), mime, dbus.UInt32(self.serial)])
+
+
+def copy(self, formats):
+    self.copied = {str(k): bytes(v) for k, v in formats.items()}
+    self.owner = None
+    for session in self.clipboard_sessions:
+        _owner_changed(self, session, list(self.copied), False)
+
+
+def calls(self):
+    return dbus.Array([name + (f' {args[0]}' if args and isinstance(args[0], dbus.ObjectPath) else '')
+                       for _, name, args in self.call_log], signature='s')
+
+
+def _add(mock, iface, name, fn, in_sig, out_sig='o', sender=True, **keywords):
     f = dbus.service.method(iface, in_signature=in_sig, out_signature=out_sig,
-                            **({'sender_keyword': 'sender'} if sender else {}))(fn)
+                            **({'sender_keyword': 'sender'} if sender else {}), **keywords)(fn)
     f.__name__ = name
     mock.methods.setdefault(iface, {})[name] = (in_sig, out_sig, '', mockobject.loggedmethod(mock, f))
 
@@ -107,6 +192,7 @@ def _add(mock, iface, name, fn, in_sig, out_sig='o', sender=True):
 def load(mock, parameters):
     mock.bound, mock.options, mock.keysyms, mock.config = {}, {}, [], dict(parameters)
     mock.sessions = {'GlobalShortcuts': [], 'RemoteDesktop': []}
+    mock.clipboard_sessions, mock.transfers, mock.pastes, mock.copied, mock.owner, mock.serial = [], {}, {}, {}, None, 0
     mock.AddProperties(GS, {'version': dbus.UInt32(1)})
     mock.AddProperties(RD, {'version': dbus.UInt32(1), 'AvailableDeviceTypes': dbus.UInt32(7)})
     _add(mock, GS, 'CreateSession', _create('GlobalShortcuts'), 'a{sv}')
@@ -122,5 +208,13 @@ def load(mock, parameters):
     _add(mock, ctl, 'ChangeTrigger', change_trigger, 'ss', '', sender=False)
     _add(mock, ctl, 'CloseSessions', close_sessions, '', '', sender=False)
     _add(mock, ctl, 'Keysyms', lambda self: dbus.Array(self.keysyms, signature='i'), '', 'ai', sender=False)
+    _add(mock, CB, 'RequestClipboard', cb_request, 'oa{sv}', '')
+    _add(mock, CB, 'SetSelection', cb_set_selection, 'oa{sv}', '')
+    _add(mock, CB, 'SelectionWrite', cb_write, 'ou', 'h')
+    _add(mock, CB, 'SelectionWriteDone', cb_write_done, 'oub', '')
+    _add(mock, CB, 'SelectionRead', cb_read, 'os', 'h')
+    _add(mock, ctl, 'Paste', paste, 's', 'ay', sender=False, async_callbacks=('ok', 'err'))
+    _add(mock, ctl, 'Copy', copy, 'a{sv}', '', sender=False)
+    _add(mock, ctl, 'Calls', calls, '', 'as', sender=False)
     _add(mock, ctl, 'LastOptions', lambda self, name: dbus.Dictionary(self.options.get(name, {}), signature='sv'),
          's', 'a{sv}', sender=False)

@@ -24,83 +24,15 @@ namespace ombry::wayland {
 
 namespace {
 
-// The longest a call waits for the compositor or for another client's data.
-constexpr int answerMs = 1000;
-// How long a reader that takes nothing keeps a write of ours open.
-constexpr int writeMs = 5000;
-
 enum Board { Clipboard_, Primary_ };
-
-const QStringList& textTypes() {
-    static const QStringList types = {QStringLiteral("text/plain;charset=utf-8"),
-                                      QStringLiteral("text/plain"), QStringLiteral("UTF8_STRING"),
-                                      QStringLiteral("TEXT"), QStringLiteral("STRING")};
-    return types;
-}
-
-// Targets of the X11 selection protocol that XWayland passes on: no content of their own.
-bool isProtocolTarget(const QString& type) {
-    static const QSet<QString> targets = {
-        QStringLiteral("TARGETS"),         QStringLiteral("MULTIPLE"),
-        QStringLiteral("TIMESTAMP"),       QStringLiteral("SAVE_TARGETS"),
-        QStringLiteral("DELETE"),          QStringLiteral("INCR"),
-        QStringLiteral("INSERT_PROPERTY"), QStringLiteral("INSERT_SELECTION"),
-    };
-    return targets.contains(type);
-}
-
-// Writes bytes to a reader's pipe from the event loop, as fast as the reader takes them, and
-// closes it at the end, when the reader goes, or after writeMs.
-class PipeWriter : public QObject {
-public:
-    // Writes what the pipe takes now; the rest, if any, from the event loop.
-    static void start(int fd, QByteArray bytes) {
-        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-        qsizetype done = 0;
-        if (writeMore(fd, bytes, done) || !QCoreApplication::instance()) {
-            close(fd);
-            return;
-        }
-        new PipeWriter(fd, std::move(bytes), done);
-    }
-    ~PipeWriter() override { close(fd_); }
-
-private:
-    PipeWriter(int fd, QByteArray bytes, qsizetype done)
-        : fd_(fd), bytes_(std::move(bytes)), done_(done),
-          notifier_(new QSocketNotifier(fd, QSocketNotifier::Write, this)) {
-        connect(notifier_, &QSocketNotifier::activated, this, [this] {
-            if (writeMore(fd_, bytes_, done_)) finish();
-        });
-        QTimer::singleShot(writeMs, this, [this] { finish(); });
-    }
-    // True once nothing more is to be written (all written, or the reader has gone).
-    static bool writeMore(int fd, const QByteArray& bytes, qsizetype& done) {
-        while (done < bytes.size()) {
-            const ssize_t n = writeSome(fd, bytes.constData() + done, size_t(bytes.size() - done));
-            if (n < 0) return errno != EAGAIN && errno != EWOULDBLOCK;
-            done += n;
-        }
-        return true;
-    }
-    void finish() {
-        notifier_->setEnabled(false);
-        deleteLater();
-    }
-
-    int fd_;
-    QByteArray bytes_;
-    qsizetype done_;
-    QSocketNotifier* notifier_;
-};
 
 class DataControlClipboard final : public Clipboard {
 public:
     ~DataControlClipboard() override { reset(); }
 
     ClipboardSnapshot snapshot() override { return snapshotOf(Clipboard_); }
-    // The owner's pipes are read with one deadline for all (answerMs); the formats it had not
-    // given by then are named.
+    // The owner's pipes are read with one deadline for all (kClipboardAnswerMs); the formats it had
+    // not given by then are named.
     QCoro::Task<ClipboardRead> readSnapshot(bool primary) override {
         late_.clear();
         ClipboardRead read{primary ? selectionSnapshot() : snapshot(), {}};
@@ -182,7 +114,7 @@ private:
     }
 
     bool connect() {
-        if (!connection_.open(answerMs)) return false;
+        if (!connection_.open(kClipboardAnswerMs)) return false;
         // ext data-control is wlr data-control renamed: the same requests and events in the same
         // order with the same arguments, and a message carries its opcode and the ids of its
         // objects, never an interface's name. So a wlr manager is driven through the ext calls
@@ -207,7 +139,7 @@ private:
         device_ = ext_data_control_manager_v1_get_data_device(manager_, seat_);
         ext_data_control_device_v1_add_listener(device_, &deviceListener, this);
         // The selections as they are now come at once.
-        if (!connection_.roundtrip(answerMs)) {
+        if (!connection_.roundtrip(kClipboardAnswerMs)) {
             reset();
             return false;
         }
@@ -282,7 +214,7 @@ private:
         else
             ext_data_control_device_v1_set_selection(device_, source);
         if (wait)
-            connection_.roundtrip(answerMs);
+            connection_.roundtrip(kClipboardAnswerMs);
         else
             connection_.flush();
         if (connection_.failed()) reset();
@@ -330,7 +262,7 @@ private:
             asked.append(type);
         }
         connection_.flush();
-        const QList<PipeRead> reads = readPipes(fds, answerMs);
+        const QList<PipeRead> reads = readPipes(fds, kClipboardAnswerMs);
         ClipboardSnapshot out;
         QStringList late;
         for (qsizetype i = 0; i < asked.size(); ++i) {
@@ -389,7 +321,7 @@ private:
                 break;
             }
         }
-        PipeWriter::start(fd, bytes);
+        writeToPipe(fd, bytes);
         // Another client reads (this process reads its own content without asking); which
         // one Wayland does not tell.
         if (found && served->onFetched) {

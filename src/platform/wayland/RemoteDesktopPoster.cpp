@@ -23,6 +23,7 @@ constexpr uint kPersistUntilRevoked = 2;
 constexpr qint64 kTokenMaxBytes = 4096;
 constexpr int kEventTimeoutMs = 2000;
 constexpr int kKeymapMs = 300; // the seat's keymap, asked before each text typed
+constexpr int kRequestClipboardMs = 5000;
 
 QString failureMessage(const Answer& a) {
     switch (a.status) {
@@ -49,7 +50,8 @@ QString failureMessage(const Answer& a) {
 class RemoteDesktopPoster final : public QObject, public KeyPoster {
     Q_OBJECT
 public:
-    explicit RemoteDesktopPoster(QString tokenFile) : tokenFile_(std::move(tokenFile)) {}
+    RemoteDesktopPoster(QString tokenFile, std::shared_ptr<RemoteDesktopSession> shared)
+        : tokenFile_(std::move(tokenFile)), shared_(std::move(shared)) {}
     ~RemoteDesktopPoster() override { closeSession(); }
 
     bool post(uint16_t keyCode, uint64_t modifiers) override {
@@ -100,6 +102,7 @@ private slots:
         session_.clear();
         started_ = false;
         queue_.clear();
+        tellShared();
     }
 
 private:
@@ -170,6 +173,20 @@ private:
             co_return;
         }
 
+        // The clipboard is asked for inside this session, before its start; the dialog of the
+        // start then offers it to the user.
+        const bool askClipboard = shared_ && shared_->askClipboard;
+        if (askClipboard) {
+            QDBusMessage ask =
+                QDBusMessage::createMethodCall(portal::kService, portal::kPath, portal::kClipboard,
+                                               QStringLiteral("RequestClipboard"));
+            ask << QVariant::fromValue(QDBusObjectPath(session_)) << QVariantMap();
+            const QDBusPendingCall asking = bus().asyncCall(ask, kRequestClipboardMs);
+            const QDBusMessage asked = co_await asking;
+            if (!self) co_return;
+            (void)asked; // a refusal shows in Start's answer
+        }
+
         QVariantList startArgs{QVariant::fromValue(QDBusObjectPath(session_)), QString(),
                                QVariantMap()};
         // Locals, not temporaries: GCC 12 destroys a temporary argument of an awaited
@@ -197,10 +214,24 @@ private:
             writeToken(token);
         }
         started_ = true;
+        clipboardEnabled_ = std::nullopt;
+        if (askClipboard)
+            clipboardEnabled_ = started.results.value(QStringLiteral("clipboard_enabled")).toBool();
+        tellShared();
         // mutter drops the first key of a session: a Shift alone changes nothing anywhere.
         send(XK_Shift_L, true);
         send(XK_Shift_L, false);
-        finish(true, QString());
+        finish(true, clipboardEnabled_ == false
+                         ? QStringLiteral("le bureau n'a pas accordé le presse-papiers : le texte "
+                                          "sera tapé touche par touche")
+                         : QString());
+    }
+
+    // The session, and whether the clipboard works in it, for the clipboard that shares it.
+    void tellShared() {
+        if (!shared_) return;
+        shared_->handle = started_ ? session_ : QString();
+        shared_->clipboardEnabled = started_ ? clipboardEnabled_ : std::nullopt;
     }
 
     void fail(const QString& message) {
@@ -272,6 +303,7 @@ private:
         unwatchClosed();
         started_ = false;
         queue_.clear();
+        tellShared();
         if (session_.isEmpty()) return;
         bus().send(QDBusMessage::createMethodCall(portal::kService, session_, portal::kSession,
                                                   QStringLiteral("Close")));
@@ -279,6 +311,8 @@ private:
     }
 
     QString tokenFile_;
+    std::shared_ptr<RemoteDesktopSession> shared_;
+    std::optional<bool> clipboardEnabled_; // Start's answer, where the clipboard was asked for
     QString restoreToken_;
     QString session_;
     QString closedPath_;
@@ -296,8 +330,9 @@ private:
 
 } // namespace
 
-std::unique_ptr<KeyPoster> makeRemoteDesktopPoster(const QString& tokenFile) {
-    return std::make_unique<RemoteDesktopPoster>(tokenFile);
+std::unique_ptr<KeyPoster> makeRemoteDesktopPoster(const QString& tokenFile,
+                                                   std::shared_ptr<RemoteDesktopSession> shared) {
+    return std::make_unique<RemoteDesktopPoster>(tokenFile, std::move(shared));
 }
 
 } // namespace ombry::wayland

@@ -42,10 +42,16 @@ private:
     std::unique_ptr<KeyboardHook> devices_;
 };
 
+// Whether the clipboard takes the Clipboard portal where the desktop grants it.
+bool portalClipboardOffered(DisplaySession& session) {
+    return chooseRoads(session.offer()).clipboard == ClipboardRoad::Portal;
+}
+
 // Posts keys by the road the session offers, chosen at the first use.
 class RoadKeyPoster final : public KeyPoster {
 public:
-    explicit RoadKeyPoster(DisplaySession& session) : session_(session) {}
+    RoadKeyPoster(DisplaySession& session, std::shared_ptr<RemoteDesktopSession> remote)
+        : session_(session), remote_(std::move(remote)) {}
 
     bool post(uint16_t keyCode, uint64_t modifiers) override {
         KeyPoster* p = poster();
@@ -57,7 +63,11 @@ public:
     }
     void prepare(ReadyHandler onReady) override {
         if (KeyPoster* p = poster()) {
-            p->prepare(std::move(onReady));
+            p->prepare([this, onReady = std::move(onReady)](bool ok, const QString& message) {
+                // The clipboard's road follows what the desktop granted in its session.
+                session_.setClipboardPortalRefused(remote_->clipboardEnabled == false);
+                if (onReady) onReady(ok, message);
+            });
             return;
         }
         if (onReady)
@@ -78,8 +88,10 @@ private:
             poster_ = makeVirtualKeyboard();
             break;
         case PostRoad::RemoteDesktop:
+            remote_->askClipboard = portalClipboardOffered(session_);
             poster_ = makeRemoteDesktopPoster(
-                QDir(Paths::dataFolder()).filePath(QStringLiteral("remote-desktop-token")));
+                QDir(Paths::dataFolder()).filePath(QStringLiteral("remote-desktop-token")),
+                remote_);
             break;
         case PostRoad::Uinput:
             poster_ = linux_platform::makeUinputKeyboard();
@@ -91,6 +103,7 @@ private:
     }
 
     DisplaySession& session_;
+    std::shared_ptr<RemoteDesktopSession> remote_;
     std::unique_ptr<KeyPoster> poster_;
     PostRoad road_ = PostRoad::None;
     bool chosen_ = false;
@@ -115,7 +128,8 @@ public:
 // The clipboard through the session's road, chosen at the first use.
 class RoadClipboard final : public Clipboard {
 public:
-    explicit RoadClipboard(DisplaySession& session) : session_(session) {}
+    RoadClipboard(DisplaySession& session, std::shared_ptr<RemoteDesktopSession> remote)
+        : session_(session), remote_(std::move(remote)) {}
 
     ClipboardSnapshot snapshot() override { return board().snapshot(); }
     void restore(const ClipboardSnapshot& s) override { board().restore(s); }
@@ -137,12 +151,15 @@ private:
         if (!board_) {
             if (session_.roads().clipboard == ClipboardRoad::DataControl)
                 board_ = makeDataControlClipboard();
+            else if (portalClipboardOffered(session_))
+                board_ = makePortalClipboard(remote_);
             if (!board_) board_ = std::make_unique<NoClipboard>();
         }
         return *board_;
     }
 
     DisplaySession& session_;
+    std::shared_ptr<RemoteDesktopSession> remote_;
     std::unique_ptr<Clipboard> board_;
 };
 
@@ -189,11 +206,13 @@ private:
 std::unique_ptr<KeyboardHook> makeKeyboardHook(DisplaySession& session) {
     return std::make_unique<RoadKeyboardHook>(session);
 }
-std::unique_ptr<KeyPoster> makeKeyPoster(DisplaySession& session) {
-    return std::make_unique<RoadKeyPoster>(session);
+std::unique_ptr<KeyPoster> makeKeyPoster(DisplaySession& session,
+                                         std::shared_ptr<RemoteDesktopSession> remote) {
+    return std::make_unique<RoadKeyPoster>(session, std::move(remote));
 }
-std::unique_ptr<Clipboard> makeClipboard(DisplaySession& session) {
-    return std::make_unique<RoadClipboard>(session);
+std::unique_ptr<Clipboard> makeClipboard(DisplaySession& session,
+                                         std::shared_ptr<RemoteDesktopSession> remote) {
+    return std::make_unique<RoadClipboard>(session, std::move(remote));
 }
 std::unique_ptr<Windows> makeWindows(Accessibility& accessibility) {
     return std::make_unique<WaylandWindows>(accessibility);

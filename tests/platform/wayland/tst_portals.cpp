@@ -1,10 +1,14 @@
 // The portal clients of a Wayland session against a mock of the desktop portal on a private
-// session bus: the dictation key's press and release, and keys sent through RemoteDesktop.
+// session bus: the dictation key's press and release, keys sent through RemoteDesktop, and the
+// clipboard inside its session.
+#include "FakePlatform.h"
 #include "PortalMock.h"
 #include "SessionBus.h"
 #include "platform/wayland/WaylandPlatform.h"
 
+#include <QDBusConnection>
 #include <QDBusMetaType>
+#include <QDBusPendingCall>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
@@ -29,6 +33,18 @@ class TestPortals : public QObject {
     }
     QList<int> keysyms() {
         return qdbus_cast<QList<int>>(mock_.call(QStringLiteral("Keysyms")).arguments().value(0));
+    }
+    // An application pasting: what the clipboard's owner gave. The owner may be this process,
+    // so the event loop turns meanwhile.
+    QByteArray paste(const QString& type) {
+        QDBusMessage m = QDBusMessage::createMethodCall(
+            QStringLiteral("org.freedesktop.portal.Desktop"),
+            QStringLiteral("/org/freedesktop/portal/desktop"),
+            QStringLiteral("org.ombry.test.PortalMock"), QStringLiteral("Paste"));
+        m << type;
+        const QDBusPendingCall call = QDBusConnection::sessionBus().asyncCall(m, 5000);
+        (void)QTest::qWaitFor([&] { return call.isFinished(); }, 5000);
+        return call.reply().arguments().value(0).toByteArray();
     }
     // prepare() and its answer: empty when ready, else the reason.
     std::optional<QString> prepare(KeyPoster& poster) {
@@ -151,6 +167,60 @@ private slots:
         expected << XK_Control_L << 1 << XK_Shift_L << 1 << XK_v << 1 << XK_v << 0 << XK_Shift_L
                  << 0 << XK_Control_L << 0;
         QTRY_COMPARE(keysyms(), expected);
+    }
+
+    // The clipboard rides the poster's one RemoteDesktop session, asked for before its start;
+    // where the user unticks it in the desktop's dialog, the text is typed instead.
+    void clipboardInsideTheRemoteDesktopSession_data() {
+        QTest::addColumn<bool>("granted");
+        QTest::newRow("granted") << true;
+        QTest::newRow("unticked") << false;
+    }
+    void clipboardInsideTheRemoteDesktopSession() {
+        QFETCH(bool, granted);
+        configure({{QStringLiteral("rd_version"), 2u},
+                   {QStringLiteral("clipboard"), true},
+                   {QStringLiteral("clipboard_enabled"), granted}});
+        test::FakeSession session;
+        session.offered.display = SessionOffer::Display::Wayland;
+        session.offered.remoteDesktopPortalVersion = 2;
+        session.offered.clipboardPortal = wayland::probePortals().clipboard;
+        const auto remote = std::make_shared<wayland::RemoteDesktopSession>();
+        const std::unique_ptr<KeyPoster> poster = wayland::makeKeyPoster(session, remote);
+        const std::unique_ptr<Clipboard> board = wayland::makeClipboard(session, remote);
+        QCOMPARE(prepare(*poster), QString());
+        const QStringList calls =
+            mock_.call(QStringLiteral("Calls")).arguments().value(0).toStringList();
+        QCOMPARE(calls.filter(QStringLiteral("CreateSession")).size(), 1);
+        const qsizetype asked = calls.indexOf("RequestClipboard " + remote->handle);
+        QVERIFY2(asked >= 0 && asked < calls.indexOf("Start " + remote->handle),
+                 qPrintable(calls.join(", ")));
+        QCOMPARE(session.roads().clipboard, granted ? ClipboardRoad::Portal : ClipboardRoad::None);
+        QCOMPARE(session.roads().typeInsteadOfPaste, !granted);
+        if (!granted) {
+            board->setText(QStringLiteral("tapé"), false);
+            QVERIFY(lastOptions(QStringLiteral("Clipboard.SetSelection")).isEmpty());
+            return;
+        }
+
+        int fetched = 0;
+        board->setText(QStringLiteral("Déjà vu"), false, [&](const ClipboardFetch&) { ++fetched; });
+        QCOMPARE(paste(QStringLiteral("text/plain;charset=utf-8")),
+                 QStringLiteral("Déjà vu").toUtf8());
+        QTRY_COMPARE(fetched, 1);
+
+        // Another application copies: its formats are saved, and given back after a paste.
+        const uint64_t before = board->changeCount();
+        mock_.call(QStringLiteral("Copy"), {QVariantMap{{"text/html", QByteArray("<b>x</b>")},
+                                                        {"text/plain", QByteArray("x")}}});
+        QTRY_COMPARE(board->changeCount(), before + 1);
+        const ClipboardSnapshot saved = board->snapshot();
+        QCOMPARE(saved, ClipboardSnapshot({{"text/html", "<b>x</b>"}, {"text/plain", "x"}}));
+        board->setText(QStringLiteral("dictée"), false);
+        QCOMPARE(paste(QStringLiteral("text/plain")), QStringLiteral("dictée").toUtf8());
+        board->restore(saved);
+        QCOMPARE(paste(QStringLiteral("text/html")), QByteArray("<b>x</b>"));
+        QCOMPARE(board->changeCount(), before + 1); // our own offers are no change
     }
 
     void closedSessionStartsAgain() {
