@@ -5,49 +5,44 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <csignal>
 
 namespace ombry::test {
 
-DesktopProgram::DesktopProgram() {
-    process_.setProcessChannelMode(QProcess::MergedChannels);
+namespace {
+QByteArray readFile(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate)) f.write(bytes);
+}
+} // namespace
 
 DesktopProgram::~DesktopProgram() {
     if (running()) stop(3000);
 }
 
-QString DesktopProgram::dataFolder() const {
-    return home_.filePath(QStringLiteral("data/Ombry Voice"));
-}
-
-QString DesktopProgram::journalPath() const {
-    return dataFolder() + QStringLiteral("/journal.log");
-}
-
 void DesktopProgram::writeSettings(const QJsonObject& settings) {
-    QDir().mkpath(home_.filePath(QStringLiteral("config")));
-    QFile f(home_.filePath(QStringLiteral("config/com.quennard.ombryvoice.json")));
-    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        f.write(QJsonDocument(settings).toJson());
+    writeFile(home_.filePath("config/com.quennard.ombryvoice.json"),
+              QJsonDocument(settings).toJson());
 }
 
 QJsonObject DesktopProgram::readSettings() const {
-    QFile f(home_.filePath(QStringLiteral("config/com.quennard.ombryvoice.json")));
-    return f.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(f.readAll()).object()
-                                       : QJsonObject();
+    return QJsonDocument::fromJson(readFile(home_.filePath("config/com.quennard.ombryvoice.json")))
+        .object();
 }
 
 void DesktopProgram::writeData(const QString& name, const QByteArray& bytes) {
-    QDir().mkpath(dataFolder());
-    QFile f(dataFolder() + QLatin1Char('/') + name);
-    if (f.open(QIODevice::WriteOnly | QIODevice::Truncate)) f.write(bytes);
+    writeFile(dataFolder() + '/' + name, bytes);
 }
 
 QByteArray DesktopProgram::readData(const QString& name) const {
-    QFile f(dataFolder() + QLatin1Char('/') + name);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    return readFile(dataFolder() + '/' + name);
 }
 
 void DesktopProgram::setEnv(const QString& name, const QString& value) {
@@ -61,18 +56,16 @@ void DesktopProgram::setEnv(const QString& name, const QString& value) {
 
 QProcessEnvironment DesktopProgram::environment() const {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home_.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.filePath(QStringLiteral("config")));
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home_.filePath(QStringLiteral("data")));
-    env.insert(QStringLiteral("XDG_CACHE_HOME"), home_.filePath(QStringLiteral("cache")));
+    env.insert("HOME", home_.path());
+    for (const char* dir : {"CONFIG", "DATA", "CACHE"})
+        env.insert(QString("XDG_%1_HOME").arg(dir), home_.filePath(QString(dir).toLower()));
     // The windows go to the test's X server, notifications to no bus at all.
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    env.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
-    env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    env.insert("QT_QPA_PLATFORM", "xcb");
+    env.remove("DBUS_SESSION_BUS_ADDRESS");
+    env.remove("WAYLAND_DISPLAY");
     for (const QString& name : std::as_const(removed_))
         env.remove(name);
-    for (const QString& name : extra_.keys())
-        env.insert(name, extra_.value(name));
+    env.insert(extra_);
     return env;
 }
 
@@ -82,13 +75,13 @@ bool DesktopProgram::start(int timeoutMs) {
     process_.setProcessEnvironment(environment());
     process_.start(qEnvironmentVariable("OMBRY_BINARY"), {});
     if (!process_.waitForStarted(5000)) {
-        error_ = QStringLiteral("le programme ne démarre pas: ") + process_.errorString();
+        error_ = "le programme ne démarre pas: " + process_.errorString();
         return false;
     }
     // The launch line comes after the controller has started its key hook.
-    if (!waitForLine(QStringLiteral("ordinateur:"), from, timeoutMs)) {
-        error_ = QStringLiteral("pas de ligne de démarrage\n") + journalFrom(from) +
-                 QStringLiteral("\nsortie:\n") + QString::fromLocal8Bit(output());
+    if (!waitForLine("ordinateur:", from, timeoutMs)) {
+        error_ = "pas de ligne de démarrage\n" + journalFrom(from) + "\nsortie:\n" +
+                 QString::fromLocal8Bit(output());
         return false;
     }
     return true;
@@ -97,9 +90,7 @@ bool DesktopProgram::start(int timeoutMs) {
 int DesktopProgram::stop(int timeoutMs) {
     if (process_.state() == QProcess::NotRunning) return process_.exitCode();
     ::kill(pid_t(process_.processId()), SIGTERM);
-    const bool ended = DesktopSession::waitUntil(
-        [this] { return process_.state() == QProcess::NotRunning; }, timeoutMs);
-    if (!ended) {
+    if (!DesktopSession::waitUntil([this] { return !running(); }, timeoutMs)) {
         process_.kill();
         process_.waitForFinished(3000);
         return -1;
@@ -113,32 +104,30 @@ int DesktopProgram::tell(const QString& option, int timeoutMs) const {
     teller.setProcessEnvironment(environment());
     teller.start(qEnvironmentVariable("OMBRY_BINARY"), {option});
     // The event loop turns meanwhile: the test's servers go on answering.
-    if (!DesktopSession::waitUntil([&] { return teller.state() == QProcess::NotRunning; },
-                                   timeoutMs)) {
+    const auto r = DesktopSession::waitUntil([&] { return teller.state() == QProcess::NotRunning; },
+                                             timeoutMs);
+    if (!r) {
         teller.kill();
         teller.waitForFinished(2000);
-        return -1;
     }
-    return teller.exitCode();
+    return r ? teller.exitCode() : -1;
+}
+
+QList<QPair<QByteArray, QString>> DesktopProgram::lines() const {
+    QList<QPair<QByteArray, QString>> out;
+    for (const QByteArray& line : readFile(dataFolder() + "/journal.log").split('\n')) {
+        const qsizetype blank = line.indexOf(' ');
+        if (!line.isEmpty())
+            out.append({line.left(qMax(blank, 0)), QString::fromUtf8(line.mid(blank + 1))});
+    }
+    return out;
 }
 
 QStringList DesktopProgram::journal() const {
-    QFile f(journalPath());
-    if (!f.open(QIODevice::ReadOnly)) return {};
     QStringList messages;
-    for (const QByteArray& line : f.readAll().split('\n')) {
-        if (line.isEmpty()) continue;
-        const qsizetype blank = line.indexOf(' ');
-        messages << QString::fromUtf8(blank < 0 ? line : line.mid(blank + 1));
-    }
+    for (const auto& [stamp, message] : lines())
+        messages << message;
     return messages;
-}
-
-bool DesktopProgram::hasLine(const QString& prefix, int from) const {
-    const QStringList lines = journal();
-    for (int i = from; i < lines.size(); ++i)
-        if (lines[i].startsWith(prefix)) return true;
-    return false;
 }
 
 std::optional<QString> DesktopProgram::waitForLine(const QString& prefix, int from, int timeoutMs) {
@@ -150,37 +139,31 @@ std::optional<QString> DesktopProgram::waitFor(const std::function<bool(const QS
     std::optional<QString> found;
     DesktopSession::waitUntil(
         [&] {
-            const QStringList lines = journal();
-            for (int i = from; i < lines.size(); ++i) {
-                if (matches(lines[i])) {
-                    found = lines[i];
-                    return true;
-                }
-            }
-            return process_.state() == QProcess::NotRunning;
+            const QStringList lines = journal().mid(from);
+            for (const QString& line : lines)
+                if (matches(line)) return bool(found = line);
+            return !running();
         },
         timeoutMs);
     return found;
 }
 
+bool DesktopProgram::hasLine(const QString& prefix, int from) const {
+    const QStringList lines = journal().mid(from);
+    return std::any_of(lines.begin(), lines.end(), [&](auto& l) { return l.startsWith(prefix); });
+}
+
 std::optional<qint64> DesktopProgram::stampOf(const QString& prefix, int from) const {
-    QFile f(journalPath());
-    if (!f.open(QIODevice::ReadOnly)) return std::nullopt;
-    int index = 0;
-    for (const QByteArray& line : f.readAll().split('\n')) {
-        if (line.isEmpty()) continue;
-        if (index++ < from) continue;
-        const qsizetype blank = line.indexOf(' ');
-        if (blank < 0 || !QString::fromUtf8(line.mid(blank + 1)).startsWith(prefix)) continue;
-        const QDateTime at =
-            QDateTime::fromString(QString::fromLatin1(line.left(blank)), Qt::ISODateWithMs);
-        if (at.isValid()) return at.toMSecsSinceEpoch();
+    for (const auto& [stamp, message] : lines().mid(from)) {
+        const QDateTime at = QDateTime::fromString(QString::fromLatin1(stamp), Qt::ISODateWithMs);
+        if (message.startsWith(prefix) && at.isValid()) return at.toMSecsSinceEpoch();
     }
     return std::nullopt;
 }
 
-QString DesktopProgram::journalFrom(int from) const {
-    return journal().mid(from).join(QLatin1Char('\n'));
+const char* DesktopProgram::since(int from) {
+    since_ = ('\n' + journalFrom(from)).toUtf8();
+    return since_.constData();
 }
 
 QByteArray DesktopProgram::output() {

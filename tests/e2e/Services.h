@@ -4,9 +4,14 @@
 // (an OpenRouter chat whose user message carries the WAV), the text models (rewrite,
 // correction) and LanguageTool. Each request is sorted by what it asks for and kept.
 #include "DesktopProgram.h"
+#include "DesktopSession.h"
+#include "SoundServer.h"
 #include "TestHttpServer.h"
+#include "data/Records.h"
 
 #include <QJsonArray>
+#include <QTest>
+#include <QJsonDocument>
 #include <QtEndian>
 #include <functional>
 
@@ -54,8 +59,8 @@ struct Services {
     Reply answer(const RecordedRequest& r) {
         if (r.method != "POST") return Reply::text("", 200); // the connection warm-ups
         if (r.path == QLatin1String("/v2/check")) {
-            calls << QStringLiteral("grammaire");
-            checked << r.formValue(QStringLiteral("text"));
+            calls << "grammaire";
+            checked << r.formValue("text");
             return Reply::json(QJsonObject{{"matches", grammarMatches}});
         }
         if (r.path != QLatin1String("/api/v1/chat/completions")) return Reply::text("", 404);
@@ -63,7 +68,7 @@ struct Services {
         const QJsonValue user =
             messages.size() > 1 ? messages[1].toObject().value("content") : QJsonValue();
         if (user.isArray()) {
-            calls << QStringLiteral("parole");
+            calls << "parole";
             for (const QJsonValue& part : user.toArray()) {
                 const QJsonObject audio = part.toObject().value("input_audio").toObject();
                 if (!audio.isEmpty())
@@ -74,7 +79,7 @@ struct Services {
                                    speechStatus);
             return chatCompletion(transcript).after(speechDelayMs);
         }
-        calls << QStringLiteral("texte");
+        calls << "texte";
         texts << user.toString();
         const QString system =
             messages.isEmpty() ? QString() : messages[0].toObject().value("content").toString();
@@ -92,9 +97,41 @@ inline void prepareDictation(DesktopProgram& program, const Services& services) 
                                       {"transcriptionEngine", "gemini"},
                                       {"rewriteEngine", "openRouter"},
                                       {"sounds", false}});
-    program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), QStringLiteral("sk-or-test"));
-    program.setEnv(QStringLiteral("OMBRY_OPENROUTER_URL"), services.url());
-    program.setEnv(QStringLiteral("OMBRY_LANGUAGETOOL_URL"), services.url());
+    program.setEnv("OPENROUTER_API_KEY", "sk-or-test");
+    program.setEnv("OMBRY_OPENROUTER_URL", services.url());
+    program.setEnv("OMBRY_LANGUAGETOOL_URL", services.url());
+}
+
+// Starts the program in this process's desktop session (the variables named, taken from its
+// environment) and checks the roads that its journal names at start.
+inline void startOnDesktop(DesktopProgram& program, const QList<const char*>& session,
+                           const QStringList& roads) {
+    for (const char* name : session)
+        program.setEnv(name, qEnvironmentVariable(name));
+    QVERIFY2(program.start(), qPrintable(program.error()));
+    const auto line = program.waitForLine("bureau: ", 0);
+    QVERIFY(line);
+    for (const QString& road : roads)
+        QVERIFY2(line->contains(road), qPrintable(*line));
+}
+
+// Plays a WAV into the microphone and waits until it has been played, the event loop turning.
+inline bool speak(const SoundServer& sound, const QString& wav) {
+    QProcess player;
+    player.setProcessEnvironment(sound.environment());
+    player.start("paplay", {"-d", "mic", wav});
+    return player.waitForStarted(5000) &&
+           DesktopSession::waitUntil([&] { return player.state() == QProcess::NotRunning; },
+                                     20000) &&
+           player.exitCode() == 0;
+}
+
+// The dictations of the program's history.json, newest first.
+inline QList<Dictation> history(const DesktopProgram& program) {
+    QList<Dictation> out;
+    for (const QJsonValue& v : QJsonDocument::fromJson(program.readData("history.json")).array())
+        if (const auto d = Dictation::fromJson(v)) out << *d;
+    return out;
 }
 
 } // namespace ombry::test

@@ -7,11 +7,7 @@
 #include "Services.h"
 #include "SoundServer.h"
 
-#include "data/Records.h"
-
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QTemporaryDir>
 #include <csignal>
 
@@ -20,15 +16,7 @@ using namespace ombry::test;
 
 namespace {
 
-const QString kInterrupted = QStringLiteral("Ombry Voice s'est arrêté pendant la transcription");
-
-QList<Dictation> history(const DesktopProgram& program) {
-    QList<Dictation> out;
-    const QJsonArray list = QJsonDocument::fromJson(program.readData("history.json")).array();
-    for (const QJsonValue& v : list)
-        if (const auto d = Dictation::fromJson(v)) out << *d;
-    return out;
-}
+const QString kInterrupted = "Ombry Voice s'est arrêté pendant la transcription";
 
 bool ended(const DesktopProgram& program) {
     return DesktopSession::waitUntil([&] { return !program.running(); }, 15000);
@@ -43,31 +31,19 @@ class TstDesktopInterrupted : public QObject {
     QTemporaryDir files;
     QString speech;
 
-    bool speak() {
-        QProcess player;
-        player.setProcessEnvironment(sound.environment());
-        player.start(QStringLiteral("paplay"),
-                     {QStringLiteral("-d"), QStringLiteral("mic"), speech});
-        return player.waitForStarted(5000) &&
-               DesktopSession::waitUntil([&] { return player.state() == QProcess::NotRunning; },
-                                         20000) &&
-               player.exitCode() == 0;
-    }
-
     // A hands-free dictation by the desktop's toggle, left waiting for the speech model.
     void dictateSlowly(DesktopProgram& program) {
         services.reset();
-        services.transcript = QStringLiteral("bonjour");
+        services.transcript = "bonjour";
         services.speechDelayMs = 60000;
         const int mark = program.mark();
-        QCOMPARE(program.tell(QStringLiteral("--toggle")), 0);
-        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
-                 qPrintable(program.journalFrom(mark)));
-        QVERIFY(speak());
-        QCOMPARE(program.tell(QStringLiteral("--toggle")), 0);
+        QCOMPARE(program.tell("--toggle"), 0);
+        QVERIFY2(program.waitForLine("enregistrement: début", mark), program.since(mark));
+        QVERIFY(speak(sound, speech));
+        QCOMPARE(program.tell("--toggle"), 0);
         QVERIFY2(
             DesktopSession::waitUntil([&] { return services.calls.contains("parole"); }, 20000),
-            qPrintable(program.journalFrom(mark)));
+            program.since(mark));
     }
 
     // The newest dictation of the history says `failure`, and its audio is what the speech
@@ -75,9 +51,8 @@ class TstDesktopInterrupted : public QObject {
     void expectKept(const DesktopProgram& program, const QString& failure) {
         const QList<Dictation> list = history(program);
         QVERIFY(!list.isEmpty());
-        QCOMPARE(list.first().failure.value_or(QStringLiteral("(aucune)")), failure);
-        QFile audio(program.dataFolder() + QStringLiteral("/Audio/") +
-                    list.first().audioFile.value_or("?"));
+        QCOMPARE(list.first().failure.value_or("(aucune)"), failure);
+        QFile audio(program.dataFolder() + "/Audio/" + list.first().audioFile.value_or("?"));
         QVERIFY(audio.open(QIODevice::ReadOnly));
         QCOMPARE(audio.readAll(), services.wavs.value(0, "?"));
     }
@@ -87,17 +62,18 @@ private Q_SLOTS:
         OMBRY_REQUIRE_DESKTOP();
         if (!SoundServer::installed()) QSKIP("pulseaudio n'est pas installé");
         QVERIFY2(sound.start(), qPrintable(sound.error()));
-        speech = files.filePath(QStringLiteral("phrase.wav"));
-        QVERIFY(SoundServer::makeSpeech(QStringLiteral("Bonjour, rappelle-moi le pain."),
-                                        QStringLiteral("fr"), speech));
+        speech = files.filePath("phrase.wav");
+        QVERIFY(SoundServer::makeSpeech("Bonjour, rappelle-moi le pain.", "fr", speech));
     }
 
     // The session's end (SIGTERM) and a closed terminal (SIGHUP) end the program cleanly in
-    // the middle of a transcription.
+    // the middle of a transcription. A killed program (SIGKILL) leaves the record in progress
+    // beside its audio; the next start makes it failed.
     void endedBySignal_data() {
         QTest::addColumn<int>("signal");
         QTest::newRow("SIGTERM") << int(SIGTERM);
         QTest::newRow("SIGHUP") << int(SIGHUP);
+        QTest::newRow("SIGKILL") << int(SIGKILL);
     }
     void endedBySignal() {
         QFETCH(int, signal);
@@ -106,34 +82,22 @@ private Q_SLOTS:
         QVERIFY2(program.start(), qPrintable(program.error()));
         dictateSlowly(program);
         if (QTest::currentTestFailed()) return;
+        auto newest = [&](bool inProgress) {
+            return DesktopSession::waitUntil([&] {
+                const QList<Dictation> list = history(program);
+                return !list.isEmpty() && list.first().inProgress() == inProgress;
+            });
+        };
+        if (signal == SIGKILL) QVERIFY(newest(true));
         ::kill(pid_t(program.pid()), signal);
         QVERIFY(ended(program));
+        if (signal == SIGKILL) {
+            expectKept(program, QString());
+            QVERIFY2(program.start(), qPrintable(program.error()));
+            QVERIFY(newest(false));
+        }
         QCOMPARE(program.stop(), 0);
         expectKept(program, kInterrupted);
-    }
-
-    // A killed program leaves the record in progress beside its audio; the next start makes it
-    // failed.
-    void killed() {
-        DesktopProgram program;
-        prepareDictation(program, services);
-        QVERIFY2(program.start(), qPrintable(program.error()));
-        dictateSlowly(program);
-        if (QTest::currentTestFailed()) return;
-        QVERIFY(DesktopSession::waitUntil([&] {
-            const QList<Dictation> list = history(program);
-            return !list.isEmpty() && list.first().inProgress();
-        }));
-        ::kill(pid_t(program.pid()), SIGKILL);
-        QVERIFY(ended(program));
-        expectKept(program, QString());
-        QVERIFY2(program.start(), qPrintable(program.error()));
-        QVERIFY(DesktopSession::waitUntil([&] {
-            const QList<Dictation> list = history(program);
-            return !list.isEmpty() && !list.first().inProgress();
-        }));
-        expectKept(program, kInterrupted);
-        QCOMPARE(program.stop(), 0);
     }
 
     // The X server going away ends the program from inside its event loop: the history is
@@ -155,8 +119,7 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(lock) && QFile::exists(socket));
         own.stop();
         QVERIFY(ended(program));
-        QVERIFY2(program.hasLine(QStringLiteral("affichage: connexion perdue"), 0),
-                 qPrintable(program.journalFrom(0)));
+        QVERIFY2(program.hasLine("affichage: connexion perdue", 0), program.since(0));
         expectKept(program, kInterrupted);
         QVERIFY(!QFile::exists(lock));
         QVERIFY(!QFile::exists(socket));

@@ -26,17 +26,15 @@ class TstDesktopOffline : public QObject {
     QString speech;
 
     DesktopSession& desktop() { return *DesktopSession::current(); }
-    QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
 
 private Q_SLOTS:
     void initTestCase() {
         OMBRY_REQUIRE_DESKTOP();
         if (!SoundServer::installed()) QSKIP("pulseaudio n'est pas installé");
         QVERIFY2(sound.start(), qPrintable(sound.error()));
-        speech = files.filePath(QStringLiteral("phrase.wav"));
-        QVERIFY(SoundServer::makeSpeech(QStringLiteral("please open the kitchen window"),
-                                        QStringLiteral("en"), speech));
-        const QString grammar = files.filePath(QStringLiteral("phrases.gram"));
+        speech = files.filePath("phrase.wav");
+        QVERIFY(SoundServer::makeSpeech("please open the kitchen window", "en", speech));
+        const QString grammar = files.filePath("phrases.gram");
         QFile g(grammar);
         QVERIFY(g.open(QIODevice::WriteOnly));
         g.write("#JSGF V1.0;\ngrammar phrases;\npublic <phrase> = ( please open the kitchen "
@@ -51,11 +49,11 @@ private Q_SLOTS:
         for (const char* service : {"OMBRY_OPENROUTER_URL", "OMBRY_LANGUAGETOOL_URL",
                                     "OMBRY_LOCAL_LLM_URL", "OMBRY_DEEPGRAM_URL"})
             program.setEnv(QString::fromLatin1(service), nowhere);
-        program.setEnv(QStringLiteral("OPENROUTER_API_KEY"), {});
-        program.setEnv(QStringLiteral("DEEPGRAM_API_KEY"), {});
-        program.setEnv(QStringLiteral("OMBRY_SITE_URL"), {});
-        program.setEnv(QStringLiteral("OMBRY_LOCAL_STT_URL"), {});
-        program.setEnv(QStringLiteral("OMBRY_POCKETSPHINX_JSGF"), grammar);
+        program.setEnv("OPENROUTER_API_KEY", {});
+        program.setEnv("DEEPGRAM_API_KEY", {});
+        program.setEnv("OMBRY_SITE_URL", {});
+        program.setEnv("OMBRY_LOCAL_STT_URL", {});
+        program.setEnv("OMBRY_POCKETSPHINX_JSGF", grammar);
         QVERIFY2(program.start(), qPrintable(program.error()));
     }
 
@@ -70,19 +68,15 @@ private Q_SLOTS:
         const int mark = program.mark();
         const int altR = desktop().keycode("Alt_R");
         QVERIFY(desktop().keyboardPress(altR));
-        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
-                 qPrintable(journalSince(mark)));
+        QVERIFY2(program.waitForLine("enregistrement: début", mark), program.since(mark));
         QVERIFY(sound.play(speech));
         QVERIFY(desktop().keyboardRelease(altR));
-        QVERIFY2(program.waitForLine(QStringLiteral("collé:"), mark, 30000),
-                 qPrintable(journalSince(mark)));
+        QVERIFY2(program.waitForLine("collé:", mark, 30000), program.since(mark));
         // Without a key the program's own recogniser did the work.
-        QVERIFY2(program.hasLine(QStringLiteral("transcription locale: pocketsphinx"), mark),
-                 qPrintable(journalSince(mark)));
-        QVERIFY2(watch.waitForChanges(2, desktop().targetWindow()), qPrintable(journalSince(mark)));
+        QVERIFY2(program.hasLine("transcription locale: pocketsphinx", mark), program.since(mark));
+        QVERIFY2(watch.waitForChanges(2, desktop().targetWindow()), program.since(mark));
         QCOMPARE(desktop().readClipboard().value_or("?"), QByteArray("notes"));
-        QCOMPARE(desktop().closeTarget().value_or("?"),
-                 QStringLiteral("Please open the kitchen window"));
+        QCOMPARE(desktop().closeTarget().value_or("?"), QString("Please open the kitchen window"));
     }
 
     // A second start finds the first, tells it, and ends without a key hook of its own.
@@ -96,9 +90,8 @@ private Q_SLOTS:
                                           15000));
         QCOMPARE(second.exitCode(), 0);
         QVERIFY(second.readAll().contains("déjà lancé"));
-        QVERIFY2(program.waitForLine(QStringLiteral("démarrage: déjà lancé"), mark),
-                 qPrintable(journalSince(mark)));
-        QVERIFY(!program.hasLine(QStringLiteral("hotkey:"), mark));
+        QVERIFY2(program.waitForLine("démarrage: déjà lancé", mark), program.since(mark));
+        QVERIFY(!program.hasLine("hotkey:", mark));
         QVERIFY(program.running());
     }
 
@@ -108,20 +101,20 @@ private Q_SLOTS:
     // quits at once at SIGTERM.
     void pendingMeetingsNeverStopTheStart() {
         QCOMPARE(program.stop(), 0);
-        const QDir pending(program.dataFolder() + QStringLiteral("/PendingMeetings"));
-        QVERIFY(pending.mkpath(QStringLiteral(".")));
+        const QDir pending(program.dataFolder() + "/PendingMeetings");
+        QVERIFY(pending.mkpath("."));
         QStringList audio;
         for (const char* startedAt :
              {"2026-03-01T09:00:00.000Z", "2026-03-02T09:00:00.000Z", "2026-03-03T09:00:00.000Z"}) {
             const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
-            QFile json(pending.filePath(id + QStringLiteral(".json")));
+            QFile json(pending.filePath(id + ".json"));
             QVERIFY(json.open(QIODevice::WriteOnly));
             json.write(QStringLiteral(R"({"id":"%1","startedAt":"%2","recording":false})")
                            .arg(id, QLatin1String(startedAt))
                            .toUtf8());
-            audio << pending.filePath(id + QStringLiteral(".pcm"));
+            audio << pending.filePath(id + ".pcm");
         }
-        QVERIFY(QFile::link(QStringLiteral("/dev/zero"), audio[0]));
+        QVERIFY(QFile::link("/dev/zero", audio[0]));
         QCOMPARE(::mkfifo(QFile::encodeName(audio[1]).constData(), 0600), 0);
         QFile sparse(audio[2]);
         QVERIFY(sparse.open(QIODevice::WriteOnly) && sparse.resize(int64_t(40) << 30));
@@ -134,12 +127,11 @@ private Q_SLOTS:
         QVERIFY2(program.waitFor(
                      [&](const QString&) {
                          return program.journalFrom(mark).count(
-                                    QStringLiteral("réunion: audio en attente illisible")) == 2;
+                                    "réunion: audio en attente illisible") == 2;
                      },
                      mark, 20000),
-                 qPrintable(journalSince(mark)));
-        QVERIFY2(program.waitForLine(QStringLiteral("réunion: reprise"), mark),
-                 qPrintable(journalSince(mark)));
+                 program.since(mark));
+        QVERIFY2(program.waitForLine("réunion: reprise", mark), program.since(mark));
         QCOMPARE(program.stop(), 0);
         QVERIFY(QFileInfo(audio[0]).isSymLink() && QFileInfo(audio[1]).exists());
     }

@@ -25,33 +25,16 @@ class TstWaylandGnome : public QObject {
     QTemporaryDir files;
     QString speech;
 
-    QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
-
-    // The desktop's shortcut runs the program with the switch.
-    bool toggle() {
-        QProcess p;
-        p.setProcessEnvironment(program.environment());
-        p.start(qEnvironmentVariable("OMBRY_BINARY"), {QStringLiteral("--toggle")});
-        return p.waitForFinished(5000) && p.exitCode() == 0 && p.readAll().isEmpty();
-    }
-
 private Q_SLOTS:
     void initTestCase() {
         if (!GnomeSession::installed()) QSKIP("mutter et xdg-desktop-portal-gnome absents");
         if (!SoundServer::installed()) QSKIP("pulseaudio n'est pas installé");
         QVERIFY2(gnome.start(), qPrintable(gnome.error()));
         QVERIFY2(sound.start(), qPrintable(sound.error()));
-        speech = files.filePath(QStringLiteral("phrase.wav"));
-        QVERIFY(SoundServer::makeSpeech(QStringLiteral("Euh, bonjour, chers collègues."),
-                                        QStringLiteral("fr"), speech));
+        speech = files.filePath("phrase.wav");
+        QVERIFY(SoundServer::makeSpeech("Euh, bonjour, chers collègues.", "fr", speech));
         prepareDictation(program, services);
-        // On the GNOME desktop, over its bus; its windows go through XWayland, as they do on
-        // a user's GNOME.
-        for (const char* name :
-             {"WAYLAND_DISPLAY", "DISPLAY", "XAUTHORITY", "DBUS_SESSION_BUS_ADDRESS",
-              "XDG_RUNTIME_DIR", "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE"})
-            program.setEnv(QLatin1String(name), qEnvironmentVariable(name));
-        program.setEnv(QStringLiteral("QT_QPA_PLATFORM"), {});
+        program.setEnv("QT_QPA_PLATFORM", {});
     }
 
     void cleanupTestCase() {
@@ -59,41 +42,41 @@ private Q_SLOTS:
     }
 
     void toggleTypesTheDictation() {
-        QVERIFY2(program.start(), qPrintable(program.error()));
-        const auto roads = program.waitForLine(QStringLiteral("bureau: "), 0);
-        QVERIFY(roads);
-        QVERIFY2(roads->contains(QStringLiteral("touche=raccourci (sans les mains)")) &&
-                     roads->contains(QStringLiteral("(frappe du texte)")),
-                 qPrintable(*roads));
+        // On the GNOME desktop, over its bus; its windows go through XWayland, as they do on
+        // a user's GNOME.
+        startOnDesktop(program,
+                       {"WAYLAND_DISPLAY", "DISPLAY", "XAUTHORITY", "DBUS_SESSION_BUS_ADDRESS",
+                        "XDG_RUNTIME_DIR", "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE"},
+                       {"touche=raccourci (sans les mains)", "(frappe du texte)"});
+        if (QTest::currentTestFailed()) return;
         // The portal asks once a session; the user says yes.
-        QVERIFY2(gnome.answerConsentDialog(), qPrintable(journalSince(0)));
-        QVERIFY2(program.waitForLine(QStringLiteral("collage: envoi des touches prêt"), 0, 15000),
-                 qPrintable(journalSince(0)));
+        QVERIFY2(gnome.answerConsentDialog(), program.since(0));
+        QVERIFY2(program.waitForLine("collage: envoi des touches prêt", 0, 15000),
+                 program.since(0));
         // The user opens the field once the program's window is up (it shows at every start)
         // and copies a text of theirs (at its first key).
         QTest::qWait(1500);
-        QVERIFY(gnome.field.open(QStringLiteral("presse-papiers de l'utilisateur")));
-        QVERIFY(gnome.typeKeys({QStringLiteral("0xffe1"), QStringLiteral("0xffe1")}));
+        QVERIFY(gnome.field.open("presse-papiers de l'utilisateur"));
+        QVERIFY(gnome.typeKeys({"0xffe1", "0xffe1"}));
         QTRY_COMPARE_WITH_TIMEOUT(gnome.field.clipboard(),
-                                  QStringLiteral("presse-papiers de l'utilisateur"), 5000);
+                                  QString("presse-papiers de l'utilisateur"), 5000);
 
-        services.transcript = QStringLiteral("euh bonjour chers collegues");
+        services.transcript = "euh bonjour chers collegues";
         services.textModel = [](const QString&, const QString&) {
-            return QStringLiteral("Bonjour, chers collègues ! L'été, ça ira.");
+            return "Bonjour, chers collègues ! L'été, ça ira.";
         };
         const int mark = program.mark();
-        QVERIFY(toggle());
-        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
-                 qPrintable(journalSince(mark)));
+        QCOMPARE(program.tell("--toggle"), 0); // the desktop's shortcut
+        QVERIFY2(program.waitForLine("enregistrement: début", mark), program.since(mark));
         QVERIFY(sound.play(speech));
         QTest::qWait(300);
-        QVERIFY(toggle());
-        QTRY_VERIFY2_WITH_TIMEOUT(gnome.field.text() ==
-                                      QStringLiteral("Bonjour, chers collègues ! L'été, ça ira."),
-                                  qPrintable(gnome.field.text() + journalSince(mark)), 20000);
+        QCOMPARE(program.tell("--toggle"), 0); // the desktop's shortcut
+        QTRY_VERIFY2_WITH_TIMEOUT(gnome.field.text() == "Bonjour, chers collègues ! L'été, ça ira.",
+                                  qPrintable(gnome.field.text() + "\n" + program.journalFrom(mark)),
+                                  20000);
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
         QTest::qWait(500);
-        QCOMPARE(gnome.field.clipboard(), QStringLiteral("presse-papiers de l'utilisateur"));
+        QCOMPARE(gnome.field.clipboard(), QString("presse-papiers de l'utilisateur"));
     }
 };
 

@@ -8,7 +8,6 @@
 #include "SoundServer.h"
 
 #include <QDir>
-#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -23,16 +22,9 @@ class TstWaylandKde : public QObject {
     DesktopProgram program;
     QTemporaryDir files;
     QString speech;
-    QProcessEnvironment desktopEnv; // this process's environment on the desktop
 
-    QString journalSince(int mark) { return QStringLiteral("\n") + program.journalFrom(mark); }
-
-    QString run(const QString& tool, const QStringList& args) {
-        QProcess p;
-        p.setProcessEnvironment(desktopEnv);
-        p.start(tool, args);
-        if (!p.waitForFinished(5000)) return QStringLiteral("(bloqué)");
-        return QString::fromUtf8(p.readAllStandardOutput());
+    static QString paste() {
+        return QString::fromUtf8(DesktopSession::run("wl-paste", {"-n"}).out);
     }
 
 private Q_SLOTS:
@@ -46,16 +38,10 @@ private Q_SLOTS:
                 QFile::encodeName(QDir(qEnvironmentVariable("XDG_RUNTIME_DIR"))
                                       .filePath(qEnvironmentVariable("WAYLAND_DISPLAY"))));
         QVERIFY2(sound.start(), qPrintable(sound.error()));
-        desktopEnv = QProcessEnvironment::systemEnvironment();
-        speech = files.filePath(QStringLiteral("phrase.wav"));
-        QVERIFY(SoundServer::makeSpeech(QStringLiteral("Euh, déjà, bonjour à l'équipe."),
-                                        QStringLiteral("fr"), speech));
+        speech = files.filePath("phrase.wav");
+        QVERIFY(SoundServer::makeSpeech("Euh, déjà, bonjour à l'équipe.", "fr", speech));
         prepareDictation(program, services);
-        for (const char* name :
-             {"WAYLAND_DISPLAY", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR",
-              "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE", "KDE_SESSION_VERSION", "KDE_FULL_SESSION"})
-            program.setEnv(QLatin1String(name), qEnvironmentVariable(name));
-        program.setEnv(QStringLiteral("QT_QPA_PLATFORM"), {});
+        program.setEnv("QT_QPA_PLATFORM", {});
     }
 
     void cleanupTestCase() {
@@ -63,40 +49,37 @@ private Q_SLOTS:
     }
 
     void holdTheShortcutAndSpeak() {
-        QVERIFY2(program.start(), qPrintable(program.error()));
-        const auto roads = program.waitForLine(QStringLiteral("bureau: "), 0);
-        QVERIFY(roads);
-        QVERIFY2(roads->contains(QStringLiteral("touche=portail")) &&
-                     roads->contains(QStringLiteral("presse-papiers=data-control")),
-                 qPrintable(*roads));
-        QVERIFY2(program.waitForLine(QStringLiteral("hotkey: raccourci du bureau actif"), 0, 40000),
-                 qPrintable(journalSince(0)));
-        QVERIFY2(program.waitForLine(QStringLiteral("collage: envoi des touches prêt"), 0, 20000),
-                 qPrintable(journalSince(0)));
+        startOnDesktop(program,
+                       {"WAYLAND_DISPLAY", "DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR",
+                        "XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE", "KDE_SESSION_VERSION",
+                        "KDE_FULL_SESSION"},
+                       {"touche=portail", "presse-papiers=data-control"});
+        if (QTest::currentTestFailed()) return;
+        QVERIFY2(program.waitForLine("hotkey: raccourci du bureau actif", 0, 40000),
+                 program.since(0));
+        QVERIFY2(program.waitForLine("collage: envoi des touches prêt", 0, 20000),
+                 program.since(0));
         // The user's field, once the program's window is up, and a text of theirs copied.
         QTest::qWait(1500);
         QVERIFY(kde.field.open());
-        run(QStringLiteral("wl-copy"), {QStringLiteral("presse-papiers de l'utilisateur")});
-        QCOMPARE(run(QStringLiteral("wl-paste"), {QStringLiteral("-n")}),
-                 QStringLiteral("presse-papiers de l'utilisateur"));
+        DesktopSession::run("wl-copy", {"presse-papiers de l'utilisateur"});
+        QCOMPARE(paste(), QString("presse-papiers de l'utilisateur"));
 
-        services.transcript = QStringLiteral("euh déjà bonjour à l'équipe");
+        services.transcript = "euh déjà bonjour à l'équipe";
         services.textModel = [](const QString&, const QString&) {
-            return QStringLiteral("Déjà, bonjour à l'équipe !");
+            return "Déjà, bonjour à l'équipe !";
         };
         const int mark = program.mark();
         QVERIFY(kde.keysDown({29, 56, 32})); // Ctrl, Alt, D
-        QVERIFY2(program.waitForLine(QStringLiteral("enregistrement: début"), mark),
-                 qPrintable(journalSince(mark)));
+        QVERIFY2(program.waitForLine("enregistrement: début", mark), program.since(mark));
         QVERIFY(sound.play(speech));
         QVERIFY(kde.keysUp({32, 56, 29}));
-        QVERIFY2(kde.field.waitForText(QStringLiteral("Déjà, bonjour à l'équipe !"), 20000),
-                 qPrintable(kde.field.text() + journalSince(mark)));
+        QVERIFY2(kde.field.waitForText("Déjà, bonjour à l'équipe !", 20000),
+                 qPrintable(kde.field.text() + program.since(mark)));
         QCOMPARE(services.calls, QStringList({"parole", "texte"}));
-        QVERIFY(program.hasLine(QStringLiteral("touche: dictée enfoncée (portail)"), mark));
+        QVERIFY(program.hasLine("touche: dictée enfoncée (portail)", mark));
         // The user's clipboard is back once the field has read the text.
-        QTRY_COMPARE_WITH_TIMEOUT(run(QStringLiteral("wl-paste"), {QStringLiteral("-n")}),
-                                  QStringLiteral("presse-papiers de l'utilisateur"), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(paste(), QString("presse-papiers de l'utilisateur"), 5000);
     }
 };
 

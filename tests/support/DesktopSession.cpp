@@ -62,20 +62,20 @@ DesktopSession* DesktopSession::current() {
 }
 
 bool DesktopSession::xvfbInstalled() {
-    return !QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty();
+    return !QStandardPaths::findExecutable("Xvfb").isEmpty();
 }
 
 bool DesktopSession::start(bool windowManager) {
     if (running()) return true;
     if (!xvfbInstalled()) {
-        error_ = QStringLiteral("Xvfb n'est pas installé");
+        error_ = "Xvfb n'est pas installé";
         return false;
     }
     // Xvfb picks a free display number itself and writes it to the pipe once it accepts
     // connections: no race with the other tests running at the same time.
     int fds[2];
     if (pipe(fds) != 0) {
-        error_ = QStringLiteral("pipe: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+        error_ = QString("pipe: %1").arg(QString::fromLocal8Bit(strerror(errno)));
         return false;
     }
     fcntl(fds[0], F_SETFD, FD_CLOEXEC);
@@ -97,10 +97,10 @@ bool DesktopSession::start(bool windowManager) {
     close(fds[0]);
     if (!number.contains('\n')) {
         end(xvfb_);
-        error_ = QStringLiteral("Xvfb n'a pas démarré");
+        error_ = "Xvfb n'a pas démarré";
         return false;
     }
-    display_ = QStringLiteral(":") + QString::fromLatin1(number.trimmed());
+    display_ = ":" + QString::fromLatin1(number.trimmed());
     qputenv("DISPLAY", display_.toLatin1());
     // An X11 session of its own: no Wayland, GTK on X11, no accessibility bus to wait for.
     qunsetenv("WAYLAND_DISPLAY");
@@ -111,7 +111,7 @@ bool DesktopSession::start(bool windowManager) {
     connection_ = XOpenDisplay(display_.toLatin1().constData());
     if (!connection_) {
         stop();
-        error_ = QStringLiteral("pas de connexion à Xvfb %1").arg(display_);
+        error_ = QString("pas de connexion à Xvfb %1").arg(display_);
         return false;
     }
     if (windowManager) {
@@ -123,7 +123,7 @@ bool DesktopSession::start(bool windowManager) {
         }
         if (!ready) {
             stop();
-            error_ = QStringLiteral("openbox n'a pas démarré");
+            error_ = "openbox n'a pas démarré";
             return false;
         }
     }
@@ -170,12 +170,11 @@ bool DesktopSession::waitUntil(const std::function<bool()>& condition, int timeo
 }
 
 DesktopSession::Result DesktopSession::run(const QString& program, const QStringList& args,
-                                           int timeoutMs, const QByteArray& input) {
+                                           int timeoutMs) {
     Result result;
     QProcess process;
     process.start(program, args);
     if (!process.waitForStarted(5000)) return result;
-    if (!input.isEmpty()) process.write(input);
     process.closeWriteChannel();
     result.finished = waitUntil([&] { return process.state() == QProcess::NotRunning; }, timeoutMs);
     if (!result.finished) {
@@ -195,9 +194,7 @@ qulonglong DesktopSession::activeWindow() const {
 }
 
 bool DesktopSession::activateWindow(qulonglong window) {
-    if (!xdotool(
-            {QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(window)}))
-        return false;
+    if (!xdotool({"windowactivate", "--sync", QString::number(window)})) return false;
     return waitUntil([&] { return activeWindow() == window; });
 }
 
@@ -205,38 +202,31 @@ bool DesktopSession::openTarget(const QString& title) {
     if (!running()) return false;
     auto* zenity = new QProcess;
     children_ << zenity;
-    zenity->start(QStringLiteral("zenity"),
-                  {QStringLiteral("--entry"), QStringLiteral("--title=") + title});
+    zenity->start("zenity", {"--entry", "--title=" + title});
     if (!zenity->waitForStarted(5000)) {
-        error_ = QStringLiteral("zenity ne démarre pas");
+        error_ = "zenity ne démarre pas";
         return false;
     }
     // xdotool's search fails with BadWindow when a window it walks goes away meanwhile (a
     // program of the test that ends or restarts): it is asked again.
     Result found;
     for (int attempt = 0; attempt < 3; ++attempt) {
-        found = run(QStringLiteral("xdotool"),
-                    {QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--name"),
-                     QStringLiteral("^%1$").arg(title)},
-                    10000);
+        found = run("xdotool", {"search", "--sync", "--name", QString("^%1$").arg(title)}, 10000);
         if (found.finished && found.exitCode == 0) break;
     }
     const QList<QByteArray> ids = found.out.split('\n');
     if (!found.finished || ids.value(0).trimmed().isEmpty()) {
         // What xdotool said, and whether zenity still runs, tell a slow start from a failure.
-        error_ = QStringLiteral("pas de fenêtre « %1 » (xdotool %2 : %3 ; zenity %4)")
-                     .arg(title,
-                          found.finished ? QString::number(found.exitCode)
-                                         : QStringLiteral("sans réponse"),
+        error_ = QString("pas de fenêtre « %1 » (xdotool %2 : %3 ; zenity %4)")
+                     .arg(title, found.finished ? QString::number(found.exitCode) : "sans réponse",
                           QString::fromLocal8Bit(found.err.trimmed()),
-                          zenity->state() == QProcess::Running ? QStringLiteral("lancé")
-                                                               : QStringLiteral("terminé"));
+                          QString(zenity->state() == QProcess::Running ? "lancé" : "terminé"));
         return false;
     }
     target_ = zenity;
     targetWindow_ = ids.value(0).trimmed().toULongLong();
     if (!activateWindow(targetWindow_)) {
-        error_ = QStringLiteral("la fenêtre « %1 » ne devient pas active").arg(title);
+        error_ = QString("la fenêtre « %1 » ne devient pas active").arg(title);
         return false;
     }
     // The field takes the keys once GTK has its focus: wait for the server's focus, then let
@@ -256,7 +246,7 @@ bool DesktopSession::openTarget(const QString& title) {
         return focus == Window(targetWindow_);
     });
     QTest::qWait(150);
-    if (!focused) error_ = QStringLiteral("la fenêtre « %1 » n'a pas le focus").arg(title);
+    if (!focused) error_ = QString("la fenêtre « %1 » n'a pas le focus").arg(title);
     return focused;
 }
 
@@ -271,7 +261,7 @@ bool DesktopSession::targetRunning() const {
 std::optional<QString> DesktopSession::closeTarget(int timeoutMs) {
     if (!target_) return std::nullopt;
     QProcess* zenity = target_;
-    if (!xdotool({QStringLiteral("key"), QStringLiteral("Return")})) return std::nullopt;
+    if (!xdotool({"key", "Return"})) return std::nullopt;
     if (!waitUntil([&] { return zenity->state() == QProcess::NotRunning; }, timeoutMs))
         return std::nullopt;
     QString text = QString::fromUtf8(zenity->readAllStandardOutput());
@@ -281,41 +271,25 @@ std::optional<QString> DesktopSession::closeTarget(int timeoutMs) {
     return text;
 }
 
-bool DesktopSession::openKeyboardDevice() {
-    if (keyboard_) return true;
-    if (!connection_) return false;
-    int count = 0;
-    XDeviceInfo* devices = XListInputDevices(dpy(connection_), &count);
-    XID id = 0;
-    for (int i = 0; i < count; ++i) {
-        if (devices[i].use == IsXExtensionKeyboard && devices[i].name &&
-            std::strcmp(devices[i].name, "Xvfb keyboard") == 0)
-            id = devices[i].id;
-    }
-    if (devices) XFreeDeviceList(devices);
-    if (!id) return false;
-    keyboard_ = XOpenDevice(dpy(connection_), id);
-    return keyboard_ != nullptr;
-}
-
 int DesktopSession::keycode(const char* keysymName) {
     if (!connection_) return 0;
     const KeySym sym = XStringToKeysym(keysymName);
     return sym == NoSymbol ? 0 : XKeysymToKeycode(dpy(connection_), sym);
 }
 
-bool DesktopSession::keyboardPress(int keycode) {
-    if (!openKeyboardDevice() || keycode <= 0) return false;
+bool DesktopSession::keyboardKey(int keycode, bool down) {
+    if (!keyboard_ && connection_) { // the device is opened at its first key
+        int count = 0;
+        XDeviceInfo* devices = XListInputDevices(dpy(connection_), &count);
+        for (int i = 0; i < count && !keyboard_; ++i)
+            if (devices[i].use == IsXExtensionKeyboard && devices[i].name &&
+                std::strcmp(devices[i].name, "Xvfb keyboard") == 0)
+                keyboard_ = XOpenDevice(dpy(connection_), devices[i].id);
+        if (devices) XFreeDeviceList(devices);
+    }
+    if (!keyboard_ || keycode <= 0) return false;
     XTestFakeDeviceKeyEvent(dpy(connection_), static_cast<XDevice*>(keyboard_), unsigned(keycode),
-                            True, nullptr, 0, CurrentTime);
-    XSync(dpy(connection_), False);
-    return true;
-}
-
-bool DesktopSession::keyboardRelease(int keycode) {
-    if (!openKeyboardDevice() || keycode <= 0) return false;
-    XTestFakeDeviceKeyEvent(dpy(connection_), static_cast<XDevice*>(keyboard_), unsigned(keycode),
-                            False, nullptr, 0, CurrentTime);
+                            down, nullptr, 0, CurrentTime);
     XSync(dpy(connection_), False);
     return true;
 }
@@ -340,10 +314,9 @@ bool DesktopSession::setClipboard(const QByteArray& bytes, const QString& target
                                   const QString& selection) {
     auto* xclip = new QProcess;
     children_ << xclip;
-    QStringList args{QStringLiteral("-quiet"), QStringLiteral("-selection"), selection,
-                     QStringLiteral("-i")};
-    if (!target.isEmpty()) args << QStringLiteral("-t") << target;
-    xclip->start(QStringLiteral("xclip"), args);
+    QStringList args{"-quiet", "-selection", selection, "-i"};
+    if (!target.isEmpty()) args << "-t" << target;
+    xclip->start("xclip", args);
     if (!xclip->waitForStarted(5000)) return false;
     xclip->write(bytes);
     xclip->closeWriteChannel();
@@ -359,9 +332,9 @@ bool DesktopSession::setClipboard(const QByteArray& bytes, const QString& target
 
 std::optional<QByteArray> DesktopSession::readClipboard(const QString& target,
                                                         const QString& selection, int timeoutMs) {
-    QStringList args{QStringLiteral("-selection"), selection, QStringLiteral("-o")};
-    if (!target.isEmpty()) args << QStringLiteral("-t") << target;
-    const Result r = run(QStringLiteral("xclip"), args, timeoutMs);
+    QStringList args{"-selection", selection, "-o"};
+    if (!target.isEmpty()) args << "-t" << target;
+    const Result r = run("xclip", args, timeoutMs);
     if (!r.finished || r.exitCode != 0) return std::nullopt;
     return r.out;
 }

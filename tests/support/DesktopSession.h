@@ -13,16 +13,11 @@ class QProcess;
 
 namespace ombry::test {
 
-// A private X desktop for the tests that need a real one: Xvfb on a display number of its own
-// choosing, the openbox window manager (so that _NET_ACTIVE_WINDOW, WM_CLASS and _NET_WM_PID
-// exist), a GTK text field as the application in front, keys typed by xdotool (they come from
-// the XTEST device, as keys posted by a program) or by the Xvfb keyboard itself (as keys of a
-// real keyboard), and the clipboard seen from another client through xclip. Everything it
-// started is ended by stop() or the destructor.
-//
-// The server is started before the QGuiApplication (see OMBRY_DESKTOP_TEST_MAIN): Qt connects
-// to the display once, when the application is made. DISPLAY is set in this process's
-// environment, so every X11 service of the program and every tool started here use it.
+// A private X desktop: Xvfb on a display number of its own choosing, openbox (for
+// _NET_ACTIVE_WINDOW, WM_CLASS and _NET_WM_PID), a zenity field as the application in front,
+// keys typed by xdotool (the XTEST device, as a program's) or by the Xvfb keyboard (as a real
+// keyboard's), the clipboard seen from other clients. DISPLAY is set in this process's
+// environment; start it before the QGuiApplication (OMBRY_DESKTOP_TEST_MAIN).
 class DesktopSession {
 public:
     DesktopSession();
@@ -44,7 +39,7 @@ public:
     QString error() const { return error_; }
 
     // The target: `zenity --entry` with this title, active and focused. Needs the event loop.
-    bool openTarget(const QString& title = QStringLiteral("Cible"));
+    bool openTarget(const QString& title = "Cible");
     qulonglong targetWindow() const { return targetWindow_; }
     qint64 targetPid() const;
     // The target still runs: no key closed it (Escape does, Return through closeTarget()).
@@ -55,23 +50,20 @@ public:
     qulonglong activeWindow() const;
     bool activateWindow(qulonglong window);
 
-    // Runs a program of the session and waits for it while the event loop turns (this process
-    // may have to answer it, as the clipboard's owner does).
+    // Runs a program to its end while the event loop turns (this process may have to answer
+    // it, as the clipboard's owner does).
     struct Result {
         bool finished = false;
         int exitCode = -1;
         QByteArray out, err;
     };
-    Result run(const QString& program, const QStringList& args, int timeoutMs = 5000,
-               const QByteArray& input = {});
-    bool xdotool(const QStringList& args) {
-        return run(QStringLiteral("xdotool"), args).exitCode == 0;
-    }
+    static Result run(const QString& program, const QStringList& args, int timeoutMs = 5000);
+    bool xdotool(const QStringList& args) { return run("xdotool", args).exitCode == 0; }
 
     // Keys of the real keyboard device ("Xvfb keyboard"), by X key code.
     int keycode(const char* keysymName);
-    bool keyboardPress(int keycode);
-    bool keyboardRelease(int keycode);
+    bool keyboardPress(int keycode) { return keyboardKey(keycode, true); }
+    bool keyboardRelease(int keycode) { return keyboardKey(keycode, false); }
     // Presses the keys in order and releases them in reverse: {Control_L, Alt_L, v}.
     bool keyboardChord(const QList<int>& keycodes);
     // Types lower-case letters and digits, one key each.
@@ -79,20 +71,18 @@ public:
 
     // The clipboard of another client: an xclip that owns the selection until another takes it.
     bool setClipboard(const QByteArray& bytes, const QString& target = {},
-                      const QString& selection = QStringLiteral("clipboard"));
+                      const QString& selection = "clipboard");
     std::optional<QByteArray> readClipboard(const QString& target = {},
-                                            const QString& selection = QStringLiteral("clipboard"),
+                                            const QString& selection = "clipboard",
                                             int timeoutMs = 5000);
-
-    // Copies the clipboard's text as a clipboard manager does: from a client that owns the
-    // CLIPBOARD_MANAGER selection.
+    // The clipboard's text copied by a client that owns CLIPBOARD_MANAGER.
     std::optional<QByteArray> readClipboardAsManager(int timeoutMs = 5000);
 
     // Turns the event loop until the condition holds or the time is out.
     static bool waitUntil(const std::function<bool()>& condition, int timeoutMs = 5000);
 
 private:
-    bool openKeyboardDevice();
+    bool keyboardKey(int keycode, bool down);
 
     pid_t xvfb_ = 0;
     pid_t windowManager_ = 0;
@@ -116,10 +106,9 @@ private:
 #define OMBRY_DESKTOP_APPLICATION QGuiApplication
 #endif
 
-// The main() of a desktop test: the X server first, then the application on it (on the
-// offscreen platform when no server could start: the test's initTestCase then skips or fails
-// through OMBRY_REQUIRE_DESKTOP). The server ends last, at the exit of the process, after the
-// objects that live to its end (the platform's services) have closed their connections.
+// The main() of a desktop test: the X server first, then the application on it (offscreen when
+// no server started: OMBRY_REQUIRE_DESKTOP then skips or fails). The server ends at the exit of
+// the process, after the objects that live to its end have closed their connections.
 #define OMBRY_DESKTOP_TEST_MAIN(TestObject)                                                        \
     int main(int argc, char** argv) {                                                              \
         static ombry::test::DesktopSession session;                                                \

@@ -110,16 +110,17 @@ std::optional<QString> FakeClipboard::fetch(std::optional<uint64_t> readerWindow
 
 class FakeCapture final : public CaptureStream {
 public:
-    FakeCapture(FakeAudio& audio, SampleFormat format) : audio_(audio), format_(format) {}
+    FakeCapture(FakeAudio& audio, FakeAudio::Stream& stream, SampleFormat format)
+        : audio_(audio), stream_(stream), format_(format) {}
     void stop() override {
         std::lock_guard lock(audio_.mutex_);
-        audio_.onPcm_ = {};
-        audio_.onEnd_ = {};
+        stream_ = {};
     }
     SampleFormat sourceFormat() const override { return format_; }
 
 private:
     FakeAudio& audio_;
+    FakeAudio::Stream& stream_;
     SampleFormat format_;
 };
 
@@ -140,12 +141,28 @@ std::unique_ptr<CaptureStream> FakeAudio::capture(const QString& source, PcmHand
     const QString name = source.isEmpty() ? defaultName : source;
     if (!named(mics, name) && !named(monitors, name))
         throw std::runtime_error("source absente (test)");
+    {
+        std::lock_guard lock(mutex_);
+        capturedFrom = source;
+        ++captures;
+    }
+    return open(mic_, std::move(onPcm), std::move(onEnd));
+}
+
+std::unique_ptr<CaptureStream> FakeAudio::captureOutput(const QString& appId, PcmHandler onPcm,
+                                                        EndHandler onEnd) {
+    if (!available || outputFails) throw std::runtime_error("son de l'ordinateur indisponible");
+    {
+        std::lock_guard lock(mutex_);
+        outputFor = appId;
+    }
+    return open(output_, std::move(onPcm), std::move(onEnd));
+}
+
+std::unique_ptr<CaptureStream> FakeAudio::open(Stream& stream, PcmHandler onPcm, EndHandler onEnd) {
     std::lock_guard lock(mutex_);
-    capturedFrom = source;
-    ++captures;
-    onPcm_ = std::move(onPcm);
-    onEnd_ = std::move(onEnd);
-    return std::make_unique<FakeCapture>(*this, format);
+    stream = {std::move(onPcm), std::move(onEnd)};
+    return std::make_unique<FakeCapture>(*this, stream, &stream == &mic_ ? format : SampleFormat{});
 }
 
 void FakeAudio::play(const QByteArray& pcm, int rate) {
@@ -153,76 +170,27 @@ void FakeAudio::play(const QByteArray& pcm, int rate) {
     played << qMakePair(pcm, rate);
 }
 
-void FakeAudio::feed(const QByteArray& pcm) {
+void FakeAudio::feed(Stream& stream, const QByteArray& pcm) {
     PcmHandler handler;
     {
         std::lock_guard lock(mutex_);
-        handler = onPcm_;
+        handler = stream.onPcm;
     }
     if (handler) handler(pcm);
 }
 
-void FakeAudio::end(const QString& reason) {
+void FakeAudio::end(Stream& stream, const QString& reason) {
     EndHandler handler;
     {
         std::lock_guard lock(mutex_);
-        handler = std::exchange(onEnd_, {});
-        onPcm_ = {};
+        handler = std::exchange(stream, {}).onEnd;
     }
     if (handler) handler(reason);
 }
 
-bool FakeAudio::capturing() const {
+bool FakeAudio::capturing(const Stream& stream) const {
     std::lock_guard lock(mutex_);
-    return bool(onPcm_);
-}
-
-class FakeOutputCapture final : public CaptureStream {
-public:
-    explicit FakeOutputCapture(FakeAudio& audio) : audio_(audio) {}
-    void stop() override {
-        std::lock_guard lock(audio_.mutex_);
-        audio_.onOutputPcm_ = {};
-        audio_.onOutputEnd_ = {};
-    }
-
-private:
-    FakeAudio& audio_;
-};
-
-std::unique_ptr<CaptureStream> FakeAudio::captureOutput(const QString& appId, PcmHandler onPcm,
-                                                        EndHandler onEnd) {
-    if (!available || outputFails) throw std::runtime_error("son de l'ordinateur indisponible");
-    std::lock_guard lock(mutex_);
-    outputFor = appId;
-    ++outputCaptures;
-    onOutputPcm_ = std::move(onPcm);
-    onOutputEnd_ = std::move(onEnd);
-    return std::make_unique<FakeOutputCapture>(*this);
-}
-
-void FakeAudio::feedOutput(const QByteArray& pcm) {
-    PcmHandler handler;
-    {
-        std::lock_guard lock(mutex_);
-        handler = onOutputPcm_;
-    }
-    if (handler) handler(pcm);
-}
-
-void FakeAudio::endOutput(const QString& reason) {
-    EndHandler handler;
-    {
-        std::lock_guard lock(mutex_);
-        handler = std::exchange(onOutputEnd_, {});
-        onOutputPcm_ = {};
-    }
-    if (handler) handler(reason);
-}
-
-bool FakeAudio::capturingOutput() const {
-    std::lock_guard lock(mutex_);
-    return bool(onOutputPcm_);
+    return bool(stream.onPcm);
 }
 
 QCoro::Task<std::optional<FocusedElement>> FakeAccessibility::focused(int64_t pid) {
@@ -246,51 +214,32 @@ QCoro::Task<std::optional<QString>> FakeAccessibility::text(AccessibleElement el
                                 end - start);
 }
 
-FakePlatform::FakePlatform() {
-    auto clock = std::make_unique<ManualClock>();
-    auto keychain = std::make_unique<FakeKeychain>();
-    auto notifier = std::make_unique<FakeNotifier>();
-    auto machine = std::make_unique<FakeMachine>();
-    auto browser = std::make_unique<FakeBrowser>();
-    auto keyboard = std::make_unique<FakeKeyboard>();
-    auto keyPoster = std::make_unique<FakeKeyPoster>();
-    auto clipboard = std::make_unique<FakeClipboard>();
-    auto windows = std::make_unique<FakeWindows>();
-    auto audio = std::make_unique<FakeAudio>();
-    auto speech = std::make_unique<FakeSpeech>();
-    auto accessibility = std::make_unique<FakeAccessibility>();
-    auto session = std::make_unique<FakeSession>();
-    auto shortcuts = std::make_unique<FakeShortcuts>();
-    session_ = session.get();
-    shortcuts_ = shortcuts.get();
-    clock_ = clock.get();
-    keychain_ = keychain.get();
-    notifier_ = notifier.get();
-    machine_ = machine.get();
-    browser_ = browser.get();
-    keyboard_ = keyboard.get();
-    keyPoster_ = keyPoster.get();
-    clipboard_ = clipboard.get();
-    windows_ = windows.get();
-    audio_ = audio.get();
-    speech_ = speech.get();
-    accessibility_ = accessibility.get();
-    Platform& p = Platform::current();
-    p.setClock(std::move(clock));
-    p.setKeychain(std::move(keychain));
-    p.setNotifier(std::move(notifier));
-    p.setMachine(std::move(machine));
-    p.setBrowser(std::move(browser));
-    p.setKeyboard(std::move(keyboard));
-    p.setKeyPoster(std::move(keyPoster));
-    p.setClipboard(std::move(clipboard));
-    p.setWindows(std::move(windows));
-    p.setAudio(std::move(audio));
-    p.setSpeech(std::move(speech));
-    p.setAccessibility(std::move(accessibility));
-    p.setSession(std::move(session));
-    p.setShortcuts(std::move(shortcuts));
+namespace {
+// A fake made and handed to the platform by its setter; the platform owns it.
+template <typename Fake, typename Service>
+Fake* install(void (Platform::*set)(std::unique_ptr<Service>)) {
+    auto fake = std::make_unique<Fake>();
+    Fake* raw = fake.get();
+    (Platform::current().*set)(std::move(fake));
+    return raw;
 }
+} // namespace
+
+FakePlatform::FakePlatform()
+    : clock_(install<ManualClock>(&Platform::setClock)),
+      keychain_(install<FakeKeychain>(&Platform::setKeychain)),
+      notifier_(install<FakeNotifier>(&Platform::setNotifier)),
+      machine_(install<FakeMachine>(&Platform::setMachine)),
+      browser_(install<FakeBrowser>(&Platform::setBrowser)),
+      keyboard_(install<FakeKeyboard>(&Platform::setKeyboard)),
+      keyPoster_(install<FakeKeyPoster>(&Platform::setKeyPoster)),
+      clipboard_(install<FakeClipboard>(&Platform::setClipboard)),
+      windows_(install<FakeWindows>(&Platform::setWindows)),
+      audio_(install<FakeAudio>(&Platform::setAudio)),
+      speech_(install<FakeSpeech>(&Platform::setSpeech)),
+      accessibility_(install<FakeAccessibility>(&Platform::setAccessibility)),
+      session_(install<FakeSession>(&Platform::setSession)),
+      shortcuts_(install<FakeShortcuts>(&Platform::setShortcuts)) {}
 
 FakePlatform::~FakePlatform() {
     // The fakes stay installed: shared objects made during the test may still hold on to them

@@ -207,10 +207,10 @@ public:
     int stops = 0; // calls of stopPlaying
     void stopPlaying() override { ++stops; }
     // Feeds PCM to the running capture, as the capture thread would.
-    void feed(const QByteArray& pcm);
+    void feed(const QByteArray& pcm) { feed(mic_, pcm); }
     // Ends the running capture as a vanished source would.
-    void end(const QString& reason);
-    bool capturing() const;
+    void end(const QString& reason) { end(mic_, reason); }
+    bool capturing() const { return capturing(mic_); }
 
     std::function<void()> micsChanged;
 
@@ -219,24 +219,30 @@ public:
     QList<PlayingApp> apps;
     bool outputFails = false;
     QString outputFor; // the application of the last output capture (empty: all of it)
-    int outputCaptures = 0;
     std::unique_ptr<CaptureStream> captureOutput(const QString& appId, PcmHandler onPcm,
                                                  EndHandler onEnd) override;
     QList<PlayingApp> playingApps() override { return apps; }
     bool outputAvailable = true; // the default output has a monitor
     bool outputCaptureAvailable() override { return available && outputAvailable; }
-    void feedOutput(const QByteArray& pcm);
-    void endOutput(const QString& reason);
-    bool capturingOutput() const;
+    void feedOutput(const QByteArray& pcm) { feed(output_, pcm); }
+    void endOutput(const QString& reason) { end(output_, reason); }
+    bool capturingOutput() const { return capturing(output_); }
+
+    // The handlers of a running capture (none when stopped).
+    struct Stream {
+        PcmHandler onPcm;
+        EndHandler onEnd;
+    };
 
 private:
+    std::unique_ptr<CaptureStream> open(Stream& stream, PcmHandler onPcm, EndHandler onEnd);
+    void feed(Stream& stream, const QByteArray& pcm);
+    void end(Stream& stream, const QString& reason);
+    bool capturing(const Stream& stream) const;
+
     mutable std::mutex mutex_;
-    PcmHandler onPcm_;
-    EndHandler onEnd_;
-    PcmHandler onOutputPcm_;
-    EndHandler onOutputEnd_;
+    Stream mic_, output_;
     friend class FakeCapture;
-    friend class FakeOutputCapture;
 };
 
 class FakeSpeech final : public SpeechOutput {

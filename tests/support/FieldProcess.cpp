@@ -11,7 +11,7 @@ QString FieldProcess::program() {
 bool FieldProcess::open(const QString& clipboard, int timeoutMs) {
     close();
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("wayland"));
+    env.insert("QT_QPA_PLATFORM", "wayland");
     process_.setProcessEnvironment(env);
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     QObject::connect(&process_, &QProcess::readyReadStandardOutput, [this] { read(); });

@@ -2,8 +2,6 @@
 
 #include "DesktopSession.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -12,7 +10,7 @@
 namespace ombry::test {
 namespace {
 
-const QString kDisplay = QStringLiteral("wayland-ombry-gnome");
+const QString kDisplay = "wayland-ombry-gnome";
 
 QString supportFile(const QString& name) {
     return QStringLiteral(OMBRY_TEST_SUPPORT_DIR "/") + name;
@@ -31,17 +29,16 @@ GnomeSession::~GnomeSession() {
 }
 
 bool GnomeSession::installed() {
-    return !QStandardPaths::findExecutable(QStringLiteral("mutter")).isEmpty() &&
-           QFile::exists(QStringLiteral("/usr/libexec/xdg-desktop-portal-gnome")) &&
-           QFile::exists(QStringLiteral("/usr/share/xdg-desktop-portal/portals/gnome.portal"));
+    return !QStandardPaths::findExecutable("mutter").isEmpty() &&
+           QFile::exists("/usr/libexec/xdg-desktop-portal-gnome") &&
+           QFile::exists("/usr/share/xdg-desktop-portal/portals/gnome.portal");
 }
 
 bool GnomeSession::start() {
     // Only the GNOME and GTK backends of the portals: with others installed (KDE's), the
     // portal would fall back to them.
     for (const char* name : {"gnome.portal", "gtk.portal"}) {
-        const QString from =
-            QStringLiteral("/usr/share/xdg-desktop-portal/portals/") + QLatin1String(name);
+        const QString from = "/usr/share/xdg-desktop-portal/portals/" + QLatin1String(name);
         if (QFile::exists(from)) QFile::copy(from, portals_.filePath(QLatin1String(name)));
     }
     // Set before the bus starts: the portals it activates inherit its environment.
@@ -54,7 +51,7 @@ bool GnomeSession::start() {
     qputenv("GTK_A11Y", "atspi");
     qunsetenv("DISPLAY");
     if (!bus_.start()) {
-        error_ = QStringLiteral("bus de session privé impossible");
+        error_ = "bus de session privé impossible";
         return false;
     }
     // With its X server (XWayland), as a GNOME session has one: it says which display it took.
@@ -71,35 +68,26 @@ bool GnomeSession::start() {
     });
     // A French user's layout: mutter reads it from the system's keyboard settings, here a mock
     // on the private bus that mutter takes for the system bus.
-    locale_.start(QStringLiteral("/usr/bin/python3"),
-                  {supportFile(QStringLiteral("wayland/locale1_mock.py"))});
-    if (!DesktopSession::waitUntil(
-            [] {
-                return QDBusConnection::sessionBus().interface()->isServiceRegistered(
-                    QStringLiteral("org.freedesktop.locale1"));
-            },
-            10000)) {
-        error_ = QStringLiteral("réglages du clavier factices absents");
+    locale_.start("/usr/bin/python3", {supportFile("wayland/locale1_mock.py")});
+    if (!DesktopSession::waitUntil([] { return SessionBus::owned("org.freedesktop.locale1"); },
+                                   10000)) {
+        error_ = "réglages du clavier factices absents";
         return false;
     }
     QProcessEnvironment mutterEnv = QProcessEnvironment::systemEnvironment();
-    mutterEnv.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
-                     qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
+    mutterEnv.insert("DBUS_SYSTEM_BUS_ADDRESS", qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS"));
     mutter_.setProcessEnvironment(mutterEnv);
-    mutter_.start(QStringLiteral("mutter"),
-                  {QStringLiteral("--wayland"), QStringLiteral("--headless"),
-                   QStringLiteral("--virtual-monitor"), QStringLiteral("1280x800"),
-                   QStringLiteral("--wayland-display"), kDisplay});
+    mutter_.start("mutter", {"--wayland", "--headless", "--virtual-monitor", "1280x800",
+                             "--wayland-display", kDisplay});
     const QString socket = QDir(qEnvironmentVariable("XDG_RUNTIME_DIR")).filePath(kDisplay);
     const bool up = DesktopSession::waitUntil(
         [&] {
             return QFile::exists(socket) && !display_.isEmpty() &&
-                   QDBusConnection::sessionBus().interface()->isServiceRegistered(
-                       QStringLiteral("org.gnome.Mutter.RemoteDesktop"));
+                   SessionBus::owned("org.gnome.Mutter.RemoteDesktop");
         },
         15000);
     if (!up) {
-        error_ = QStringLiteral("mutter ne démarre pas");
+        error_ = "mutter ne démarre pas";
         return false;
     }
     QObject::disconnect(&mutter_, &QProcess::readyRead, nullptr, nullptr);
@@ -111,7 +99,7 @@ bool GnomeSession::start() {
     // XWayland admits the clients that show mutter's cookie.
     const QStringList cookies =
         QDir(QFileInfo(socket).path())
-            .entryList({QStringLiteral(".mutter-Xwaylandauth.*")}, QDir::Files | QDir::Hidden);
+            .entryList({".mutter-Xwaylandauth.*"}, QDir::Files | QDir::Hidden);
     if (!cookies.isEmpty())
         qputenv("XAUTHORITY", QFile::encodeName(QFileInfo(socket).dir().filePath(cookies.first())));
     return true;
@@ -119,8 +107,7 @@ bool GnomeSession::start() {
 
 bool GnomeSession::typeKeys(const QStringList& keysyms) {
     QProcess keys;
-    keys.start(QStringLiteral("/usr/bin/python3"),
-               QStringList{supportFile(QStringLiteral("wayland/mutter_keys.py"))} + keysyms);
+    keys.start("/usr/bin/python3", QStringList{supportFile("wayland/mutter_keys.py")} + keysyms);
     return keys.waitForFinished(10000) && keys.exitCode() == 0;
 }
 
@@ -128,8 +115,7 @@ bool GnomeSession::answerConsentDialog(int timeoutMs) {
     return DesktopSession::waitUntil(
         [] {
             QProcess answer;
-            answer.start(QStringLiteral("/usr/bin/python3"),
-                         {supportFile(QStringLiteral("wayland/answer_portal_dialog.py"))});
+            answer.start("/usr/bin/python3", {supportFile("wayland/answer_portal_dialog.py")});
             const bool done = answer.waitForFinished(10000) && answer.exitCode() == 0;
             return done;
         },

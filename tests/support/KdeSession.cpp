@@ -2,8 +2,6 @@
 
 #include "Processes.h"
 
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFile>
 #include <QTest>
@@ -12,10 +10,10 @@
 namespace ombry::test {
 namespace {
 
-const QString kCompositor = QStringLiteral("/usr/bin/kwin_wayland");
+const QString kCompositor = "/usr/bin/kwin_wayland";
 const QString kKdePortal =
-    QStringLiteral("/usr/share/dbus-1/services/org.freedesktop.impl.portal.desktop.kde.service");
-const QString kPython = QStringLiteral("/usr/bin/python3");
+    "/usr/share/dbus-1/services/org.freedesktop.impl.portal.desktop.kde.service";
+const QString kPython = "/usr/bin/python3";
 const QByteArray kSocket = "wayland-ombry";
 
 } // namespace
@@ -26,18 +24,17 @@ KdeSession::~KdeSession() {
 
 bool KdeSession::installed() {
     return QFile::exists(kCompositor) && QFile::exists(kKdePortal) && QFile::exists(kPython) &&
-           QFile::exists(
-               QStringLiteral("/usr/share/dbus-1/services/org.freedesktop.portal.Desktop.service"));
+           QFile::exists("/usr/share/dbus-1/services/org.freedesktop.portal.Desktop.service");
 }
 
 bool KdeSession::start() {
     if (!dir_.isValid()) {
-        error_ = QStringLiteral("pas de dossier temporaire");
+        error_ = "pas de dossier temporaire";
         return false;
     }
     // A shortcut whose keys an earlier run took is stored unassigned and never fires: the
     // desktop's settings start empty each time.
-    const QString config = dir_.filePath(QStringLiteral("config"));
+    const QString config = dir_.filePath("config");
     QDir().mkpath(config);
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(config));
     qputenv("XDG_CURRENT_DESKTOP", "KDE");
@@ -51,32 +48,27 @@ bool KdeSession::start() {
     qputenv("XKB_DEFAULT_LAYOUT", "fr");
     qunsetenv("DISPLAY");
     if (!bus_.start()) {
-        error_ = QStringLiteral("le bus de session n'a pas démarré");
+        error_ = "le bus de session n'a pas démarré";
         return false;
     }
     // The compositor's file capability (cap_sys_resource) is refused at exec in a container;
     // a copy has none.
-    const QString compositor = dir_.filePath(QStringLiteral("kwin_wayland"));
+    const QString compositor = dir_.filePath("kwin_wayland");
     if (!QFile::copy(kCompositor, compositor)) {
-        error_ = QStringLiteral("copie de kwin_wayland impossible");
+        error_ = "copie de kwin_wayland impossible";
         return false;
     }
     // With its X server (XWayland), as a Plasma session has one: the socket it adds is its
     // display.
-    const QDir xSockets(QStringLiteral("/tmp/.X11-unix"));
+    const QDir xSockets("/tmp/.X11-unix");
     const QStringList xBefore = xSockets.entryList(QDir::System);
     compositor_ = spawn({QFile::encodeName(compositor), "--virtual", "--xwayland", "--width",
                          "1280", "--height", "800", "--socket", kSocket, "--no-lockscreen"},
-                        QFile::encodeName(dir_.filePath(QStringLiteral("kwin.log"))));
+                        QFile::encodeName(dir_.filePath("kwin.log")));
     const QString socket =
         QDir(qEnvironmentVariable("XDG_RUNTIME_DIR")).filePath(QString::fromLatin1(kSocket));
-    QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
     const bool ready = QTest::qWaitFor(
-        [&] {
-            return QFile::exists(socket) &&
-                   bus->isServiceRegistered(QStringLiteral("org.kde.kglobalaccel"));
-        },
-        20000);
+        [&] { return QFile::exists(socket) && SessionBus::owned("org.kde.kglobalaccel"); }, 20000);
     QString display;
     const bool xReady = ready && QTest::qWaitFor(
                                      [&] {
@@ -88,8 +80,7 @@ bool KdeSession::start() {
                                      10000);
     if (xReady) qputenv("DISPLAY", display.toUtf8());
     if (!ready) {
-        error_ = QStringLiteral("kwin_wayland n'a pas démarré : ") +
-                 QString::fromUtf8(compositorLog().right(2000));
+        error_ = "kwin_wayland n'a pas démarré : " + QString::fromUtf8(compositorLog().right(2000));
         stop();
         return false;
     }
@@ -106,7 +97,7 @@ void KdeSession::stop() {
 }
 
 QByteArray KdeSession::compositorLog() const {
-    QFile log(dir_.filePath(QStringLiteral("kwin.log")));
+    QFile log(dir_.filePath("kwin.log"));
     return log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
 }
 

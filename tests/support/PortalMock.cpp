@@ -1,7 +1,7 @@
 #include "PortalMock.h"
+#include "SessionBus.h"
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
 #include <QFile>
 #include <QTest>
 #include <csignal>
@@ -9,17 +9,14 @@
 
 namespace ombry::test {
 namespace {
-const QString kName = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString kPython = QStringLiteral("/usr/bin/python3");
+const QString kName = "org.freedesktop.portal.Desktop";
+const QString kPython = "/usr/bin/python3";
 
-bool owned() {
-    return QDBusConnection::sessionBus().interface()->isServiceRegistered(kName);
-}
 } // namespace
 
 bool PortalMock::installed() {
     QProcess probe;
-    probe.start(kPython, {QStringLiteral("-c"), QStringLiteral("import dbusmock")});
+    probe.start(kPython, {"-c", "import dbusmock"});
     return probe.waitForFinished(10000) && probe.exitStatus() == QProcess::NormalExit &&
            probe.exitCode() == 0;
 }
@@ -28,23 +25,22 @@ bool PortalMock::start() {
     process_.setStandardOutputFile(QProcess::nullDevice());
     // The mock outlives its bus: it ends with this process, even one that crashed.
     process_.setChildProcessModifier([] { prctl(PR_SET_PDEATHSIG, SIGKILL); });
-    process_.start(kPython,
-                   {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--session"),
-                    QStringLiteral("--template"), QStringLiteral(OMBRY_PORTAL_MOCK)});
-    return process_.waitForStarted(5000) && QTest::qWaitFor([] { return owned(); }, 10000);
+    process_.start(
+        kPython, {"-m", "dbusmock", "--session", "--template", QStringLiteral(OMBRY_PORTAL_MOCK)});
+    return process_.waitForStarted(5000) &&
+           QTest::qWaitFor([] { return SessionBus::owned(kName); }, 10000);
 }
 
 void PortalMock::stop() {
     if (process_.state() == QProcess::NotRunning) return;
     process_.kill();
     process_.waitForFinished(3000);
-    (void)QTest::qWaitFor([] { return !owned(); }, 5000);
+    (void)QTest::qWaitFor([] { return !SessionBus::owned(kName); }, 5000);
 }
 
 QDBusMessage PortalMock::call(const QString& method, const QVariantList& args) {
-    QDBusMessage m =
-        QDBusMessage::createMethodCall(kName, QStringLiteral("/org/freedesktop/portal/desktop"),
-                                       QStringLiteral("org.ombry.test.PortalMock"), method);
+    QDBusMessage m = QDBusMessage::createMethodCall(kName, "/org/freedesktop/portal/desktop",
+                                                    "org.ombry.test.PortalMock", method);
     m.setArguments(args);
     return QDBusConnection::sessionBus().call(m, QDBus::Block, 5000);
 }

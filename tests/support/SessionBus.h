@@ -20,6 +20,10 @@ public:
     // With activation off the bus starts no service on demand: a name nobody owns stays
     // unowned (a mock of a desktop service is never raced by the real one).
     bool start(bool activation = true);
+    // Writes the configuration of a session bus that listens at `listen` and starts no service.
+    static bool writeConfig(const QString& path, const QString& listen);
+    // Whether a name is owned on this process's session bus.
+    static bool owned(const QString& name);
 
 private:
     QTemporaryDir runtime_;

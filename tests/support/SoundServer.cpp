@@ -1,5 +1,6 @@
 #include "SoundServer.h"
 #include "Processes.h"
+#include "SessionBus.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -26,12 +27,14 @@ bool SoundServer::pipeWire() {
 }
 
 bool SoundServer::installed() {
-    QStringList programs{QStringLiteral("pactl")};
+    QStringList programs{"pactl"};
     if (pipeWire())
-        programs << QStringLiteral("pipewire") << QStringLiteral("pipewire-pulse")
-                 << QStringLiteral("wireplumber") << QStringLiteral("dbus-daemon");
+        programs << "pipewire"
+                 << "pipewire-pulse"
+                 << "wireplumber"
+                 << "dbus-daemon";
     else
-        programs << QStringLiteral("pulseaudio");
+        programs << "pulseaudio";
     return std::all_of(programs.begin(), programs.end(), [](const QString& p) {
         return !QStandardPaths::findExecutable(p).isEmpty();
     });
@@ -47,14 +50,14 @@ QString SoundServer::runtimeDir() const {
 }
 
 QString SoundServer::serverAddress() const {
-    return QStringLiteral("unix:%1/pulse/native").arg(runtimeDir());
+    return QString("unix:%1/pulse/native").arg(runtimeDir());
 }
 
 QProcessEnvironment SoundServer::environment() const {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtimeDir());
-    env.insert(QStringLiteral("PULSE_SERVER"), serverAddress());
-    env.insert(QStringLiteral("PULSE_STATE_PATH"), runtimeDir() + QStringLiteral("/state"));
+    env.insert("XDG_RUNTIME_DIR", runtimeDir());
+    env.insert("PULSE_SERVER", serverAddress());
+    env.insert("PULSE_STATE_PATH", runtimeDir() + "/state");
     return env;
 }
 
@@ -81,12 +84,12 @@ bool SoundServer::start() {
         return false;
     }
     // A short path: the server's socket lives under it, and socket paths are limited in length.
-    dir_ = std::make_unique<QTemporaryDir>(QStringLiteral("/tmp/ombry-pulse-XXXXXX"));
+    dir_ = std::make_unique<QTemporaryDir>("/tmp/ombry-pulse-XXXXXX");
     if (!dir_->isValid()) {
-        error_ = QStringLiteral("no temporary folder");
+        error_ = "no temporary folder";
         return false;
     }
-    QDir(runtimeDir()).mkpath(QStringLiteral("state"));
+    QDir(runtimeDir()).mkpath("state");
     if (!(pipeWire() ? startPipeWire() : startPulseAudio())) {
         stop();
         return false;
@@ -95,14 +98,12 @@ bool SoundServer::start() {
     QElapsedTimer sinceMic;
     sinceMic.start();
     const bool ok =
-        loadModule(QStringLiteral("module-null-sink"),
-                   {QStringLiteral("sink_name=mic"),
-                    QStringLiteral("sink_properties=device.description=MicInput")}) >= 0 &&
-        loadModule(QStringLiteral("module-null-sink"),
-                   {QStringLiteral("sink_name=speakers"),
-                    QStringLiteral("sink_properties=device.description=Speakers")}) >= 0;
-    if (!ok || !setDefault(QStringLiteral("sink"), QStringLiteral("speakers")) || !plugTestMic()) {
-        error_ = QStringLiteral("the test devices could not be set up");
+        loadModule("module-null-sink",
+                   {"sink_name=mic", "sink_properties=device.description=MicInput"}) >= 0 &&
+        loadModule("module-null-sink",
+                   {"sink_name=speakers", "sink_properties=device.description=Speakers"}) >= 0;
+    if (!ok || !setDefault("sink", "speakers") || !plugTestMic()) {
+        error_ = "the test devices could not be set up";
         stop();
         return false;
     }
@@ -114,22 +115,16 @@ bool SoundServer::start() {
         // blocks all along.
         keeper_ = std::make_unique<QProcess>();
         keeper_->setProcessEnvironment(environment());
-        keeper_->setStandardInputFile(QStringLiteral("/dev/zero"));
+        keeper_->setStandardInputFile("/dev/zero");
         keeper_->setStandardOutputFile(QProcess::nullDevice());
-        keeper_->start(QStringLiteral("pacat"),
-                       {QStringLiteral("--playback"), QStringLiteral("-d"), QStringLiteral("mic"),
-                        QStringLiteral("--latency-msec=10"), QStringLiteral("--raw")});
+        keeper_->start("pacat", {"--playback", "-d", "mic", "--latency-msec=10", "--raw"});
         bool keeping = keeper_->waitForStarted(5000);
         for (int i = 0; keeping && i < 100; ++i) {
-            if (!pactl({QStringLiteral("list"), QStringLiteral("short"),
-                        QStringLiteral("sink-inputs")})
-                     .trimmed()
-                     .isEmpty())
-                break;
+            if (!pactl({"list", "short", "sink-inputs"}).trimmed().isEmpty()) break;
             QThread::msleep(20);
         }
         if (!keeping) {
-            error_ = QStringLiteral("pacat did not start");
+            error_ = "pacat did not start";
             stop();
             return false;
         }
@@ -137,11 +132,9 @@ bool SoundServer::start() {
         if (const qint64 left = 2100 - sinceMic.elapsed(); left > 0) QThread::msleep(ulong(left));
     }
 
-    hadRuntimeDir_ = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
-    savedRuntimeDir_ = qgetenv("XDG_RUNTIME_DIR");
-    hadServer_ = qEnvironmentVariableIsSet("PULSE_SERVER");
-    savedServer_ = qgetenv("PULSE_SERVER");
-    pointed_ = true;
+    for (const char* name : {"XDG_RUNTIME_DIR", "PULSE_SERVER"})
+        saved_.append(
+            {name, qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt});
     qputenv("XDG_RUNTIME_DIR", runtimeDir().toUtf8());
     qputenv("PULSE_SERVER", serverAddress().toUtf8());
     return true;
@@ -149,23 +142,21 @@ bool SoundServer::start() {
 
 bool SoundServer::startPulseAudio() {
     QProcessEnvironment env = environment();
-    env.remove(QStringLiteral("PULSE_SERVER"));
+    env.remove("PULSE_SERVER");
     QProcess p;
     p.setProcessEnvironment(env);
     // -n: none of the machine's configuration; -D returns once the daemon is ready.
-    p.start(QStringLiteral("pulseaudio"),
-            {QStringLiteral("-D"), QStringLiteral("-n"), QStringLiteral("--exit-idle-time=-1"),
-             QStringLiteral("--load=module-native-protocol-unix"),
-             QStringLiteral("--log-target=file:%1/server.log").arg(runtimeDir())});
+    p.start("pulseaudio", {"-D", "-n", "--exit-idle-time=-1", "--load=module-native-protocol-unix",
+                           QString("--log-target=file:%1/server.log").arg(runtimeDir())});
     if (!p.waitForFinished(20000) || p.exitCode() != 0) {
-        error_ = QStringLiteral("pulseaudio did not start: %1")
+        error_ = QString("pulseaudio did not start: %1")
                      .arg(QString::fromUtf8(p.readAllStandardError()).trimmed());
         return false;
     }
-    QFile pidFile(runtimeDir() + QStringLiteral("/pulse/pid"));
+    QFile pidFile(runtimeDir() + "/pulse/pid");
     if (pidFile.open(QIODevice::ReadOnly)) pid_ = pidFile.readAll().trimmed().toLongLong();
     if (pid_ <= 0) {
-        error_ = QStringLiteral("pulseaudio left no pid");
+        error_ = "pulseaudio left no pid";
         return false;
     }
     return true;
@@ -175,31 +166,21 @@ bool SoundServer::startPipeWire() {
     const QString dir = runtimeDir();
     // wireplumber does not run without a session bus: one of their own, which starts no
     // service on demand.
-    const QString bus = dir + QStringLiteral("/bus");
-    QFile config(dir + QStringLiteral("/bus.conf"));
-    if (!config.open(QIODevice::WriteOnly)) return false;
-    config.write(
-        QStringLiteral("<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
-                       "1.0//EN\"\n \"http://www.freedesktop.org/standards/dbus/1.0/"
-                       "busconfig.dtd\">\n<busconfig><type>session</type><listen>unix:path=%1"
-                       "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow "
-                       "send_destination=\"*\"/><allow receive_sender=\"*\"/><allow "
-                       "own=\"*\"/></policy></busconfig>\n")
-            .arg(bus)
-            .toUtf8());
-    config.close();
+    const QString bus = dir + "/bus";
+    const QString config = dir + "/bus.conf";
+    if (!SessionBus::writeConfig(config, "unix:path=" + bus)) return false;
     // The servers' configuration and saved state (wireplumber keeps the default devices and
     // volumes it saw) in the runtime folder, so that none of the user's comes in; no display.
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     for (const char* name : {"PULSE_SERVER", "PIPEWIRE_REMOTE", "DISPLAY", "WAYLAND_DISPLAY"})
         env.remove(QString::fromLatin1(name));
-    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir);
-    env.insert(QStringLiteral("PIPEWIRE_RUNTIME_DIR"), dir);
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), dir + QStringLiteral("/config"));
-    env.insert(QStringLiteral("XDG_STATE_HOME"), dir + QStringLiteral("/state"));
-    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("unix:path=") + bus);
+    env.insert("XDG_RUNTIME_DIR", dir);
+    env.insert("PIPEWIRE_RUNTIME_DIR", dir);
+    env.insert("XDG_CONFIG_HOME", dir + "/config");
+    env.insert("XDG_STATE_HOME", dir + "/state");
+    env.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + bus);
     const QStringList vars = env.toStringList();
-    const QByteArray log = QFile::encodeName(dir + QStringLiteral("/server.log"));
+    const QByteArray log = QFile::encodeName(dir + "/server.log");
     auto launch = [&](const QList<QByteArray>& argv) {
         const pid_t pid = spawn(argv, log, vars);
         if (pid > 0) children_ << pid;
@@ -216,12 +197,11 @@ bool SoundServer::startPipeWire() {
         }
         return false;
     };
-    const bool up = launch({"dbus-daemon", "--nofork",
-                            "--config-file=" + QFile::encodeName(config.fileName())}) &&
-                    listening(bus) && launch({"pipewire"}) &&
-                    listening(dir + QStringLiteral("/pipewire-0")) && launch({"wireplumber"}) &&
-                    launch({"pipewire-pulse"}) && listening(dir + QStringLiteral("/pulse/native"));
-    if (!up) error_ = QStringLiteral("PipeWire did not start (see %1)").arg(QString::fromUtf8(log));
+    const bool up =
+        launch({"dbus-daemon", "--nofork", "--config-file=" + QFile::encodeName(config)}) &&
+        listening(bus) && launch({"pipewire"}) && listening(dir + "/pipewire-0") &&
+        launch({"wireplumber"}) && launch({"pipewire-pulse"}) && listening(dir + "/pulse/native");
+    if (!up) error_ = QString("PipeWire did not start (see %1)").arg(QString::fromUtf8(log));
     return up;
 }
 
@@ -245,29 +225,21 @@ void SoundServer::stop() {
         end(child);
     }
     testMicModule_ = -1;
-    if (std::exchange(pointed_, false)) {
-        if (hadRuntimeDir_)
-            qputenv("XDG_RUNTIME_DIR", savedRuntimeDir_);
-        else
-            qunsetenv("XDG_RUNTIME_DIR");
-        if (hadServer_)
-            qputenv("PULSE_SERVER", savedServer_);
-        else
-            qunsetenv("PULSE_SERVER");
-    }
+    for (const auto& [name, value] : std::exchange(saved_, {}))
+        value ? qputenv(name, *value) : qunsetenv(name);
     dir_.reset();
 }
 
 QString SoundServer::pactl(const QStringList& args, bool* ok) const {
     QString out;
-    const bool done = run(QStringLiteral("pactl"), args, &out);
+    const bool done = run("pactl", args, &out);
     if (ok) *ok = done;
     return out;
 }
 
 int SoundServer::loadModule(const QString& name, const QStringList& args) {
     bool ok = false;
-    const QString out = pactl(QStringList{QStringLiteral("load-module"), name} + args, &ok);
+    const QString out = pactl(QStringList{"load-module", name} + args, &ok);
     if (!ok) return -1;
     bool number = false;
     const int index = out.trimmed().toInt(&number);
@@ -276,7 +248,7 @@ int SoundServer::loadModule(const QString& name, const QStringList& args) {
 
 bool SoundServer::unloadModule(int index) {
     bool ok = false;
-    pactl({QStringLiteral("unload-module"), QString::number(index)}, &ok);
+    pactl({"unload-module", QString::number(index)}, &ok);
     return ok;
 }
 
@@ -289,14 +261,13 @@ bool SoundServer::unplugTestMic() {
 bool SoundServer::plugTestMic() {
     if (testMicModule_ >= 0) return false;
     testMicModule_ =
-        loadModule(QStringLiteral("module-remap-source"),
-                   {QStringLiteral("master=mic.monitor"), QStringLiteral("source_name=testmic"),
-                    QStringLiteral("source_properties=device.description=TestMic")});
-    return testMicModule_ >= 0 && setDefaultSource(QStringLiteral("testmic"));
+        loadModule("module-remap-source", {"master=mic.monitor", "source_name=testmic",
+                                           "source_properties=device.description=TestMic"});
+    return testMicModule_ >= 0 && setDefaultSource("testmic");
 }
 
 bool SoundServer::setDefaultSource(const QString& name) {
-    return setDefault(QStringLiteral("source"), name);
+    return setDefault("source", name);
 }
 
 bool SoundServer::setDefault(const QString& kind, const QString& name) {
@@ -305,8 +276,8 @@ bool SoundServer::setDefault(const QString& kind, const QString& name) {
     QElapsedTimer waited;
     waited.start();
     while (waited.elapsed() < 10000) {
-        if (run(QStringLiteral("pactl"), {QStringLiteral("set-default-") + kind, name}) &&
-            pactl({QStringLiteral("get-default-") + kind}).trimmed() == name)
+        if (run("pactl", {"set-default-" + kind, name}) &&
+            pactl({"get-default-" + kind}).trimmed() == name)
             return true;
         QThread::msleep(20);
     }
@@ -314,40 +285,26 @@ bool SoundServer::setDefault(const QString& kind, const QString& name) {
 }
 
 int SoundServer::addSource(const QString& name, int rate, int channels) {
-    const QStringList format{QStringLiteral("rate=%1").arg(rate),
-                             QStringLiteral("channels=%1").arg(channels)};
+    const QStringList format{QString("rate=%1").arg(rate), QString("channels=%1").arg(channels)};
     // PipeWire's server has no null source: its null sink, made a source, instead.
     if (pipeWire())
-        return loadModule(QStringLiteral("module-null-sink"),
-                          QStringList{QStringLiteral("media.class=Audio/Source/Virtual"),
-                                      QStringLiteral("sink_name=") + name} +
+        return loadModule("module-null-sink",
+                          QStringList{"media.class=Audio/Source/Virtual", "sink_name=" + name} +
                               format);
-    return loadModule(QStringLiteral("module-null-source"),
-                      QStringList{QStringLiteral("source_name=") + name} + format);
+    return loadModule("module-null-source", QStringList{"source_name=" + name} + format);
 }
 
 bool SoundServer::play(const QString& wavPath, const QString& sink) {
-    return run(QStringLiteral("paplay"), {QStringLiteral("-d"), sink, wavPath});
-}
-
-bool SoundServer::playDetached(const QString& wavPath, const QString& sink) {
-    QProcess p;
-    p.setProcessEnvironment(environment());
-    p.setProgram(QStringLiteral("paplay"));
-    p.setArguments({QStringLiteral("-d"), sink, wavPath});
-    return p.startDetached();
+    return run("paplay", {"-d", sink, wavPath});
 }
 
 bool SoundServer::makeSpeech(const QString& text, const QString& voice, const QString& wavPath) {
-    const QString raw = wavPath + QStringLiteral(".raw.wav");
+    const QString raw = wavPath + ".raw.wav";
     QProcess espeak;
-    espeak.start(QStringLiteral("espeak-ng"),
-                 {QStringLiteral("-v"), voice, QStringLiteral("-w"), raw, text});
+    espeak.start("espeak-ng", {"-v", voice, "-w", raw, text});
     if (!espeak.waitForFinished(30000) || espeak.exitCode() != 0) return false;
     QProcess sox;
-    sox.start(QStringLiteral("sox"),
-              {raw, QStringLiteral("-r"), QStringLiteral("16000"), QStringLiteral("-c"),
-               QStringLiteral("1"), QStringLiteral("-b"), QStringLiteral("16"), wavPath});
+    sox.start("sox", {raw, "-r", "16000", "-c", "1", "-b", "16", wavPath});
     const bool ok = sox.waitForFinished(30000) && sox.exitCode() == 0;
     QFile::remove(raw);
     return ok;

@@ -6,6 +6,7 @@
 #include <QStringList>
 #include <QTemporaryDir>
 #include <memory>
+#include <optional>
 #include <sys/types.h>
 
 class QProcess;
@@ -69,9 +70,7 @@ public:
     int addSource(const QString& name, int rate, int channels);
 
     // Plays a WAV file into a sink (paplay -d) and waits until it has been played.
-    bool play(const QString& wavPath, const QString& sink = QStringLiteral("mic"));
-    // Starts playing and returns at once; the process ends by itself.
-    bool playDetached(const QString& wavPath, const QString& sink = QStringLiteral("mic"));
+    bool play(const QString& wavPath, const QString& sink = "mic");
 
     // Speech made with espeak-ng, converted by sox to 16 kHz mono 16-bit WAV at wavPath.
     // False when a tool is missing or fails.
@@ -92,9 +91,8 @@ private:
     QList<pid_t> children_;            // PipeWire's bus and servers, in the order they started
     int testMicModule_ = -1;
     QString error_;
-    QByteArray savedRuntimeDir_, savedServer_;
-    bool hadRuntimeDir_ = false, hadServer_ = false;
-    bool pointed_ = false; // this process's environment names the server
+    // This process's environment before it named the server.
+    QList<QPair<const char*, std::optional<QByteArray>>> saved_;
 };
 
 } // namespace ombry::test

@@ -1,6 +1,5 @@
 #include "SwaySession.h"
 
-#include "DesktopSession.h"
 #include "Processes.h"
 
 #include <QDir>
@@ -28,10 +27,8 @@ constexpr const char* kTestUser = "ombrytest";
 
 bool SwaySession::testUser(uid_t& uid, gid_t& gid) {
     if (!getpwnam(kTestUser)) {
-        QProcess::execute(QStringLiteral("useradd"),
-                          {QStringLiteral("--system"), QStringLiteral("--no-create-home"),
-                           QStringLiteral("--shell"), QStringLiteral("/usr/sbin/nologin"),
-                           QString::fromLatin1(kTestUser)});
+        QProcess::execute("useradd", {"--system", "--no-create-home", "--shell",
+                                      "/usr/sbin/nologin", QString::fromLatin1(kTestUser)});
     }
     const passwd* user = getpwnam(kTestUser);
     if (!user) return false;
@@ -55,13 +52,13 @@ bool SwaySession::start() {
     uid_t uid = getuid();
     gid_t gid = getgid();
     if (uid == 0 && !testUser(uid, gid)) {
-        error_ = QStringLiteral("utilisateur %1 impossible à créer").arg(kTestUser);
+        error_ = QString("utilisateur %1 impossible à créer").arg(kTestUser);
         return false;
     }
     QByteArray dir = QDir::tempPath().toLocal8Bit() + "/ombry-sway-XXXXXX";
     if (!mkdtemp(dir.data()) || chown(dir.constData(), uid, gid) != 0 ||
         chmod(dir.constData(), 0700) != 0) {
-        error_ = QStringLiteral("dossier d'exécution impossible à créer");
+        error_ = "dossier d'exécution impossible à créer";
         return false;
     }
     runtimeDir_ = QString::fromLocal8Bit(dir);
@@ -97,7 +94,7 @@ bool SwaySession::start() {
     }
     if (sway_ < 0) {
         sway_ = 0;
-        error_ = QStringLiteral("fork impossible");
+        error_ = "fork impossible";
         return false;
     }
 
@@ -120,15 +117,14 @@ bool SwaySession::start() {
     if (display.isEmpty() || ipc.isEmpty()) {
         QFile logFile(QString::fromLocal8Bit(log));
         logFile.open(QIODevice::ReadOnly);
-        error_ = QStringLiteral("sway n'a pas démarré : ") +
-                 QString::fromLocal8Bit(logFile.readAll().right(600));
+        error_ = "sway n'a pas démarré : " + QString::fromLocal8Bit(logFile.readAll().right(600));
         stop();
         return false;
     }
     qputenv("XDG_RUNTIME_DIR", dir);
     qputenv("WAYLAND_DISPLAY", display.toLocal8Bit());
     qputenv("SWAYSOCK", ipc.toLocal8Bit());
-    launch(QStringLiteral("wtype"), {QStringLiteral("-s"), QStringLiteral("600000")});
+    launch("wtype", {"-s", "600000"});
     return true;
 }
 
@@ -143,25 +139,6 @@ void SwaySession::stop() {
     end(sway_);
     if (!runtimeDir_.isEmpty()) QDir(runtimeDir_).removeRecursively();
     runtimeDir_.clear();
-}
-
-SwaySession::Result SwaySession::run(const QString& program, const QStringList& args,
-                                     int timeoutMs) {
-    Result result;
-    QProcess process;
-    process.start(program, args);
-    if (!process.waitForStarted(5000)) return result;
-    process.closeWriteChannel();
-    result.finished = DesktopSession::waitUntil(
-        [&] { return process.state() == QProcess::NotRunning; }, timeoutMs);
-    if (!result.finished) {
-        process.kill();
-        process.waitForFinished(2000);
-        return result;
-    }
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.out = process.readAllStandardOutput();
-    return result;
 }
 
 QProcess* SwaySession::launch(const QString& program, const QStringList& args) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DesktopSession.h"
 #include "FieldProcess.h"
 
 #include <QByteArray>
@@ -38,16 +39,12 @@ public:
     QByteArray extraConfig;
     bool running() const { return sway_ > 0; }
     QString error() const { return error_; }
-    QString runtimeDir() const { return runtimeDir_; }
 
-    // Runs a program of the session while the event loop turns (this process may have to
-    // serve it a selection meanwhile).
-    struct Result {
-        bool finished = false;
-        int exitCode = -1;
-        QByteArray out;
-    };
-    Result run(const QString& program, const QStringList& args, int timeoutMs = 5000);
+    // Runs a program of the session while the event loop turns.
+    using Result = DesktopSession::Result;
+    static Result run(const QString& program, const QStringList& args, int timeoutMs = 5000) {
+        return DesktopSession::run(program, args, timeoutMs);
+    }
 
     // A program left running until the end of the session (a wl-copy that serves a selection).
     QProcess* launch(const QString& program, const QStringList& args);
