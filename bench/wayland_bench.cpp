@@ -71,13 +71,6 @@ void wait(int ms) {
     (void)QTest::qWaitFor([] { return false; }, ms);
 }
 
-bool speak(const SoundServer& sound, const QString& wav) {
-    QProcess player;
-    player.setProcessEnvironment(sound.environment());
-    player.start(QStringLiteral("paplay"), {QStringLiteral("-d"), QStringLiteral("mic"), wav});
-    return player.waitForFinished(20000) && player.exitCode() == 0;
-}
-
 // The program's own time from the release to the paste, in the "collé" line.
 std::optional<double> ownPasteMs(const QString& line) {
     static const QRegularExpression seconds(QStringLiteral(", ([0-9.]+) s après la touche"));
