@@ -10,8 +10,8 @@
 #include "data/Records.h"
 
 #include <QJsonArray>
-#include <QTest>
 #include <QJsonDocument>
+#include <QTest>
 #include <QtEndian>
 #include <functional>
 
