@@ -330,11 +330,13 @@ public:
     bool microphoneAvailable() override {
         // Without any input the servers make the monitor of an output the default source:
         // that is what the computer plays, not a microphone.
+        // The default as defaultSource() finds it: PipeWire's stale answer on a long-lived
+        // connection would call a microphone just plugged in and chosen a monitor.
+        const QString name = defaultSource();
+        if (name.isEmpty()) return false;
         try {
             std::shared_ptr<PulseConnection> c = client_.ready();
             PulseConnection::Lock lock(*c);
-            const QString name = defaultSourceName(*c);
-            if (name.isEmpty()) return false;
             const SourceFacts facts = sourceFacts(*c, name, PA_INVALID_INDEX);
             return facts.found && !facts.monitor;
         } catch (const std::runtime_error&) {
