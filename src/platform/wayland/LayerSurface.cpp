@@ -92,7 +92,7 @@ public:
     void setPointerHandler(std::function<void(const SurfacePointer&)> handler) override {
         onPointer_ = std::move(handler);
         if (!onPointer_ || seat_ || !compositor_) return;
-        seat_ = static_cast<wl_seat*>(connection_.bind(&wl_seat_interface, 5, &seatVersion_));
+        seat_ = static_cast<wl_seat*>(connection_.bind(&wl_seat_interface, 5));
         if (seat_) wl_seat_add_listener(seat_, &seatListener, this);
         connection_.flush();
     }
@@ -262,10 +262,13 @@ private:
         return role_ == Role::Card ? "ombry-voice-card" : "ombry-voice-strip";
     }
 
-    void tell(SurfacePointer::Kind kind, wl_fixed_t x, wl_fixed_t y, double scroll = 0) {
-        if (kind != SurfacePointer::Kind::Scroll && kind != SurfacePointer::Kind::Leave)
-            at_ = QPointF(wl_fixed_to_double(x), wl_fixed_to_double(y));
+    // Tells the handler; the pointer's place is the last one the compositor gave.
+    void tell(SurfacePointer::Kind kind, double scroll = 0) {
         if (onPointer_) onPointer_({kind, at_, scroll});
+    }
+    void moveTo(wl_fixed_t x, wl_fixed_t y) {
+        at_ = QPointF(wl_fixed_to_double(x), wl_fixed_to_double(y));
+        tell(SurfacePointer::Kind::Move);
     }
 
     static void onCapabilities(void* data, wl_seat* seat, uint32_t caps) {
@@ -285,26 +288,24 @@ private:
     // is left as the compositor had it.
     static void onEnter(void* data, wl_pointer*, uint32_t, wl_surface*, wl_fixed_t x,
                         wl_fixed_t y) {
-        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Move, x, y);
+        static_cast<LayerSurface*>(data)->moveTo(x, y);
     }
     static void onLeave(void* data, wl_pointer*, uint32_t, wl_surface*) {
-        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Leave, 0, 0);
+        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Leave);
     }
     static void onMotion(void* data, wl_pointer*, uint32_t, wl_fixed_t x, wl_fixed_t y) {
-        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Move, x, y);
+        static_cast<LayerSurface*>(data)->moveTo(x, y);
     }
     static void onButton(void* data, wl_pointer*, uint32_t, uint32_t, uint32_t button,
                          uint32_t state) {
         if (button != BTN_LEFT) return;
-        auto* self = static_cast<LayerSurface*>(data);
-        const auto at = [&](double v) { return wl_fixed_from_double(v); };
-        self->tell(state == WL_POINTER_BUTTON_STATE_PRESSED ? SurfacePointer::Kind::Press
-                                                            : SurfacePointer::Kind::Release,
-                   at(self->at_.x()), at(self->at_.y()));
+        static_cast<LayerSurface*>(data)->tell(state == WL_POINTER_BUTTON_STATE_PRESSED
+                                                   ? SurfacePointer::Kind::Press
+                                                   : SurfacePointer::Kind::Release);
     }
     static void onAxis(void* data, wl_pointer*, uint32_t, uint32_t axis, wl_fixed_t value) {
         if (axis != WL_POINTER_AXIS_VERTICAL_SCROLL) return;
-        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Scroll, 0, 0,
+        static_cast<LayerSurface*>(data)->tell(SurfacePointer::Kind::Scroll,
                                                wl_fixed_to_double(value));
     }
     static void onFrame(void*, wl_pointer*) {}
@@ -326,7 +327,6 @@ private:
     QSocketNotifier* notifier_ = nullptr;
     std::function<void(const SurfacePointer&)> onPointer_;
     wl_seat* seat_ = nullptr;
-    uint32_t seatVersion_ = 0;
     wl_pointer* pointer_ = nullptr;
     QPointF at_;
     wl_compositor* compositor_ = nullptr;
